@@ -1,0 +1,65 @@
+# The front doors. `make demo` and `make check` do all set-up themselves on Debian 12.
+.DEFAULT_GOAL := help
+.PHONY: help demo build check quick-check lint format asan tsan fuzz bench install clean
+
+JOBS ?= $(shell nproc)
+PREFIX ?= /usr/local
+# Seconds that each fuzz target runs.
+FUZZ_TIME ?= 60
+
+help:
+	@echo "make demo         show what a policy does to five messages (installs, builds, runs)"
+	@echo "make check        every test, the linters and the sanitizers (installs, builds, runs)"
+	@echo "make quick-check  the tests of one plain build"
+	@echo "make bench        speed, as ratios against the MIME library in the same run"
+	@echo "make fuzz         every fuzz target for FUZZ_TIME=$(FUZZ_TIME) seconds"
+	@echo "make tsan         the tests that use threads, under the thread sanitizer"
+	@echo "make format       rewrite the sources with clang-format"
+	@echo "make install      install the release build into PREFIX=$(PREFIX)"
+
+build:
+	@scripts/install-packages build
+	@scripts/build release
+
+demo:
+	@scripts/install-packages build demo
+	@scripts/build release
+	@examples/demo.sh build/release/bin/kavi
+
+check:
+	@scripts/install-packages build check
+	@scripts/check
+
+quick-check:
+	@scripts/install-packages build check
+	@scripts/check dev
+
+lint:
+	@scripts/install-packages build check
+	@scripts/check lint
+
+asan:
+	@scripts/install-packages build check
+	@scripts/check asan
+
+tsan:
+	@scripts/install-packages build check
+	@scripts/check tsan
+
+format:
+	@git ls-files '*.h' '*.cpp' '*.c' | xargs clang-format -i
+
+fuzz:
+	@scripts/install-packages build fuzz
+	@scripts/fuzz $(FUZZ_TIME)
+
+bench:
+	@scripts/install-packages build bench
+	@scripts/build release -DKAVI_BUILD_BENCH=ON
+	@scripts/bench build/release/bin
+
+install: build
+	@cmake --install build/release --prefix $(PREFIX)
+
+clean:
+	@rm -rf build
