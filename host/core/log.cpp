@@ -1,0 +1,129 @@
+#include "host/core/log.h"
+
+#include <spdlog/logger.h>
+#include <spdlog/pattern_formatter.h>
+#include <spdlog/sinks/stdout_sinks.h>
+#include <spdlog/sinks/syslog_sink.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "host/core/guard.h"
+#include "host/core/text_escape.h"
+
+namespace host::core {
+
+namespace {
+
+constexpr int kMaxLevel = 3;
+constexpr std::size_t kShortLine = 2048;
+
+// A text line's head; spdlog writes the time and the process id.
+constexpr char kTextPattern[] = "%Y-%m-%dT%H:%M:%S.%e%z %n[%P] %v";
+constexpr char kJsonPattern[] = R"({"time":"%Y-%m-%dT%H:%M:%S.%e%z",%v,"pid":%P})";
+
+thread_local LogCapture* innermostCapture = nullptr;
+
+spdlog::level::level_enum spdlogLevel(int level) {
+  if (level <= 1) return spdlog::level::err;
+  return level == 2 ? spdlog::level::info : spdlog::level::debug;
+}
+
+spdlog::sink_ptr makeSink(const LogOptions& options) {
+  const bool json = options.format == LogFormat::Json;
+  if (options.target == LogTarget::Syslog) {
+    // Syslog has its own time, name and process id; only the JSON form repeats them.
+    auto sink =
+        std::make_shared<spdlog::sinks::syslog_sink_mt>(options.name, LOG_PID, LOG_MAIL, json);
+    if (json)
+      sink->set_formatter(std::make_unique<spdlog::pattern_formatter>(
+          kJsonPattern, spdlog::pattern_time_type::local, ""));
+    return sink;
+  }
+  auto sink = std::make_shared<spdlog::sinks::stderr_sink_mt>();
+  sink->set_pattern(json ? kJsonPattern : kTextPattern);
+  return sink;
+}
+
+// printf into a string of any length. On a conversion error
+// the format itself is the text.
+std::string formatted(const char* format, va_list arguments, va_list again) {
+  char shortLine[kShortLine];
+  const int length = std::vsnprintf(shortLine, sizeof shortLine, format, arguments);
+  if (length < 0) return format;
+  const auto size = static_cast<std::size_t>(length);
+  if (size < sizeof shortLine) return {shortLine, size};
+  std::string text(size, '\0');
+  std::vsnprintf(text.data(), size + 1, format, again);
+  return text;
+}
+
+}  // namespace
+
+struct ProcessLog::Impl {
+  explicit Impl(const LogOptions& options)
+      : level(std::clamp(options.level, 0, kMaxLevel)),
+        json(options.format == LogFormat::Json),
+        name(options.name),
+        logger(options.name, makeSink(options)) {
+    logger.set_level(spdlog::level::trace);
+    logger.set_error_handler([](const std::string&) {});
+  }
+
+  // What stands for %v in the sink's pattern.
+  std::string payload(int lineLevel, const std::string& text) const {
+    if (!json) return "L" + std::to_string(lineLevel) + " " + text;
+    return "\"name\":" + nlohmann::json(printable(name)).dump() +
+           ",\"level\":" + std::to_string(lineLevel) + ",\"text\":" + nlohmann::json(text).dump();
+  }
+
+  const int level;
+  const bool json;
+  const std::string name;
+  spdlog::logger logger;
+};
+
+ProcessLog::ProcessLog(const LogOptions& options) : impl_(std::make_unique<Impl>(options)) {}
+ProcessLog::~ProcessLog() = default;
+
+int ProcessLog::getLevel() const {
+  int level = impl_->level;
+  for (const LogCapture* capture = innermostCapture; capture != nullptr;
+       capture = capture->outer_) {
+    if (&capture->log_ == this) level = std::max(level, capture->level_);
+  }
+  return level;
+}
+
+void ProcessLog::write(int level, const char* format, ...) {
+  level = std::clamp(level, 1, kMaxLevel);
+  if (format == nullptr || level > getLevel()) return;
+  va_list arguments;
+  va_list again;
+  va_start(arguments, format);
+  va_copy(again, arguments);
+  guardedVoid([&] { writeLine(level, formatted(format, arguments, again)); });
+  va_end(again);
+  va_end(arguments);
+}
+
+void ProcessLog::writeLine(int level, const std::string& text) {
+  const std::string line = printable(text);
+  for (LogCapture* capture = innermostCapture; capture != nullptr; capture = capture->outer_) {
+    if (&capture->log_ == this && level <= capture->level_)
+      capture->lines_.push_back({level, line});
+  }
+  if (level <= impl_->level) impl_->logger.log(spdlogLevel(level), impl_->payload(level, line));
+}
+
+LogCapture::LogCapture(const ProcessLog& log, int level)
+    : log_(log), level_(std::clamp(level, 0, kMaxLevel)), outer_(innermostCapture) {
+  innermostCapture = this;
+}
+
+LogCapture::~LogCapture() { innermostCapture = outer_; }
+
+}  // namespace host::core
