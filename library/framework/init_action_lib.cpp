@@ -1,0 +1,27 @@
+#include "library/framework/init_action_lib.h"
+
+#include "library/actions/disposition/delete.h"
+#include "library/actions/disposition/postpone.h"
+#include "library/actions/disposition/virus_clean.h"
+#include "library/actions/modification/x_header.h"
+#include "library/framework/guard.h"
+#include "library/tokens/action_utils.h"
+
+namespace {
+
+using ClassInit = bool (*)(Kavi::GlobalSetting&, Kavi::LogMsg&);
+
+// The order is part of the interface: hosts see it in the sequence of settings read and logged.
+constexpr ClassInit kClassInits[] = {
+    &ActionUtils::init, &ActVirusClean::init,       &ActDelete::init,
+    &ActPostpone::init, &ActInsertXHeaderTag::init,
+};
+
+}  // namespace
+
+extern "C" int InitActionLib(Kavi::GlobalSetting& settings, Kavi::LogMsg& log) {
+  for (ClassInit init : kClassInits) {
+    library::guarded("InitActionLib", false, [&] { return init(settings, log); });
+  }
+  return 1;
+}

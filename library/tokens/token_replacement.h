@@ -1,0 +1,31 @@
+// Finding and replacing `%TOKEN%` placeholders: what stands behind ActionUtils' operations of the
+// same purpose. These let exceptions through and are called inside the library's guard.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "library/platform/scan_token.h"
+#include "library/platform/token_map.h"
+
+class OvMsgMailMessage;
+
+namespace token_replacement {
+
+/// Builds the lookup maps from the token table, anew on each call, and logs the tokens. Called at
+/// start-up; afterwards the maps are only read, from any thread.
+void buildMaps();
+
+/// The value of the token \p text (both "%" included), computed and stored in \p tokens if need be.
+/// \return null when \p text is no token; otherwise a text in \p tokens, valid until that changes,
+///   or a static empty one.
+const char* valueOf(Kavi::TokenMap<Kavi::ScanToken>& tokens, std::string_view text,
+                    const OvMsgMailMessage& msg);
+
+/// Copies \p text up to its first NUL into \p result with every known token replaced. Linear in
+/// the text and the values.
+/// \param result  replaced; must not be \p text.
+void replace(Kavi::TokenMap<Kavi::ScanToken>& tokens, const std::string& text,
+             const OvMsgMailMessage& msg, std::string& result);
+
+}  // namespace token_replacement
