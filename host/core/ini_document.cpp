@@ -3,13 +3,12 @@
 #define SI_NO_CONVERSION  // bytes are kept as they stand
 #include <SimpleIni.h>
 #include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 
+#include "host/core/file_ops.h"
 #include "host/core/text_escape.h"
 
 namespace host::core {
@@ -53,27 +52,14 @@ std::string_view takeLine(std::string_view& text) {
 
 // Reads `path` whole into `text`. Returns the reason when it cannot be read, else "".
 std::string readFile(const std::string& path, std::string& text) {
-  const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (file < 0) return std::strerror(errno);
-  struct Closer {
-    int file;
-    ~Closer() { ::close(file); }
-  } closer{file};
-  struct stat status {};
-  if (::fstat(file, &status) == 0 && S_ISDIR(status.st_mode)) return "it is a folder";
-  char buffer[64 * 1024];
-  while (true) {
-    const ssize_t got = ::read(file, buffer, sizeof buffer);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return std::strerror(errno);
-    if (got == 0) return {};
-    if (text.size() + static_cast<std::size_t>(got) > IniDocument::kMaxBytes) {
-      return "it is larger than " + std::to_string(IniDocument::kMaxBytes) + " bytes";
-    }
-    text.append(buffer, static_cast<std::size_t>(got));
-  }
+  FileOps& ops = FileOps::system();
+  const Descriptor file(ops, ::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!file.isOpen()) return std::strerror(errno);
+  const int result = ops.readAll(file.get(), IniDocument::kMaxBytes, text);
+  if (result == -EFBIG)
+    return "it is larger than " + std::to_string(IniDocument::kMaxBytes) + " bytes";
+  return result < 0 ? std::strerror(-result) : "";
 }
-
 }  // namespace
 
 // Hands the text to the INI library line by line: the library says what a line is and what it

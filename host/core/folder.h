@@ -1,0 +1,48 @@
+// An open folder to keep files in.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "host/core/file_error.h"
+#include "host/core/file_ops.h"
+
+namespace host::core {
+
+/// An open folder; everything in it is reached through its descriptor, so that renaming it, or
+/// putting a link in its way, changes nothing for whoever has it open.
+class KAVI_API Folder {
+ public:
+  explicit Folder(FileOps& ops = FileOps::system()) : ops_(&ops) {}
+
+  /// Opens \p path. \param create  makes it, and what is missing above it, with mode 0700.
+  FileError open(const std::string& path, bool create);
+
+  /// Opens the folder \p name in \p parent, made with mode 0700 when it is missing. A symbolic
+  /// link under that name is refused.
+  FileError openIn(const Folder& parent, const std::string& name);
+
+  /// Makes the entries of the folder durable.
+  FileError sync() const;
+
+  /// Replaces \p names by the names in the folder, "." and ".." left out, sorted.
+  FileError list(std::vector<std::string>& names) const;
+
+  /// Reads the regular file \p name whole into \p bytes. More than \p limit bytes make DiskFull's
+  /// counterpart for readers, InputOutput; a missing file makes MissingFolder.
+  FileError read(const std::string& name, std::size_t limit, std::string& bytes) const;
+
+  /// Removes the file \p name, durably when \p durable. A file that is not there is no error.
+  FileError remove(const std::string& name, bool durable) const;
+
+  bool isOpen() const { return descriptor_.isOpen(); }
+  int descriptor() const { return descriptor_.get(); }
+  FileOps& ops() const { return *ops_; }
+
+ private:
+  FileOps* ops_;
+  Descriptor descriptor_;
+};
+
+}  // namespace host::core
