@@ -1,7 +1,12 @@
 #include "library/framework/init_action_lib.h"
 
+#include "library/actions/disposition/archive.h"
 #include "library/actions/disposition/delete.h"
+#include "library/actions/disposition/encryption.h"
+#include "library/actions/disposition/handoff.h"
 #include "library/actions/disposition/postpone.h"
+#include "library/actions/disposition/quarantine.h"
+#include "library/actions/disposition/readdress.h"
 #include "library/actions/disposition/virus_clean.h"
 #include "library/actions/modification/x_header.h"
 #include "library/framework/guard.h"
@@ -13,8 +18,9 @@ using ClassInit = bool (*)(Kavi::GlobalSetting&, Kavi::LogMsg&);
 
 // The order is part of the interface: hosts see it in the sequence of settings read and logged.
 constexpr ClassInit kClassInits[] = {
-    &ActionUtils::init, &ActVirusClean::init,       &ActDelete::init,
-    &ActPostpone::init, &ActInsertXHeaderTag::init,
+    &ActionUtils::init,  &ActArchive::init,          &ActVirusClean::init, &ActDelete::init,
+    &ActReaddress::init, &ActPostpone::init,         &ActBcc::init,        &ActQuarantine::init,
+    &ActHandoff::init,   &ActInsertXHeaderTag::init, &ActIBEEncrypt::init,
 };
 
 }  // namespace
@@ -23,5 +29,6 @@ extern "C" int InitActionLib(Kavi::GlobalSetting& settings, Kavi::LogMsg& log) {
   for (ClassInit init : kClassInits) {
     library::guarded("InitActionLib", false, [&] { return init(settings, log); });
   }
+  ActionUtils::_build_token_string_table();
   return 1;
 }

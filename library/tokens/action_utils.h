@@ -1,19 +1,28 @@
-// Settings and logging shared by every action.
+// Settings, logging and token replacement shared by every action.
 #pragma once
 
 #include <cstdarg>
 #include <string>
 
 #include "library/platform/api.h"
+#include "library/platform/scan_token.h"
+#include "library/platform/token_map.h"
+
+class OvMsgMailMessage;
 
 namespace Kavi {
 class GlobalSetting;
 class LogMsg;
 }  // namespace Kavi
 
-/// The library-wide settings and the log. `init` writes, everything else only reads: `init` must
-/// not overlap with any other call; after it every operation may be used from any thread that may
-/// use the logger. Nothing is thrown. Texts that are handed out stay valid until `init` runs again.
+namespace library {
+struct TokenRow;
+}
+
+/// The library-wide settings, the log and the tokens of templates. `init` writes, everything else
+/// only reads: `init` must not overlap with any other call; after it every operation may be used
+/// from any thread that may use the logger. Nothing is thrown. Texts that are handed out stay valid
+/// until `init` runs again.
 class ActionUtils {
  public:
   ActionUtils() = delete;
@@ -41,6 +50,27 @@ class ActionUtils {
   KAVI_API static void L1(const char* format, ...) noexcept __attribute__((format(printf, 1, 2)));
   KAVI_API static void L2(const char* format, ...) noexcept __attribute__((format(printf, 1, 2)));
   KAVI_API static void L3(const char* format, ...) noexcept __attribute__((format(printf, 1, 2)));
+
+  /// Builds the lookup maps of the tokens; `InitActionLib` calls it last. No token is known before,
+  /// nor after a failure, which is logged.
+  KAVI_API static void _build_token_string_table();
+  /// The first row of the token table (library/tokens/token_table.h); a row with an empty text ends
+  /// it.
+  KAVI_API static const library::TokenRow* getTokenNames();
+  /// The value of one token. A value that is computed is kept in \p tokens, which therefore must
+  /// not be shared between threads meanwhile.
+  /// \param tokenText  the token with both "%"
+  /// \return a text in \p tokens, valid until that changes, or a static empty one; null when there
+  ///   is no such token, and on failure, which is logged.
+  KAVI_API static const char* getTokenValue(Kavi::TokenMap<Kavi::ScanToken>& tokens,
+                                            const char* tokenText, const OvMsgMailMessage& msg);
+  /// Copies \p text, up to its first NUL, with every known token replaced by its value up to its
+  /// first NUL; what is no token stays. Takes time linear in the text and the values.
+  /// \param result  replaced; must not be \p text
+  /// \return false on failure, which is logged; \p result is then empty.
+  KAVI_API static bool replaceTokens(Kavi::TokenMap<Kavi::ScanToken>& tokens,
+                                     const std::string& text, const OvMsgMailMessage& msg,
+                                     std::string& result);
 
  private:
   static void readDefaultDstCharset(Kavi::GlobalSetting& settings);

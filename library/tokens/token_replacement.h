@@ -1,5 +1,5 @@
-// Finding and replacing `%TOKEN%` placeholders: what stands behind ActionUtils' operations of the
-// same purpose. These let exceptions through and are called inside the library's guard.
+// Finding and replacing `%TOKEN%` placeholders: what stands behind the operations of ActionUtils
+// for the same purpose. Exceptions pass through; callers stand inside the library's guard.
 #pragma once
 
 #include <string>
@@ -10,22 +10,22 @@
 
 class OvMsgMailMessage;
 
-namespace token_replacement {
+namespace library {
 
 /// Builds the lookup maps from the token table, anew on each call, and logs the tokens. Called at
 /// start-up; afterwards the maps are only read, from any thread.
-void buildMaps();
+void buildTokenMaps();
 
 /// The value of the token \p text (both "%" included), computed and stored in \p tokens if need be.
 /// \return null when \p text is no token; otherwise a text in \p tokens, valid until that changes,
 ///   or a static empty one.
-const char* valueOf(Kavi::TokenMap<Kavi::ScanToken>& tokens, std::string_view text,
-                    const OvMsgMailMessage& msg);
+const char* tokenValue(Kavi::TokenMap<Kavi::ScanToken>& tokens, std::string_view text,
+                       const OvMsgMailMessage& msg);
 
-/// Copies \p text up to its first NUL into \p result with every known token replaced. Linear in
-/// the text and the values.
+/// Copies \p text up to its first NUL into \p result, every known token replaced. Takes time
+/// linear in the text and the values.
 /// \param result  replaced; must not be \p text.
-void replace(Kavi::TokenMap<Kavi::ScanToken>& tokens, const std::string& text,
-             const OvMsgMailMessage& msg, std::string& result);
+void replaceTokens(Kavi::TokenMap<Kavi::ScanToken>& tokens, const std::string& text,
+                   const OvMsgMailMessage& msg, std::string& result);
 
-}  // namespace token_replacement
+}  // namespace library

@@ -2,6 +2,8 @@
 
 #include "library/tokens/value_functions.h"
 
+namespace library {
+
 namespace {
 
 using Kavi::ScanToken;
@@ -42,3 +44,5 @@ constexpr TokenRow kTokenTable[] = {
 }  // namespace
 
 const TokenRow* tokenTable() { return kTokenTable; }
+
+}  // namespace library

@@ -9,6 +9,8 @@
 
 class OvMsgMailMessage;
 
+namespace library {
+
 /// Computes the value of a token that the scanner did not fill in.
 /// \param value  empty on entry; receives the value. What is written counts, also when the result
 ///   is false.
@@ -22,9 +24,11 @@ inline constexpr std::size_t kTokenTextSize = 32;
 /// One row of the token table. A row with an empty text ends the table.
 struct TokenRow {
   Kavi::ScanToken token;
-  char text[kTokenTextSize];    ///< with both "%"
+  char text[kTokenTextSize];    ///< with both "%", padded with NULs
   TokenValueFunction function;  ///< null: the value is the scanner's to give
 };
 
-/// The token table in the order in which tokens are listed, its closing row included.
+/// The first row of the token table, in the order in which tokens are listed.
 const TokenRow* tokenTable();
+
+}  // namespace library

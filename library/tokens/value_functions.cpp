@@ -1,6 +1,8 @@
 #include "library/tokens/value_functions.h"
 
 #include <clocale>
+#include <cstring>
+#include <ctime>
 #include <memory>
 #include <type_traits>
 
@@ -11,11 +13,11 @@
 #include "library/tokens/action_utils.h"
 #include "library/tokens/token_replacement.h"
 
+namespace library {
+
 namespace {
 
 using Kavi::ScanToken;
-
-constexpr std::size_t kDateBufferSize = 256;
 
 // The message library reads through pointers to non-const; it does not change the message.
 OvMsgMailMessage* readable(const OvMsgMailMessage& msg) {
@@ -31,18 +33,28 @@ struct FreeLocale {
 };
 using LocaleHandle = std::unique_ptr<std::remove_pointer_t<locale_t>, FreeLocale>;
 
-// The time as a Japanese reader writes it, in UTF-8. The locale is the call's own, so that other
+using DateBuffer = char[256];
+
+// \return the length; 0 for a text that is empty or does not fit.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"  // the format is a setting
+std::size_t formatTime(DateBuffer& buffer, const char* format, const std::tm& time,
+                       locale_t locale = nullptr) {
+  return locale != nullptr ? strftime_l(buffer, sizeof buffer, format, &time, locale)
+                           : std::strftime(buffer, sizeof buffer, format, &time);
+}
+#pragma GCC diagnostic pop
+
+// The time as a Japanese reader writes it, in UTF-8. The locale is this call's own, so that other
 // threads keep theirs; where it is not installed, the present one serves.
 bool formatJapaneseTime(const std::tm& time, std::string& value) {
-  char buffer[kDateBufferSize] = {};
+  DateBuffer buffer = {};
   const LocaleHandle japanese(newlocale(LC_TIME_MASK, "ja_JP.eucJP", nullptr));
-  if (japanese) {
-    strftime_l(buffer, sizeof buffer, "%c", &time, japanese.get());
-  } else {
-    std::strftime(buffer, sizeof buffer, "%c", &time);
-  }
+  formatTime(buffer, "%c", time, japanese.get());
   int error = 0;
-  if (msgu::conv(buffer, "euc-jp", "utf-8", value, error, false)) return true;
+  if (msgu::conv(buffer, "euc-jp", "utf-8", value, error, false)) {
+    return true;
+  }
   ActionUtils::L1(
       "Cannot convert Japanese DATE string from EUC-JP to UTF8, error %u ('%s') with string: "
       "%.32s.",
@@ -52,10 +64,14 @@ bool formatJapaneseTime(const std::tm& time, std::string& value) {
 
 }  // namespace
 
+bool usesKaviLocaleForTime() {
+  return std::strcmp(ActionUtils::getUseKaviLocaleForNotifyTime(), "yes") == 0;
+}
+
 bool fnSubject(Kavi::TokenMap<ScanToken>& tokens, const OvMsgMailMessage& msg, std::string& value) {
   const char* hint = nullptr;
   if (ActionUtils::getUseMailCharsetFlag()) {
-    hint = token_replacement::valueOf(tokens, "%MAILCHARSET%", msg);
+    hint = tokenValue(tokens, "%MAILCHARSET%", msg);
   }
   return msgu::getSubject(readable(msg), ActionUtils::getLocalCharset(), hint, value);
 }
@@ -72,10 +88,12 @@ bool fnDateTime(Kavi::TokenMap<ScanToken>&, const OvMsgMailMessage&, std::string
     value.clear();
     return false;
   }
-  if (ActionUtils::usesJapaneseTime() && formatJapaneseTime(local, value)) return true;
-  char buffer[kDateBufferSize] = {};
-  if (std::strftime(buffer, sizeof buffer, ActionUtils::getNotifyTimeFormat(), &local) == 0) {
-    std::strftime(buffer, sizeof buffer, "%m/%d/%Y %r", &local);
+  if (usesKaviLocaleForTime() && formatJapaneseTime(local, value)) {
+    return true;
+  }
+  DateBuffer buffer = {};
+  if (formatTime(buffer, ActionUtils::getNotifyTimeFormat(), local) == 0) {
+    formatTime(buffer, "%m/%d/%Y %r", local);
   }
   value = buffer;
   return true;
@@ -93,10 +111,9 @@ bool fnQAFilePath(Kavi::TokenMap<ScanToken>& tokens, const OvMsgMailMessage& msg
                   std::string& value) {
   if (tokens.valueOrEmpty(ScanToken::QuarantineArea).empty()) {
     value.clear();
-  } else {
-    ActQuarantine::_genQuarantinePath(value, &msg);
+    return true;
   }
-  return true;
+  return ActQuarantine::_genQuarantinePath(value, &msg);
 }
 
 bool fnDCharset(Kavi::TokenMap<ScanToken>&, const OvMsgMailMessage&, std::string& value) {
@@ -106,7 +123,9 @@ bool fnDCharset(Kavi::TokenMap<ScanToken>&, const OvMsgMailMessage&, std::string
 
 bool fnXmailid(Kavi::TokenMap<ScanToken>&, const OvMsgMailMessage& msg, std::string& value) {
   const char* id = msgu::getXMailId(readable(msg));
-  if (id == nullptr) return false;
+  if (id == nullptr) {
+    return false;
+  }
   value = id;
   return true;
 }
@@ -116,3 +135,5 @@ bool fnMCharset(Kavi::TokenMap<ScanToken>&, const OvMsgMailMessage& msg, std::st
   value = charset != nullptr ? charset : "";
   return true;
 }
+
+}  // namespace library

@@ -4,13 +4,17 @@
 // callers stand inside the library's guard.
 #pragma once
 
-#include <ctime>
 #include <string>
 
 #include "library/platform/scan_token.h"
 #include "library/platform/token_map.h"
 
 class OvMsgMailMessage;
+
+namespace library {
+
+/// Whether the date is written in the product's own, Japanese, locale: "yes" in the settings.
+bool usesKaviLocaleForTime();
 
 /// The subject in UTF-8; with the use-mail-charset setting, the mail's charset is the first hint.
 bool fnSubject(Kavi::TokenMap<Kavi::ScanToken>& tokens, const OvMsgMailMessage& msg,
@@ -39,3 +43,5 @@ bool fnXmailid(Kavi::TokenMap<Kavi::ScanToken>& tokens, const OvMsgMailMessage& 
 /// The charset that the mail declares.
 bool fnMCharset(Kavi::TokenMap<Kavi::ScanToken>& tokens, const OvMsgMailMessage& msg,
                 std::string& value);
+
+}  // namespace library

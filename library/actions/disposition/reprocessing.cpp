@@ -6,16 +6,12 @@
 #include "library/platform/ov_msg_entity.h"
 #include "library/tokens/action_utils.h"
 
+namespace library {
+
 namespace {
 
 constexpr const char* kRulesHeader = "X-kavi-reprocess-rules";
 constexpr const char* kTypeHeader = "X-kavi-reprocess-type";
-
-}  // namespace
-
-namespace reprocessing {
-
-namespace {
 
 void writeHeaders(OvMsgEntity* root, const std::string& oldValue, const std::string* ruleId,
                   const char* type) {
@@ -34,7 +30,7 @@ void writeHeaders(OvMsgEntity* root, const std::string& oldValue, const std::str
 void resetQuietly(OvMsgEntity* root, bool hadHeader, const std::string& oldValue) noexcept {
   try {
     _reset_rule_skipping_header(root, hadHeader, oldValue);
-  } catch (...) {  // nothing else can be done for the field
+  } catch (...) {  // NOLINT(bugprone-empty-catch): nothing more can be done for the field
   }
 }
 
@@ -42,10 +38,14 @@ void resetQuietly(OvMsgEntity* root, bool hadHeader, const std::string& oldValue
 
 bool _add_rule_skipping_header(const Kavi::TokenMap<Kavi::ScanToken>& tokens, OvMsgEntity* root,
                                bool& hadHeader, std::string& oldValue, const char* type) {
-  if (root == nullptr) return false;
+  if (root == nullptr) {
+    return false;
+  }
   std::string present;
   msgu::getHeader(root, kRulesHeader, present);
-  if (!present.empty()) hadHeader = true;
+  if (!present.empty()) {
+    hadHeader = true;
+  }
   oldValue = std::move(present);
   // From here on the former state is known, so that whatever fails can be undone.
   try {
@@ -58,7 +58,9 @@ bool _add_rule_skipping_header(const Kavi::TokenMap<Kavi::ScanToken>& tokens, Ov
 }
 
 void _reset_rule_skipping_header(OvMsgEntity* root, bool hadHeader, const std::string& oldValue) {
-  if (root == nullptr) return;
+  if (root == nullptr) {
+    return;
+  }
   if (hadHeader) {
     msgu::setHeader(root, kRulesHeader, oldValue.c_str(), nullptr);
   } else {
@@ -75,7 +77,9 @@ RuleSkippingHeader::RuleSkippingHeader(const Kavi::TokenMap<Kavi::ScanToken>& to
 }
 
 RuleSkippingHeader::~RuleSkippingHeader() {
-  if (!restored_) resetQuietly(root_, hadHeader_, oldValue_);
+  if (!restored_) {
+    resetQuietly(root_, hadHeader_, oldValue_);
+  }
 }
 
 void RuleSkippingHeader::restore() {
@@ -83,4 +87,4 @@ void RuleSkippingHeader::restore() {
   _reset_rule_skipping_header(root_, hadHeader_, oldValue_);
 }
 
-}  // namespace reprocessing
+}  // namespace library

@@ -9,7 +9,7 @@
 
 class OvMsgEntity;
 
-namespace reprocessing {
+namespace library {
 
 /// Adds the rule id of the token map to the rules field of \p root and names the calling action in
 /// the type field. What cannot be written is logged, and the caller goes on.
@@ -44,4 +44,4 @@ class RuleSkippingHeader {
   bool restored_ = false;
 };
 
-}  // namespace reprocessing
+}  // namespace library
