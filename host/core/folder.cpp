@@ -101,10 +101,9 @@ FileError Folder::read(const std::string& name, std::size_t limit, std::string& 
   return got < 0 ? fileErrorOf(-got) : FileError::None;
 }
 
-FileError Folder::remove(const std::string& name, bool durable) const {
+FileError Folder::remove(const std::string& name) const {
   const int removed = ops_->unlink(descriptor_.get(), name);
-  if (removed < 0 && removed != -ENOENT) return fileErrorOf(-removed);
-  return durable ? sync() : FileError::None;
+  return removed < 0 ? fileErrorOf(-removed) : sync();
 }
 
 }  // namespace host::core

@@ -29,12 +29,12 @@ class KAVI_API Folder {
   /// Replaces \p names by the names in the folder, "." and ".." left out, sorted.
   FileError list(std::vector<std::string>& names) const;
 
-  /// Reads the regular file \p name whole into \p bytes. More than \p limit bytes make DiskFull's
-  /// counterpart for readers, InputOutput; a missing file makes MissingFolder.
+  /// Reads the regular file \p name whole into \p bytes. One of more than \p limit bytes makes
+  /// InputOutput, a missing one MissingFolder.
   FileError read(const std::string& name, std::size_t limit, std::string& bytes) const;
 
-  /// Removes the file \p name, durably when \p durable. A file that is not there is no error.
-  FileError remove(const std::string& name, bool durable) const;
+  /// Removes the file \p name, durably. MissingFolder when there is none.
+  FileError remove(const std::string& name) const;
 
   bool isOpen() const { return descriptor_.isOpen(); }
   int descriptor() const { return descriptor_.get(); }

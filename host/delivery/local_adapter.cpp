@@ -1,0 +1,91 @@
+#include "host/delivery/local_adapter.h"
+
+#include <array>
+#include <ctime>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "host/core/text_escape.h"
+#include "host/delivery/adapter_guard.h"
+#include "library/platform/ov_msg_mail_message.h"
+
+namespace host::delivery {
+
+namespace {
+
+constexpr char kPostponed[] = "postpone";
+
+// The present time in UTC: "2024-05-06T07:08:09Z".
+std::string utcNow() {
+  const std::time_t now = std::time(nullptr);
+  std::tm parts{};
+  std::array<char, 32> text{};
+  ::gmtime_r(&now, &parts);
+  return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts)};
+}
+
+std::string deletionLine(const OvMsgMailMessage& msg) {
+  const char* id = msg.id();
+  nlohmann::ordered_json line;
+  line["time"] = utcNow();
+  line["decision"] = "delete";
+  line["message_id"] = core::printable(id != nullptr ? id : "");
+  line["bytes"] = msg.renderedSize();
+  line["envelope"] = toJson(readEnvelope(msg));
+  return line.dump();
+}
+
+int notAvailable(unsigned int& error, const OvMsgMailMessage* msg) {
+  return finish(error, msg == nullptr ? AdapterError::InvalidArgument : AdapterError::NotAvailable);
+}
+
+}  // namespace
+
+int LocalAdapter::deleteMessage(unsigned int& error, OvMsgMailMessage* msg) {
+  return finish(error, guardedOutcome([&] {
+                  if (msg == nullptr) return AdapterError::InvalidArgument;
+                  return state_.recordDecision(deletionLine(*msg));
+                }));
+}
+
+int LocalAdapter::postponeMessage(unsigned int& error, OvMsgMailMessage* msg,
+                                  unsigned char fromHour, unsigned char fromMinute,
+                                  unsigned char toHour, unsigned char toMinute) {
+  return finish(error, guardedOutcome([&] {
+                  if (msg == nullptr) return AdapterError::InvalidArgument;
+                  SpoolEntry entry;
+                  entry.kind = kPostponed;
+                  entry.queuedAt = std::time(nullptr);
+                  entry.window = {fromHour, fromMinute, toHour, toMinute};
+                  std::string id;
+                  return state_.spool().put(std::move(entry), *msg, id);
+                }));
+}
+
+int LocalAdapter::handoffMessage(unsigned int& error, OvMsgMailMessage* msg, const char* /*host*/,
+                                 int /*port*/) {
+  return notAvailable(error, msg);
+}
+
+int LocalAdapter::quarantineMessage(unsigned int& error, OvMsgMailMessage* msg,
+                                    const char* /*reserved*/, const char* /*directory*/,
+                                    char (&path)[kQuarantinePathSize]) {
+  path[0] = '\0';
+  return notAvailable(error, msg);
+}
+
+int LocalAdapter::archiveMessage(unsigned int& error, OvMsgMailMessage* msg,
+                                 const char* /*reserved*/, const char* /*directory*/,
+                                 const char (&/*area*/)[kArchiveAreaNameSize]) {
+  return notAvailable(error, msg);
+}
+
+int LocalAdapter::resendMessage(unsigned int& error, OvMsgMailMessage* msg, int /*flag*/) {
+  return notAvailable(error, msg);
+}
+
+int LocalAdapter::deliverMessage(unsigned int& error, OvMsgMailMessage* msg) {
+  return notAvailable(error, msg);
+}
+
+}  // namespace host::delivery

@@ -1,0 +1,48 @@
+// One message that waits in the spool, as a file.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "host/delivery/envelope.h"
+#include "host/delivery/time_window.h"
+#include "library/platform/api.h"
+
+namespace host::delivery {
+
+/// What is kept of a waiting message beside its bytes. The file is
+///
+///     file   = "kavi-spool-1 " record LF message
+///     record = a Blob record (host/core/blob.cpp) with the fields
+///              kind, id, queued, bytes, from, to, rcpts, rcpt0, rcpt1, ... and, unless the
+///              envelope has no sender at all, sender
+///
+/// with decimal numbers ("queued" in seconds since 1970, "bytes" the message's length, "rcpts" the
+/// number of recipients) and times as "HH:MM". The message is everything behind the first LF and
+/// has exactly the stated length: a file cut short, or one that grew, is none.
+struct SpoolEntry {
+  std::string kind;           ///< why it waits: "postpone"
+  std::string messageId;      ///< the id that the message had
+  std::int64_t queuedAt = 0;  ///< when it was filed, seconds since 1970
+  std::uint64_t messageBytes = 0;
+  TimeWindow window;  ///< when it may go on
+  Envelope envelope;
+
+  bool operator==(const SpoolEntry&) const = default;
+};
+
+/// The largest head, line break included, that is written or read: enough for a hundred thousand
+/// recipients.
+inline constexpr std::size_t kMaxSpoolHeadBytes = 16u << 20;
+
+/// The head of the file of \p entry, its line break included.
+KAVI_API std::string writeSpoolHead(const SpoolEntry& entry);
+
+/// Reads a whole spool file.
+/// \param message  receives the part of \p file that is the message
+/// \return false if the file is no complete entry; the outputs are then as they were. Takes time
+///   linear in the head's size.
+KAVI_API bool parseSpoolFile(std::string_view file, SpoolEntry& entry, std::string_view& message);
+
+}  // namespace host::delivery

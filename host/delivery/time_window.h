@@ -1,0 +1,32 @@
+// A window of the day.
+#pragma once
+
+#include <string>
+
+namespace host::delivery {
+
+/// From one time of the day to another, both included, in local time. One whose end lies before
+/// its begin reaches over midnight.
+struct TimeWindow {
+  unsigned char fromHour = 0;
+  unsigned char fromMinute = 0;
+  unsigned char toHour = 0;
+  unsigned char toMinute = 0;
+
+  bool operator==(const TimeWindow&) const = default;
+
+  bool isValid() const { return fromHour < 24 && toHour < 24 && fromMinute < 60 && toMinute < 60; }
+
+  std::string fromText() const { return text(fromHour, fromMinute); }  ///< "08:30"
+  std::string toText() const { return text(toHour, toMinute); }
+
+ private:
+  static std::string text(unsigned int hour, unsigned int minute) {
+    std::string out = std::to_string(hour) + ":";
+    if (hour < 10) out.insert(out.begin(), '0');
+    if (minute < 10) out += '0';
+    return out + std::to_string(minute);
+  }
+};
+
+}  // namespace host::delivery
