@@ -51,8 +51,8 @@ class ActionUtils {
   KAVI_API static void L2(const char* format, ...) noexcept __attribute__((format(printf, 1, 2)));
   KAVI_API static void L3(const char* format, ...) noexcept __attribute__((format(printf, 1, 2)));
 
-  /// Builds the lookup maps of the tokens; `InitActionLib` calls it last. No token is known before,
-  /// nor after a failure, which is logged.
+  /// Builds the lookup maps of the tokens anew; `InitActionLib` calls it last. No token is known
+  /// before. A failure, which is logged, leaves the maps as they were.
   KAVI_API static void _build_token_string_table();
   /// The first row of the token table (library/tokens/token_table.h); a row with an empty text ends
   /// it.

@@ -52,17 +52,19 @@ std::string computeValue(TokenValueFunction function, Kavi::TokenMap<ScanToken>&
 }  // namespace
 
 void buildTokenMaps() {
-  textToToken.clear();
-  tokenToFunction.clear();
+  std::map<std::string, ScanToken, std::less<>> tokens;
+  std::map<ScanToken, TokenValueFunction> functions;
   std::string names;
   for (const TokenRow* row = tokenTable(); row->text[0] != '\0'; ++row) {
-    textToToken[row->text] = row->token;
-    tokenToFunction[row->token] = row->function;
+    tokens[row->text] = row->token;
+    functions[row->token] = row->function;
     if (!names.empty()) {
       names += ',';
     }
     names += row->text;
   }
+  textToToken.swap(tokens);
+  tokenToFunction.swap(functions);
   ActionUtils::L3("Supporting tokens: %s", names.c_str());
 }
 

@@ -12,8 +12,9 @@ class OvMsgMailMessage;
 
 namespace library {
 
-/// Builds the lookup maps from the token table, anew on each call, and logs the tokens. Called at
-/// start-up; afterwards the maps are only read, from any thread.
+/// Builds the lookup maps from the token table, anew on each call, and logs the tokens; what throws
+/// leaves them as they were. Called at start-up; afterwards the maps are only read, from any
+/// thread.
 void buildTokenMaps();
 
 /// The value of the token \p text (both "%" included), computed and stored in \p tokens if need be.

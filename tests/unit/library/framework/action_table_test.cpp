@@ -1,8 +1,13 @@
 // What every class answers about itself.
 #include <memory>
 
+#include "library/actions/disposition/archive.h"
 #include "library/actions/disposition/delete.h"
+#include "library/actions/disposition/encryption.h"
+#include "library/actions/disposition/handoff.h"
 #include "library/actions/disposition/postpone.h"
+#include "library/actions/disposition/quarantine.h"
+#include "library/actions/disposition/readdress.h"
 #include "library/actions/disposition/virus_clean.h"
 #include "library/actions/modification/x_header.h"
 #include "tests/unit/library/library_test.h"
@@ -26,13 +31,23 @@ struct Row {
 
 const Row kTable[] = {
     {"ActDelete", make<ActDelete>, 1, false, false, true, true},
+    {"ActReaddress", make<ActReaddress>, 3, false, false, true, true},
     {"ActVirusClean", make<ActVirusClean>, 5, false, false, true, true},
+    {"ActBcc", make<ActBcc>, 9, false, false, true, true},
+    {"ActHandoff", make<ActHandoff>, 11, false, false, true, true},
     {"ActPostpone", make<ActPostpone>, 12, false, false, true, true},
     {"ActInsertXHeaderTag", make<ActInsertXHeaderTag>, 18, false, false, true, true},
+    {"ActIBEDecrypt", make<ActIBEDecrypt>, 20, false, false, true, true},
+    {"ActIBEEncrypt", make<ActIBEEncrypt>, 21, false, false, true, true},
+    {"ActIBEReEncrypt", make<ActIBEReEncrypt>, 22, false, false, true, true},
     {"uiDelete", make<uiDelete>, 1, false, false, true, false},
+    {"uiReaddress", make<uiReaddress>, 3, false, false, true, false},
     {"uiVirusClean", make<uiVirusClean>, 5, false, false, true, false},
+    {"uiBcc", make<uiBcc>, 9, false, false, true, false},
+    {"uiHandoff", make<uiHandoff>, 11, false, false, true, false},
     {"uiPostpone", make<uiPostpone>, 12, false, false, true, false},
     {"uiInsertXHeaderTag", make<uiInsertXHeaderTag>, 18, false, false, false, false},
+    {"uiIBEEncrypt", make<uiIBEEncrypt>, 21, false, false, true, false},
 };
 
 class ActionTableTest : public LibraryTest, public testing::WithParamInterface<const Row*> {
@@ -85,6 +100,36 @@ std::vector<const Row*> rows() {
 
 INSTANTIATE_TEST_SUITE_P(Classes, ActionTableTest, testing::ValuesIn(rows()),
                          [](const auto& test) { return std::string(test.param->name); });
+
+// The classes on named objects read ids, so that they are not among those above.
+TEST(NamedObjectActionTest, AnswersAsTabled) {
+  ActArchive archive;
+  EXPECT_EQ(archive.getType(), 0);
+  EXPECT_TRUE(archive.requiresOriginalMsg());
+  EXPECT_TRUE(archive.hasNamedObjects());
+  ActQuarantine quarantine;
+  EXPECT_EQ(quarantine.getType(), 2);
+  EXPECT_FALSE(quarantine.requiresOriginalMsg());
+  EXPECT_TRUE(quarantine.hasNamedObjects());
+  for (KaviAction* action :
+       {static_cast<KaviAction*>(&archive), static_cast<KaviAction*>(&quarantine)}) {
+    Ids ids{4};
+    EXPECT_TRUE(action->getNamedObjectIds("2-7-12", 6, ids));
+    EXPECT_EQ(ids, (Ids{4, 7, 12}));
+    EXPECT_EQ(action->serialize(), "0-0");
+    EXPECT_TRUE(action->construct("2:7:12", 6));
+    EXPECT_EQ(action->serialize(), "2-7-12");
+  }
+}
+
+TEST_F(LibraryTest, ActionsOnNamedObjectsNameThemselvesInTheLog) {
+  EXPECT_FALSE(ActArchive().construct("0-0", 3));
+  EXPECT_FALSE(ActQuarantine().construct("", 0));
+  EXPECT_EQ(log.takeLines(),
+            (fakes::LogLines{
+                {1, "Failed to construct Action ArchiveName with setting: '0-0' (max 32 chars)"},
+                {1, "Failed to construct Action QuarantineName with setting: '' (max 32 chars)"}}));
+}
 
 TEST(ActionTypeTest, CodesAreStoredAndNeverChange) {
   const struct {

@@ -1,7 +1,9 @@
 #include "library/framework/init_action_lib.h"
 
 #include "library/actions/disposition/delete.h"
+#include "library/actions/disposition/encryption.h"
 #include "library/actions/disposition/postpone.h"
+#include "library/actions/disposition/readdress.h"
 #include "library/actions/disposition/virus_clean.h"
 #include "library/actions/modification/x_header.h"
 #include "tests/unit/library/library_test.h"
@@ -67,7 +69,8 @@ TEST_F(InitActionLibTest, AnswersOneEvenWhenEveryLookupFails) {
 
 TEST_F(InitActionLibTest, ClassesWithoutSettingsReadNothing) {
   for (auto* init :
-       {&ActDelete::init, &ActVirusClean::init, &ActPostpone::init, &ActInsertXHeaderTag::init}) {
+       {&ActDelete::init, &ActVirusClean::init, &ActPostpone::init, &ActInsertXHeaderTag::init,
+        &ActReaddress::init, &ActBcc::init, &ActIBEEncrypt::init}) {
     EXPECT_TRUE(init(settings, log));
   }
   EXPECT_TRUE(settings.lookups().empty());
