@@ -1,0 +1,41 @@
+#include "host/message/address.h"
+
+#include "host/message/ascii.h"
+
+namespace host::message {
+
+mime::Address splitMailbox(std::string_view text) {
+  text = trimmed(text);
+  if (!text.ends_with('>')) return {{}, std::string(text)};
+  const std::size_t open = text.rfind('<');
+  if (open == std::string_view::npos) return {{}, std::string(text)};
+  std::string_view name = trimmed(text.substr(0, open));
+  const std::string_view address = trimmed(text.substr(open + 1, text.size() - open - 2));
+  std::string plain;
+  const bool quoted = name.size() >= 2 && name.front() == '"' && name.back() == '"';
+  if (quoted) name = name.substr(1, name.size() - 2);
+  for (std::size_t i = 0; i < name.size(); ++i) {
+    if (quoted && name[i] == '\\' && i + 1 < name.size()) ++i;
+    plain += name[i];
+  }
+  return {mime::decodedText(plain), std::string(address)};
+}
+
+bool isMailAddress(std::string_view address) {
+  if (address.empty() || address.front() == '@' || address.back() == '@') return false;
+  bool quoted = false;
+  for (std::size_t i = 0; i < address.size(); ++i) {
+    const char c = address[i];
+    if (static_cast<unsigned char>(c) < ' ' || c == 127 || c == '<' || c == '>') return false;
+    if (quoted && c == '\\') {
+      ++i;
+    } else if (c == '"') {
+      quoted = !quoted;
+    } else if (!quoted && (c == ' ' || c == ',' || c == ';')) {
+      return false;
+    }
+  }
+  return !quoted;
+}
+
+}  // namespace host::message

@@ -1,0 +1,20 @@
+// Mail addresses as the envelope needs them.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "host/message/mime_values.h"
+
+namespace host::message {
+
+/// Splits `Name <address>`, `<address>` or `address`; the name decoded to UTF-8, the address as it
+/// stands. An empty text, or "<>", gives the empty address.
+mime::Address splitMailbox(std::string_view text);
+
+/// Whether \p address can stand between the brackets of an SMTP command: not empty, no control
+/// bytes, no brackets and, outside quotes, no white space, comma or semicolon. A missing domain is
+/// no fault: mail fetched from a mailbox has recipients without one.
+bool isMailAddress(std::string_view address);
+
+}  // namespace host::message

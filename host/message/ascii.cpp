@@ -1,0 +1,44 @@
+#include "host/message/ascii.h"
+
+#include <algorithm>
+
+namespace host::message {
+
+bool equalsIgnoreCase(std::string_view left, std::string_view right) {
+  return left.size() == right.size() &&
+         std::equal(left.begin(), left.end(), right.begin(),
+                    [](char a, char b) { return lowered(a) == lowered(b); });
+}
+
+bool startsWithIgnoreCase(std::string_view text, std::string_view prefix) {
+  return text.size() >= prefix.size() && equalsIgnoreCase(text.substr(0, prefix.size()), prefix);
+}
+
+std::string lowered(std::string_view text) {
+  std::string result(text);
+  for (char& c : result) c = lowered(c);
+  return result;
+}
+
+std::string_view trimmed(std::string_view text) {
+  while (!text.empty() && isSpace(text.front())) text.remove_prefix(1);
+  while (!text.empty() && isSpace(text.back())) text.remove_suffix(1);
+  return text;
+}
+
+bool isAscii(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char c) { return isAscii(c); });
+}
+
+bool isFieldName(std::string_view name) {
+  return !name.empty() &&
+         std::all_of(name.begin(), name.end(), [](char c) { return isFieldNameChar(c); });
+}
+
+LineBreak lineBreakOf(std::string_view bytes, LineBreak fallback) {
+  const std::size_t lf = bytes.find('\n');
+  if (lf == std::string_view::npos) return fallback;
+  return LineBreak{lf > 0 && bytes[lf - 1] == '\r'};
+}
+
+}  // namespace host::message

@@ -1,0 +1,32 @@
+// Byte-wise text helpers that do not depend on a locale.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace host::message {
+
+inline bool isBlank(char c) { return c == ' ' || c == '\t'; }
+inline bool isSpace(char c) { return isBlank(c) || c == '\r' || c == '\n'; }
+inline char lowered(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; }
+/// A byte of a field name (RFC 5322 section 3.6.8, "ftext").
+inline bool isFieldNameChar(char c) { return c > ' ' && c < 127 && c != ':'; }
+inline bool isAscii(char c) { return static_cast<unsigned char>(c) < 0x80; }
+
+bool equalsIgnoreCase(std::string_view left, std::string_view right);
+bool startsWithIgnoreCase(std::string_view text, std::string_view prefix);
+std::string lowered(std::string_view text);
+/// \p text without white space and line breaks at its ends.
+std::string_view trimmed(std::string_view text);
+bool isAscii(std::string_view text);
+bool isFieldName(std::string_view name);
+
+/// A style of line break.
+struct LineBreak {
+  bool crLf = true;
+  std::string_view text() const { return crLf ? std::string_view("\r\n") : std::string_view("\n"); }
+};
+/// The style of the first line break in \p bytes; \p fallback when there is none.
+LineBreak lineBreakOf(std::string_view bytes, LineBreak fallback);
+
+}  // namespace host::message

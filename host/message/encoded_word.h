@@ -1,0 +1,31 @@
+// Writing text that is not ASCII into header fields (RFC 2047).
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace host::message {
+
+/// Bounds of RFC 2047 section 2.
+inline constexpr std::size_t kMaxEncodedWord = 75;
+inline constexpr std::size_t kMaxEncodedLine = 76;
+
+/// The value of a field named \p fieldName, folded, for \p text (bytes in \p charset). ASCII words
+/// stay as they are; what is not ASCII becomes encoded words of at most 75 characters in \p charset
+/// on lines of at most 76, never splitting a character. In fields that hold addresses only display
+/// names and comments are encoded.
+/// \return 0 or an OVMSGERR code.
+int encodeFieldValue(std::string_view fieldName, std::string_view text, std::string_view charset,
+                     std::string_view lineBreak, std::string& out);
+
+/// All of \p text (bytes in \p charset) as encoded words separated by one space; ASCII text that
+/// cannot be taken for an encoded word is returned as it is.
+int encodeWords(std::string_view text, std::string_view charset, std::string& out);
+
+/// \p value with folds put in at white space where a line of the field would be longer than
+/// RFC 5322 section 2.1.1 allows, or, with encoded words in it, than RFC 2047 does.
+std::string foldedValue(std::string_view fieldName, std::string_view value,
+                        std::string_view lineBreak);
+
+}  // namespace host::message

@@ -1,0 +1,50 @@
+// The header fields of one entity.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "host/message/header_field.h"
+
+namespace host::message {
+
+class FileName;
+
+/// The fields of an entity, in order. Owned by the entity, made when its header is first looked at.
+class HeaderBlock {
+ public:
+  /// Reads \p received; what lies beyond \p maxFields becomes one nameless field.
+  HeaderBlock(Entity& owner, std::string_view received, std::size_t maxFields);
+  ~HeaderBlock();
+
+  std::size_t size() const { return fields_.size(); }
+  HeaderField& at(std::size_t index) const { return *fields_[index]; }
+  HeaderField* find(std::string_view name) const;
+  /// The index of the first field named \p name at or behind \p from; size() when there is none.
+  std::size_t indexOf(std::string_view name, std::size_t from = 0) const;
+
+  /// Where a new field goes when no place is asked for: the end, but before lines at the end that
+  /// are no fields, so that a reader for whom those lines begin the body sees the new field too.
+  std::size_t endPosition() const;
+  void insert(std::size_t index, std::unique_ptr<HeaderField> field);
+  std::unique_ptr<HeaderField> take(std::size_t index);
+  std::vector<std::unique_ptr<HeaderField>> takeAll() { return std::exchange(fields_, {}); }
+  /// \return how many there were.
+  std::size_t removeAll(std::string_view name);
+
+  /// Whether the fields are anything else than the received bytes.
+  bool isModified() const;
+
+  std::unique_ptr<FileName>& fileName() { return fileName_; }
+
+ private:
+  std::string_view received_;
+  std::vector<std::unique_ptr<HeaderField>> fields_;
+  std::unique_ptr<FileName> fileName_;
+};
+
+}  // namespace host::message

@@ -1,0 +1,249 @@
+#include "host/message/mime_values.h"
+
+#include <gmime/gmime.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "host/message/ascii.h"
+
+namespace host::message::mime {
+
+namespace {
+
+struct Unref {
+  void operator()(void* object) const { g_object_unref(object); }
+};
+template <class T>
+using Held = std::unique_ptr<T, Unref>;
+
+struct GFree {
+  void operator()(void* bytes) const { g_free(bytes); }
+};
+
+std::string asCString(std::string_view value) {
+  std::string text(value.substr(0, kMaxInterpretedBytes));
+  std::replace(text.begin(), text.end(), '\0', ' ');
+  return text;
+}
+
+/// The library hands out what it could not decode as it found it.
+std::string asUtf8(const char* text) {
+  if (g_utf8_validate(text, -1, nullptr)) return text;
+  std::string result;
+  for (const char* p = text; *p != '\0'; ++p) {
+    const auto byte = static_cast<unsigned char>(*p);
+    if (byte < 0x80) {
+      result += *p;
+    } else {
+      result += static_cast<char>(0xC0 | (byte >> 6));
+      result += static_cast<char>(0x80 | (byte & 0x3F));
+    }
+  }
+  return result;
+}
+
+Held<GMimeContentType> readContentType(std::string_view value) {
+  initialise();
+  return Held<GMimeContentType>(g_mime_content_type_parse(nullptr, asCString(value).c_str()));
+}
+
+Held<GMimeContentDisposition> readDisposition(std::string_view value) {
+  initialise();
+  return Held<GMimeContentDisposition>(
+      g_mime_content_disposition_parse(nullptr, asCString(value).c_str()));
+}
+
+bool isTokenChar(char c) {
+  return c > ' ' && c < 127 &&
+         std::string_view("()<>@,;:\\\"/[]?=").find(c) == std::string_view::npos;
+}
+
+std::string_view tokenAt(std::string_view text, std::size_t& at) {
+  const std::size_t begin = at;
+  while (at < text.size() && isTokenChar(text[at])) ++at;
+  return text.substr(begin, at - begin);
+}
+
+/// What g_mime_..._encode returns starts with the field name or goes without one; its folds are
+/// "\n\t" or "\n ".
+std::string withLineBreaks(std::string_view folded, std::string_view lineBreak) {
+  std::string result;
+  for (const char c : folded) {
+    if (c == '\n') {
+      result += lineBreak;
+    } else if (c != '\r') {
+      result += c;
+    }
+  }
+  while (!result.empty() && isSpace(result.back())) result.pop_back();
+  return result;
+}
+
+}  // namespace
+
+void initialise() {
+  static const bool done = [] {
+    g_mime_init();
+    return true;
+  }();
+  static_cast<void>(done);
+}
+
+std::string unfolded(std::string_view raw) {
+  raw = trimmed(raw);
+  std::string result;
+  result.reserve(raw.size());
+  for (const char c : raw) {
+    if (c == '\n') {
+      while (!result.empty() && result.back() == '\r') result.pop_back();
+    } else {
+      result += c == '\0' ? ' ' : c;
+    }
+  }
+  return result;
+}
+
+std::string_view properValue(std::string_view value) {
+  bool quoted = false;
+  int depth = 0;
+  for (std::size_t i = 0; i < value.size(); ++i) {
+    const char c = value[i];
+    if (c == '\\') {
+      ++i;
+    } else if (quoted) {
+      quoted = c != '"';
+    } else if (c == '"' && depth == 0) {
+      quoted = true;
+    } else if (c == '(') {
+      ++depth;
+    } else if (c == ')' && depth > 0) {
+      --depth;
+    } else if (c == ';' && depth == 0) {
+      return trimmed(value.substr(0, i));
+    }
+  }
+  return trimmed(value);
+}
+
+// Nearly every value is "token/token" with ";" or nothing behind it; only others need the library.
+std::string contentType(std::string_view value) {
+  value = trimmed(value);
+  std::size_t at = 0;
+  const std::string_view type = tokenAt(value, at);
+  if (!type.empty() && at < value.size() && value[at] == '/') {
+    ++at;
+    const std::string_view subtype = tokenAt(value, at);
+    const std::string_view both = value.substr(0, at);
+    while (at < value.size() && isSpace(value[at])) ++at;
+    if (!subtype.empty() && (at == value.size() || value[at] == ';')) return lowered(both);
+  }
+  if (value.find('/') == std::string_view::npos) return {};
+  const auto parsed = readContentType(value);
+  if (parsed == nullptr) return {};
+  const char* major = g_mime_content_type_get_media_type(parsed.get());
+  const char* minor = g_mime_content_type_get_media_subtype(parsed.get());
+  if (major == nullptr || minor == nullptr) return {};
+  return lowered(std::string(major) + "/" + minor);
+}
+
+bool isContentType(std::string_view text) {
+  const std::size_t slash = text.find('/');
+  return slash != std::string_view::npos && isToken(text.substr(0, slash)) &&
+         isToken(text.substr(slash + 1));
+}
+
+bool isToken(std::string_view text) {
+  return !text.empty() && std::all_of(text.begin(), text.end(), isTokenChar);
+}
+
+std::optional<std::string> contentTypeParameter(std::string_view value, const char* name) {
+  const auto parsed = readContentType(value);
+  if (parsed == nullptr) return std::nullopt;
+  const char* text = g_mime_content_type_get_parameter(parsed.get(), name);
+  if (text == nullptr) return std::nullopt;
+  return asUtf8(text);
+}
+
+std::optional<std::string> dispositionParameter(std::string_view value, const char* name) {
+  const auto parsed = readDisposition(value);
+  if (parsed == nullptr) return std::nullopt;
+  const char* text = g_mime_content_disposition_get_parameter(parsed.get(), name);
+  if (text == nullptr) return std::nullopt;
+  return asUtf8(text);
+}
+
+std::optional<std::string> withParameter(std::string_view fieldName, std::string_view value,
+                                         const char* name, const char* text,
+                                         std::string_view lineBreak) {
+  std::unique_ptr<char, GFree> encoded;
+  if (equalsIgnoreCase(fieldName, "content-type")) {
+    const auto parsed = readContentType(value);
+    if (parsed == nullptr) return std::nullopt;
+    g_mime_content_type_set_parameter(parsed.get(), name, text);
+    encoded.reset(g_mime_content_type_encode(parsed.get(), nullptr));
+  } else {
+    const auto parsed = readDisposition(value);
+    if (parsed == nullptr) return std::nullopt;
+    g_mime_content_disposition_set_parameter(parsed.get(), name, text);
+    encoded.reset(g_mime_content_disposition_encode(parsed.get(), nullptr));
+  }
+  if (encoded == nullptr) return std::nullopt;
+  return withLineBreaks(trimmed(encoded.get()), lineBreak);
+}
+
+std::string decodedText(std::string_view value) {
+  initialise();
+  const std::string text = asCString(value);
+  const std::unique_ptr<char, GFree> decoded(
+      g_mime_utils_header_decode_text(nullptr, text.c_str()));
+  return decoded == nullptr ? asUtf8(text.c_str()) : asUtf8(decoded.get());
+}
+
+std::optional<EncodedWord> findEncodedWord(std::string_view text, std::size_t from) {
+  for (std::size_t at = text.find("=?", from); at != std::string_view::npos;
+       at = text.find("=?", at + 1)) {
+    std::size_t p = at + 2;
+    const std::string_view charset = tokenAt(text, p);
+    if (charset.empty() || p + 3 >= text.size() || text[p] != '?' || text[p + 2] != '?') continue;
+    const char encoding = lowered(text[p + 1]);
+    if (encoding != 'b' && encoding != 'q') continue;
+    const std::size_t end = text.find("?=", p + 3);
+    // Blanks inside a word are not allowed, yet every reader decodes them.
+    if (end == std::string_view::npos) return std::nullopt;
+    const std::string_view name = charset.substr(0, charset.find('*'));
+    return EncodedWord{at, end + 2, lowered(name)};
+  }
+  return std::nullopt;
+}
+
+std::vector<Address> addresses(std::string_view value, std::size_t limit) {
+  initialise();
+  std::vector<Address> result;
+  const Held<InternetAddressList> list(
+      internet_address_list_parse(nullptr, asCString(value).c_str()));
+  if (list == nullptr) return result;
+  // Groups hold lists again; what is still to be read, innermost last.
+  std::vector<std::pair<InternetAddressList*, int>> open{{list.get(), 0}};
+  while (!open.empty() && result.size() < limit) {
+    auto& [members, index] = open.back();
+    if (index >= internet_address_list_length(members)) {
+      open.pop_back();
+      continue;
+    }
+    InternetAddress* entry = internet_address_list_get_address(members, index++);
+    if (INTERNET_ADDRESS_IS_GROUP(entry)) {
+      if (auto* inner = internet_address_group_get_members(INTERNET_ADDRESS_GROUP(entry))) {
+        open.emplace_back(inner, 0);
+      }
+      continue;
+    }
+    const char* address = internet_address_mailbox_get_addr(INTERNET_ADDRESS_MAILBOX(entry));
+    const char* name = internet_address_get_name(entry);
+    result.push_back({name == nullptr ? std::string() : asUtf8(name),
+                      address == nullptr ? std::string() : asUtf8(address)});
+  }
+  return result;
+}
+
+}  // namespace host::message::mime

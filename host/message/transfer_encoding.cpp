@@ -1,0 +1,146 @@
+#include "host/message/transfer_encoding.h"
+
+#include <gmime/gmime.h>
+
+#include <algorithm>
+#include <array>
+#include <vector>
+
+#include "host/message/ascii.h"
+#include "host/message/mime_values.h"
+#include "library/platform/ov_msg_mail_message.h"
+
+namespace host::message {
+
+namespace {
+
+constexpr std::size_t kPiece = 64 * 1024;
+
+struct Named {
+  std::string_view name;
+  TransferEncoding encoding;
+};
+constexpr std::array<Named, 10> kNames{{{"7bit", TransferEncoding::SevenBit},
+                                        {"8bit", TransferEncoding::EightBit},
+                                        {"binary", TransferEncoding::Binary},
+                                        {"quoted-printable", TransferEncoding::QuotedPrintable},
+                                        {"base64", TransferEncoding::Base64},
+                                        {"x-uuencode", TransferEncoding::UuEncode},
+                                        {"x-uue", TransferEncoding::UuEncode},
+                                        {"uuencode", TransferEncoding::UuEncode},
+                                        {"7-bit", TransferEncoding::SevenBit},
+                                        {"8-bit", TransferEncoding::EightBit}}};
+
+GMimeContentEncoding libraryEncoding(TransferEncoding encoding) {
+  switch (encoding) {
+    case TransferEncoding::QuotedPrintable:
+      return GMIME_CONTENT_ENCODING_QUOTEDPRINTABLE;
+    case TransferEncoding::Base64:
+      return GMIME_CONTENT_ENCODING_BASE64;
+    case TransferEncoding::UuEncode:
+      return GMIME_CONTENT_ENCODING_UUENCODE;
+    default:
+      return GMIME_CONTENT_ENCODING_DEFAULT;
+  }
+}
+
+/// The encoded lines of a uuencoded body: what is behind its "begin" line.
+std::string_view behindBeginLine(std::string_view body) {
+  constexpr std::string_view kBegin = "begin ";
+  std::size_t at = 0;
+  while (at < body.size() && body.substr(at, kBegin.size()) != kBegin) {
+    const std::size_t lf = body.find('\n', at);
+    if (lf == std::string_view::npos) return body;
+    at = lf + 1;
+  }
+  const std::size_t lf = body.find('\n', at);
+  return at < body.size() && lf != std::string_view::npos ? body.substr(lf + 1) : body;
+}
+
+std::string withLineBreak(std::string_view lines, std::string_view lineBreak) {
+  if (lineBreak == "\n") return std::string(lines);
+  std::string result;
+  result.reserve(lines.size() + lines.size() / 40 + 2);
+  for (const char c : lines) {
+    if (c == '\n') {
+      result += lineBreak;
+    } else {
+      result += c;
+    }
+  }
+  return result;
+}
+
+}  // namespace
+
+TransferEncoding transferEncodingOf(std::string_view value) {
+  value = trimmed(value);
+  const std::string_view token = value.substr(0, value.find_first_of(" \t;(,"));
+  if (token.empty()) return TransferEncoding::SevenBit;
+  for (const Named& entry : kNames) {
+    if (equalsIgnoreCase(token, entry.name)) return entry.encoding;
+  }
+  return TransferEncoding::Unknown;
+}
+
+std::string_view nameOf(TransferEncoding encoding) {
+  for (const Named& entry : kNames) {
+    if (entry.encoding == encoding) return entry.name;
+  }
+  return {};
+}
+
+bool isIdentity(TransferEncoding encoding) {
+  return encoding == TransferEncoding::SevenBit || encoding == TransferEncoding::EightBit ||
+         encoding == TransferEncoding::Binary;
+}
+
+bool decodeBody(std::string_view body, TransferEncoding encoding, OvMsgSink& sink) {
+  if (body.empty()) return true;
+  if (isIdentity(encoding) || encoding == TransferEncoding::Unknown) {
+    return sink.write(body.data(), body.size());
+  }
+  mime::initialise();
+  if (encoding == TransferEncoding::UuEncode) body = behindBeginLine(body);
+  GMimeEncoding state;
+  g_mime_encoding_init_decode(&state, libraryEncoding(encoding));
+  std::vector<char> piece(g_mime_encoding_outlen(&state, kPiece));
+  while (!body.empty()) {
+    const std::string_view input = body.substr(0, kPiece);
+    body.remove_prefix(input.size());
+    const std::size_t count =
+        body.empty() ? g_mime_encoding_flush(&state, input.data(), input.size(), piece.data())
+                     : g_mime_encoding_step(&state, input.data(), input.size(), piece.data());
+    if (count != 0 && !sink.write(piece.data(), count)) return false;
+  }
+  return true;
+}
+
+std::string encodeBody(std::string_view content, TransferEncoding encoding, bool isText,
+                       std::string_view lineBreak) {
+  std::string canonical;
+  if (isText) {
+    // A text's line breaks are CRLF under base64 (RFC 2046 section 4.1.1), else those of the mail.
+    const std::string_view newLine = encoding == TransferEncoding::Base64 ? "\r\n" : "\n";
+    for (std::size_t i = 0; i < content.size(); ++i) {
+      if (content[i] == '\r' && i + 1 < content.size() && content[i + 1] == '\n') continue;
+      if (content[i] == '\n') {
+        canonical += newLine;
+      } else {
+        canonical += content[i];
+      }
+    }
+    content = canonical;
+  }
+  if (isIdentity(encoding) || encoding == TransferEncoding::Unknown) {
+    return isText ? withLineBreak(content, lineBreak) : std::string(content);
+  }
+  mime::initialise();
+  GMimeEncoding state;
+  g_mime_encoding_init_encode(&state, libraryEncoding(encoding));
+  std::string encoded(g_mime_encoding_outlen(&state, content.size()), '\0');
+  encoded.resize(g_mime_encoding_flush(&state, content.data(), content.size(), encoded.data()));
+  return withLineBreak(encoded, lineBreak);
+}
+
+}  // namespace host::message
