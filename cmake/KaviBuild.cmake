@@ -25,6 +25,11 @@ if(KAVI_SANITIZE)
   add_compile_options(-fsanitize=${KAVI_SANITIZE} -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${KAVI_SANITIZE})
 endif()
+# The code under test is instrumented too: the fuzzer follows what it covers.
+if(KAVI_BUILD_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+  add_link_options(-fsanitize=fuzzer-no-link)
+endif()
 
 find_program(CCACHE ccache)
 if(CCACHE)
