@@ -83,8 +83,8 @@ RuleSkippingHeader::~RuleSkippingHeader() {
 }
 
 void RuleSkippingHeader::restore() {
-  restored_ = true;
   _reset_rule_skipping_header(root_, hadHeader_, oldValue_);
+  restored_ = true;  // not when that threw: the destructor then tries once more
 }
 
 }  // namespace library

@@ -1,7 +1,7 @@
-// Every public operation, with its n-th allocation or platform call failing, for n = 1, 2, ...
-// until the operation runs through. Expected each time: the stated result, nothing thrown, nothing
-// leaked.
-#include <functional>
+// The framework, the library settings and the actions on header fields and delivery; what the sweep
+// expects is said in fault_sweep.h.
+#include "tests/unit/library/fault_sweep.h"
+
 #include <iterator>
 
 #include "library/actions/disposition/delete.h"
@@ -12,15 +12,10 @@
 #include "library/framework/kavi_action_n.h"
 #include "library/platform/blob.h"
 #include "tests/fakes/allocator.h"
-#include "tests/fakes/fault_plan.h"
-#include "tests/unit/library/library_test.h"
 
 namespace {
 
-using fakes::FaultKind;
-
-// More calls than any operation makes: a sweep that gets here never ends.
-constexpr unsigned int kMaxCalls = 2000;
+using namespace sweep;
 
 /// Settings strings too long for a string's own buffer, so that every copy allocates.
 const std::string kXHeader = "X-A-Name-That-Needs-Memory: a value that needs memory too";
@@ -32,84 +27,6 @@ class Sample : public KaviActionN {
   Sample() : KaviActionN(Stamp, false) {}
   const Ids& read() const { return ids; }
 };
-
-/// Where an operation runs: the fault is armed inside `run` only.
-class Trial {
- public:
-  Trial(FaultKind kind, unsigned int call) : kind_(kind), call_(call) {}
-
-  void run(const std::function<void()>& operation) {
-    const fakes::FaultPlan plan(kind_, call_);
-    try {
-      operation();
-    } catch (...) {
-      thrown_ = true;
-    }
-    fired_ = plan.fired();
-  }
-  bool fired() const { return fired_; }
-  bool thrown() const { return thrown_; }
-
-  fakes::Adapter adapter;
-  fakes::Message msg;
-  fakes::Settings settings;
-  Kavi::TokenMap<Kavi::ScanToken> tokens;
-  NamedObjMgrForScanner namedObjects;
-
- private:
-  FaultKind kind_;
-  unsigned int call_;
-  bool fired_ = false;
-  bool thrown_ = false;
-};
-
-/// One public operation: runs it under the trial's fault on objects of its own, checks that what it
-/// leaves behind fits its result, and answers whether that was the result of success.
-struct Operation {
-  const char* name;
-  bool (*run)(Trial& trial);
-};
-
-template <class Action>
-bool constructs(Trial& trial, const std::string& setting) {
-  Action action;
-  bool result = false;
-  trial.run([&] {
-    result = action.construct(setting.c_str(), static_cast<unsigned int>(setting.size()));
-  });
-  return result;
-}
-
-template <class Action>
-bool serializes(Trial& trial, const std::string& setting, const std::string& text) {
-  Action action;
-  action.construct(setting.c_str(), static_cast<unsigned int>(setting.size()));
-  std::string result;
-  trial.run([&] { result = action.serialize(); });
-  EXPECT_TRUE(result.empty() || result == text) << result;
-  return result == text;
-}
-
-template <class Action>
-bool takes(Trial& trial, Action& action, bool& flag) {
-  bool result = false;
-  trial.run([&] {
-    result = action.takeAction(&trial.msg, nullptr, flag, trial.tokens, trial.adapter,
-                               trial.namedObjects);
-  });
-  return result;
-}
-
-template <class Action>
-bool answersIds(Trial& trial, bool expected) {
-  Action action;
-  KaviAction& base = action;
-  Ids ids{1};
-  bool result = !expected;
-  trial.run([&] { result = base.getNamedObjectIds(std::string("1-5"), ids); });
-  EXPECT_EQ(ids, Ids{1});
-  return result == expected;
-}
 
 std::string postponeRecord() {
   std::string text;
@@ -324,16 +241,6 @@ const Operation kOperations[] = {
      }},
 };
 
-class FaultSweepTest : public LibraryTest,
-                       public testing::WithParamInterface<std::tuple<const Operation*, FaultKind>> {
- protected:
-  /// Drops what the fakes wrote down.
-  void forget() {
-    log.takeLines();
-    fakes::Resources::instance().clear();
-  }
-};
-
 TEST_P(FaultSweepTest, EndsWithTheStatedResultAndLeaksNothing) {
   const auto [operation, kind] = GetParam();
   for (unsigned int call = 1; call <= kMaxCalls; ++call) {
@@ -363,29 +270,7 @@ TEST_P(FaultSweepTest, EndsWithTheStatedResultAndLeaksNothing) {
   FAIL() << "never runs through";
 }
 
-std::vector<const Operation*> operations() {
-  std::vector<const Operation*> operations;
-  for (const Operation& operation : kOperations) {
-    operations.push_back(&operation);
-  }
-  return operations;
-}
-
-std::string sweepName(const testing::TestParamInfo<FaultSweepTest::ParamType>& info) {
-  std::string name =
-      std::string(std::get<0>(info.param)->name) + "_" + fakes::faultName(std::get<1>(info.param));
-  for (char& character : name) {
-    character = std::isalnum(static_cast<unsigned char>(character)) != 0 ? character : '_';
-  }
-  return name;
-}
-
-INSTANTIATE_TEST_SUITE_P(Operations, FaultSweepTest,
-                         testing::Combine(testing::ValuesIn(operations()),
-                                          testing::Values(FaultKind::Allocation,
-                                                          FaultKind::PlatformFailure,
-                                                          FaultKind::PlatformThrow)),
-                         sweepName);
+INSTANTIATE_TEST_SUITE_P(Core, FaultSweepTest, each(kOperations), nameOf);
 
 /// The sweep is only worth something if its faults happen where they are meant to.
 TEST(FaultSweepSelfTest, EveryKindOfFaultHappens) {
