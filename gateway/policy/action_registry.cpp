@@ -1,0 +1,239 @@
+#include "gateway/policy/action_registry.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <limits>
+
+#include "gateway/policy/suggest.h"
+#include "library/actions/disposition/delete.h"
+#include "library/actions/disposition/postpone.h"
+#include "library/actions/disposition/virus_clean.h"
+#include "library/actions/modification/x_header.h"
+
+namespace gateway::policy {
+namespace {
+
+template <class Action>
+std::unique_ptr<KaviAction> make() {
+  return std::make_unique<Action>();
+}
+
+bool constructFrom(KaviAction& object, const std::string& setting) {
+  // A settings string travels as a C string: what stands behind a NUL would be lost.
+  if (setting.find('\0') != std::string::npos) return false;
+  if (setting.size() > std::numeric_limits<unsigned int>::max()) return false;
+  return object.construct(setting.c_str(), static_cast<unsigned int>(setting.size()));
+}
+
+// --- Actions without settings ---
+
+template <class Settings>
+bool encodeNothing(const Node& value, std::string& setting, const FaultSink& fault) {
+  if (value.kind != Node::Kind::Null) {
+    fault(value.line, "takes no value (write its name alone)");
+    return false;
+  }
+  setting = Settings().serialize();
+  return true;
+}
+
+template <class Settings>
+bool decodeNothing(const std::string& setting, std::string& value) {
+  Settings settings;
+  value.clear();
+  return setting.empty() && constructFrom(settings, setting);
+}
+
+// --- postpone ---
+
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+/// "8:30" or "08:30", 00:00 to 23:59.
+bool parseTimeOfDay(std::string_view text, int& hour, int& minute) {
+  const std::size_t colon = text.find(':');
+  if (colon == std::string_view::npos || colon == 0 || colon > 2) return false;
+  if (text.size() != colon + 3) return false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (i != colon && !isDigit(text[i])) return false;
+  }
+  hour = text[0] - '0';
+  if (colon == 2) hour = hour * 10 + (text[1] - '0');
+  minute = (text[colon + 1] - '0') * 10 + (text[colon + 2] - '0');
+  return hour <= 23 && minute <= 59;
+}
+
+bool encodePostpone(const Node& value, std::string& setting, const FaultSink& fault) {
+  uiPostpone settings;
+  if (value.kind != Node::Kind::Scalar ||
+      !parseTimeOfDay(value.text, settings.hour, settings.min)) {
+    fault(value.line, "needs a time of the day, not " + inQuotes(value.text) +
+                          " (write hours and minutes, 00:00 to 23:59: \"08:30\")");
+    return false;
+  }
+  setting = settings.serialize();
+  return true;
+}
+
+bool decodePostpone(const std::string& setting, std::string& value) {
+  uiPostpone settings;
+  if (!constructFrom(settings, setting)) return false;
+  char text[32];
+  std::snprintf(text, sizeof text, "%02d:%02d", settings.hour, settings.min);
+  value = text;
+  return true;
+}
+
+// --- x_header ---
+
+/// Why the settings class refused \p text; the rules are its own, this only puts them in words.
+std::string headerFault(const std::string& text) {
+  constexpr std::size_t kMaxLength = 512;
+  if (text.size() > kMaxLength) {
+    return "is longer than 512 bytes (shorten it)";
+  }
+  if (text.find(':') == std::string::npos) {
+    return "has no ':' between name and value (write: \"X-Flag: yes\")";
+  }
+  const bool printable =
+      std::all_of(text.begin(), text.end(), [](char c) { return c >= 32 && c < 127; });
+  if (!printable) return "has a character that is not printable ASCII (remove it)";
+  return "has an empty name or value (write: \"X-Flag: yes\")";
+}
+
+bool encodeXHeader(const Node& value, std::string& setting, const FaultSink& fault) {
+  if (value.kind != Node::Kind::Scalar) {
+    fault(value.line, "needs a header line as one text (write: \"X-Flag: yes\")");
+    return false;
+  }
+  uiInsertXHeaderTag settings;
+  if (!constructFrom(settings, value.text)) {
+    fault(value.line, "header line " + inQuotes(value.text) + " " + headerFault(value.text));
+    return false;
+  }
+  std::string name;
+  std::string text;
+  settings.getXHeaderTag(name, text);
+  if (name.find(' ') != std::string::npos) {
+    fault(value.line, "header name " + inQuotes(name) + " has a blank (write '-' instead)");
+    return false;
+  }
+  setting = settings.serialize();
+  return true;
+}
+
+bool decodeXHeader(const std::string& setting, std::string& value) {
+  uiInsertXHeaderTag settings;
+  if (!constructFrom(settings, setting)) return false;
+  std::string name;
+  std::string text;
+  settings.getXHeaderTag(name, text);
+  value = name + ": " + text;
+  return true;
+}
+
+/// Fields whose change makes the message mean, or go, something else.
+bool isVitalField(std::string name) {
+  static constexpr std::string_view kVital[] = {"content-type",
+                                                "content-transfer-encoding",
+                                                "content-disposition",
+                                                "mime-version",
+                                                "from",
+                                                "sender",
+                                                "to",
+                                                "cc",
+                                                "date",
+                                                "message-id",
+                                                "received",
+                                                "dkim-signature"};
+  std::transform(name.begin(), name.end(), name.begin(),
+                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+  return std::find(std::begin(kVital), std::end(kVital), name) != std::end(kVital);
+}
+
+std::string doubtXHeader(const std::string& setting) {
+  uiInsertXHeaderTag settings;
+  std::string name;
+  std::string text;
+  if (!constructFrom(settings, setting) || !settings.getXHeaderTag(name, text)) return {};
+  if (!isVitalField(name)) return {};
+  return "replaces " + inQuotes(name) +
+         ", which mail programs and checks rely on (use a name that begins with X-)";
+}
+
+const ActionSpec kActions[] = {
+    {.name = "delete",
+     .type = KaviAction::Delete,
+     .disposes = true,
+     .doesNothing = false,
+     .changesMessage = false,
+     .value = "",
+     .example = "delete",
+     .summary = "Deletes the message: nobody receives it.",
+     .make = make<ActDelete>,
+     .encode = encodeNothing<uiDelete>,
+     .decode = decodeNothing<uiDelete>},
+    {.name = "postpone",
+     .type = KaviAction::Postpone,
+     .disposes = true,
+     .doesNothing = false,
+     .changesMessage = false,
+     .value = "HH:MM",
+     .example = "postpone: \"08:30\"",
+     .summary = "Holds the message back until that time of the day.",
+     .make = make<ActPostpone>,
+     .encode = encodePostpone,
+     .decode = decodePostpone},
+    {.name = "virus_clean",
+     .type = KaviAction::VirusClean,
+     .disposes = false,
+     .doesNothing = true,
+     .changesMessage = false,
+     .value = "",
+     .example = "virus_clean",
+     .summary = "Does nothing; kept for policies that name it.",
+     .make = make<ActVirusClean>,
+     .encode = encodeNothing<uiVirusClean>,
+     .decode = decodeNothing<uiVirusClean>},
+    {.name = "x_header",
+     .type = KaviAction::InsertXHeaderTag,
+     .disposes = false,
+     .doesNothing = false,
+     .changesMessage = true,
+     .value = "NAME: VALUE",
+     .example = "x_header: \"X-Flag: yes\"",
+     .summary = "Sets a header field: the first of that name, or a new one at the end.",
+     .make = make<ActInsertXHeaderTag>,
+     .encode = encodeXHeader,
+     .decode = decodeXHeader,
+     .doubt = doubtXHeader},
+};
+
+}  // namespace
+
+std::unique_ptr<KaviAction> ActionSpec::build(const std::string& setting) const {
+  std::unique_ptr<KaviAction> action = make();
+  if (action == nullptr || !constructFrom(*action, setting)) return nullptr;
+  return action;
+}
+
+std::span<const ActionSpec> allActions() { return kActions; }
+
+const ActionSpec* findAction(std::string_view name) {
+  const auto* spec = std::find_if(std::begin(kActions), std::end(kActions),
+                                  [name](const ActionSpec& row) { return row.name == name; });
+  return spec == std::end(kActions) ? nullptr : spec;
+}
+
+const ActionSpec* findAction(int type) {
+  const auto* spec = std::find_if(std::begin(kActions), std::end(kActions),
+                                  [type](const ActionSpec& row) { return row.type == type; });
+  return spec == std::end(kActions) ? nullptr : spec;
+}
+
+std::vector<std::string_view> actionNames() {
+  std::vector<std::string_view> names;
+  for (const ActionSpec& row : kActions) names.push_back(row.name);
+  return names;
+}
+
+}  // namespace gateway::policy

@@ -1,0 +1,25 @@
+#include "gateway/policy/diagnostics.h"
+
+namespace gateway::policy {
+
+void Diagnostics::error(int line, std::string rule, std::string message) {
+  ++errors_;
+  if (kept_ == kMaxErrors) return;
+  ++kept_;
+  all_.push_back({Diagnostic::Severity::Error, line, std::move(rule), std::move(message)});
+}
+
+void Diagnostics::warning(int line, std::string rule, std::string message) {
+  all_.push_back({Diagnostic::Severity::Warning, line, std::move(rule), std::move(message)});
+}
+
+std::string Diagnostics::text(const Diagnostic& diagnostic) const {
+  std::string text = source_;
+  if (diagnostic.line > 0) text += ":" + std::to_string(diagnostic.line);
+  text += ": ";
+  if (diagnostic.severity == Diagnostic::Severity::Warning) text += "warning: ";
+  if (!diagnostic.rule.empty()) text += diagnostic.rule + ": ";
+  return text + diagnostic.message;
+}
+
+}  // namespace gateway::policy

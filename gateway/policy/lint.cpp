@@ -1,0 +1,141 @@
+#include "gateway/policy/lint.h"
+
+#include <algorithm>
+#include <map>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "gateway/policy/action_registry.h"
+#include "gateway/policy/condition.h"
+#include "gateway/policy/suggest.h"
+
+namespace gateway::policy {
+namespace {
+
+class Linter {
+ public:
+  Linter(const PolicyRows& rows, const SourceLines& lines, Diagnostics& diagnostics)
+      : rows_(rows), lines_(lines), diagnostics_(diagnostics) {}
+
+  void run() {
+    if (rows_.rules.empty()) {
+      diagnostics_.warning(0, "", "there are no rules: every message passes unchanged");
+    }
+    for (std::size_t i = 0; i < rows_.rules.size(); ++i) lintRule(i);
+    for (std::size_t i = 0; i < rows_.objects.size(); ++i) {
+      diagnostics_.warning(lines_.ofObject(i), "",
+                           "no rule refers to " + inQuotes(rows_.objects[i].name) +
+                               " (remove it, or leave it for later)");
+    }
+  }
+
+ private:
+  void warn(int line, std::string message) {
+    diagnostics_.warning(line, place_, std::move(message));
+  }
+
+  void lintRule(std::size_t index) {
+    const RuleRow& rule = rows_.rules[index];
+    const int line = lines_.ofRule(index);
+    place_ = "rule " + std::to_string(rule.id);
+    if (const auto [first, isNew] = names_.emplace(rule.name, rule.id); !isNew) {
+      warn(line, "name " + inQuotes(rule.name) + " is also that of rule " +
+                     std::to_string(first->second) + " (reports cannot tell them apart)");
+    }
+    if (!rule.enabled) warn(line, "is switched off (enabled: false)");
+    if (rule.actions.empty())
+      warn(line, "has no actions: matches are reported and nothing is done");
+    const auto condition = parseCanonicalText(rule.condition, [](int, const std::string&) {});
+    if (condition) lintCondition(*condition, line);
+    if (rule.enabled) lintReach(index, condition && condition->kind == Condition::Kind::Always);
+    lintActions(index);
+  }
+
+  /// Rules behind one that takes every message.
+  void lintReach(std::size_t index, bool always) {
+    const RuleRow& rule = rows_.rules[index];
+    if (!endOfAll_.empty()) {
+      warn(lines_.ofRule(index), "is never reached: " + endOfAll_ + " takes every message");
+      return;
+    }
+    const bool disposes =
+        std::any_of(rule.actions.begin(), rule.actions.end(), [](const ActionRow& action) {
+          const ActionSpec* spec = findAction(action.type);
+          return spec != nullptr && spec->disposes;
+        });
+    if (always && disposes) endOfAll_ = place_;
+  }
+
+  void lintActions(std::size_t index) {
+    const RuleRow& rule = rows_.rules[index];
+    std::map<std::pair<int, std::string>, bool> seen;
+    const ActionSpec* disposer = nullptr;
+    for (std::size_t i = 0; i < rule.actions.size(); ++i) {
+      const ActionSpec* spec = findAction(rule.actions[i].type);
+      if (spec == nullptr) continue;
+      const std::string called = "action '" + std::string(spec->name) + "'";
+      const int line = lines_.ofAction(index, i);
+      if (spec->doesNothing) warn(line, called + " does nothing (remove it)");
+      const bool isNew = seen.emplace(std::pair(spec->type, rule.actions[i].setting), true).second;
+      if (!isNew && !spec->disposes && !spec->doesNothing) {
+        warn(line, called + " stands twice with the same value (remove one)");
+      }
+      if (disposer != nullptr && spec->disposes) {
+        warn(line, called + " and '" + std::string(disposer->name) +
+                       "' both dispose of the message (keep one)");
+      } else if (disposer != nullptr && spec->changesMessage) {
+        warn(line, called + " comes behind '" + std::string(disposer->name) +
+                       "', which has disposed of the message: its change is lost (put it first)");
+      }
+      if (spec->disposes && disposer == nullptr) disposer = spec;
+      const std::string doubt =
+          spec->doubt != nullptr ? spec->doubt(rule.actions[i].setting) : std::string();
+      if (!doubt.empty()) warn(line, called + " " + doubt);
+    }
+  }
+
+  void lintCondition(const Condition& condition, int line) {
+    if (condition.kind == Condition::Kind::AttachmentName) {
+      for (const std::string& glob : condition.patterns) lintNameGlob(glob, line);
+    }
+    if (condition.kind == Condition::Kind::AttachmentType) {
+      for (const std::string& glob : condition.patterns) {
+        if (glob.find('/') == std::string::npos && glob.find('*') == std::string::npos) {
+          warn(line, "attachment_type " + inQuotes(glob) +
+                         " matches no type (write: " + inQuotes("*/" + glob) + ")");
+        }
+      }
+    }
+    for (const Condition& child : condition.children) lintCondition(child, line);
+  }
+
+  void lintNameGlob(const std::string& glob, int line) {
+    if (glob.find(".*\\.") != std::string::npos || (glob.front() == '^' || glob.back() == '$')) {
+      warn(line, "attachment_name " + inQuotes(glob) +
+                     " looks like a regular expression; names are matched by globs (write: "
+                     "'*.exe')");
+    } else if (glob.find_first_of("*?[.") == std::string::npos) {
+      warn(line, "attachment_name " + inQuotes(glob) +
+                     " matches a file of just that name (write: " + inQuotes("*." + glob) +
+                     " for an extension)");
+    }
+  }
+
+  const PolicyRows& rows_;
+  const SourceLines& lines_;
+  Diagnostics& diagnostics_;
+  std::string place_;
+  std::string endOfAll_;  ///< the rule that takes every message, once there is one
+  std::unordered_map<std::string, unsigned int> names_;
+};
+
+}  // namespace
+
+void lintPolicy(const PolicyRows& rows, const SourceLines& lines, Diagnostics& diagnostics) {
+  Linter(rows, lines, diagnostics).run();
+}
+
+}  // namespace gateway::policy

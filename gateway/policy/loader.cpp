@@ -1,0 +1,323 @@
+#include "gateway/policy/loader.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "gateway/policy/action_registry.h"
+#include "gateway/policy/condition.h"
+#include "gateway/policy/suggest.h"
+#include "gateway/policy/yaml_reader.h"
+
+namespace gateway::policy {
+namespace {
+
+constexpr std::size_t kMaxNameLength = 255;
+
+/// A kind of named object: the list that declares its objects, and the fields of each besides the
+/// name.
+struct ObjectKind {
+  std::string_view key;
+  unsigned int type;
+  std::string_view example;
+  std::vector<std::string_view> numbers;  ///< optional fields, whole numbers
+};
+
+const std::vector<ObjectKind>& objectKinds() {
+  static const std::vector<ObjectKind> kKinds = {
+      {"quarantine_areas",
+       KaviNamedObj::QuarantineAreaType,
+       "- {name: virus, aging_days: 7}",
+       {"aging_days"}},
+  };
+  return kKinds;
+}
+
+template <class Number>
+bool parseNumber(const Node& value, Number& number) {
+  if (value.kind != Node::Kind::Scalar || value.text.empty()) return false;
+  const char* end = value.text.data() + value.text.size();
+  const auto [rest, fault] = std::from_chars(value.text.data(), end, number);
+  return fault == std::errc() && rest == end;
+}
+
+bool isPrintableText(const std::string& text) {
+  return std::none_of(text.begin(), text.end(),
+                      [](char c) { return static_cast<unsigned char>(c) < 32; });
+}
+
+class Loader {
+ public:
+  explicit Loader(Diagnostics& diagnostics) : diagnostics_(diagnostics) {}
+
+  LoadedPolicy load(const Node* root) {
+    if (root == nullptr || root->kind != Node::Kind::Map) {
+      fail(root != nullptr ? root->line : 0, "a policy is a map of lists (write: rules: [])");
+      return {};
+    }
+    std::vector<std::string_view> known = {"rules"};
+    for (const ObjectKind& kind : objectKinds()) known.push_back(kind.key);
+    refuseUnknownKeys(*root, known, "a policy");
+    for (const ObjectKind& kind : objectKinds()) {
+      if (const Node* list = root->find(kind.key)) readObjects(kind, *list);
+    }
+    readRules(*root);
+    return std::move(policy_);
+  }
+
+ private:
+  void fail(int line, std::string message) { diagnostics_.error(line, place_, std::move(message)); }
+
+  void refuseUnknownKeys(const Node& map, const std::vector<std::string_view>& known,
+                         std::string_view what) {
+    for (const Node::Member& member : map.members) {
+      if (std::find(known.begin(), known.end(), member.key) != known.end()) continue;
+      fail(member.line, "unknown key " + inQuotes(member.key) + " in " + std::string(what) + " " +
+                            remedyFor(member.key, known));
+    }
+  }
+
+  // --- Named objects ---
+
+  void readObjects(const ObjectKind& kind, const Node& list) {
+    if (list.kind == Node::Kind::Null) return;
+    if (list.kind != Node::Kind::List) {
+      fail(list.line,
+           std::string(kind.key) + " must be a list (write: " + std::string(kind.example) + ")");
+      return;
+    }
+    std::unordered_map<std::string, int> seen;
+    for (const Node* item : list.items) readObject(kind, *item, seen);
+    place_.clear();
+  }
+
+  void readObject(const ObjectKind& kind, const Node& item,
+                  std::unordered_map<std::string, int>& seen) {
+    place_ = std::string(kind.key);
+    if (item.kind != Node::Kind::Map || item.find("name") == nullptr) {
+      fail(item.line, "an entry needs a name (write: " + std::string(kind.example) + ")");
+      return;
+    }
+    NamedObjectRow row;
+    row.type = kind.type;
+    readName(*item.find("name"), row.name);
+    if (const auto [first, isNew] = seen.emplace(row.name, item.line); !isNew) {
+      fail(item.line, "name " + inQuotes(row.name) + " is taken by line " +
+                          std::to_string(first->second) + " (choose another)");
+    }
+    std::vector<std::string_view> known = {"name"};
+    known.insert(known.end(), kind.numbers.begin(), kind.numbers.end());
+    refuseUnknownKeys(item, known, "an entry");
+    for (std::string_view key : kind.numbers) {
+      const Node* value = item.find(key);
+      unsigned int number = 0;
+      if (value == nullptr) continue;
+      if (!parseNumber(*value, number)) {
+        fail(value->line, std::string(key) + " " + inQuotes(value->text) +
+                              " (write a whole number, 0 or above)");
+      }
+      row.fields[std::string(key)] = std::to_string(number);
+    }
+    policy_.rows.objects.push_back(std::move(row));
+    policy_.lines.objects.push_back(item.line);
+  }
+
+  bool readName(const Node& value, std::string& name) {
+    name = value.text;
+    if (value.kind == Node::Kind::Scalar && !name.empty() && name.size() <= kMaxNameLength &&
+        isPrintableText(name)) {
+      return true;
+    }
+    fail(value.line, "a name is one line of 1 to 255 bytes, not " + inQuotes(name));
+    return false;
+  }
+
+  // --- Rules ---
+
+  void readRules(const Node& root) {
+    const Node* rules = root.find("rules");
+    if (rules == nullptr) {
+      fail(root.line, "the key 'rules' is missing (write 'rules: []' for a policy without rules)");
+      return;
+    }
+    if (rules->kind != Node::Kind::List) {
+      fail(rules->line, "'rules' must be a list (write 'rules: []' for a policy without rules)");
+      return;
+    }
+    for (const Node* item : rules->items) readRule(*item);
+    place_.clear();
+  }
+
+  void readRule(const Node& item) {
+    place_ = "rule number " + std::to_string(++position_) + " of the list";
+    if (item.kind != Node::Kind::Map) {
+      fail(item.line, "a rule is a map of id, name, when and actions");
+      return;
+    }
+    RuleRow row;
+    row.order = position_;
+    readId(item, row.id);
+    refuseUnknownKeys(item, {"id", "name", "enabled", "when", "actions"}, "a rule");
+    if (const Node* name = item.find("name")) {
+      readName(*name, row.name);
+    } else {
+      row.name = "rule " + std::to_string(row.id);
+    }
+    if (const Node* enabled = item.find("enabled")) readFlag(*enabled, row.enabled);
+    readWhen(item, row);
+    SourceLines::Rule lines;
+    lines.line = item.line;
+    readActions(item, row, lines);
+    policy_.rows.rules.push_back(std::move(row));
+    policy_.lines.rules.push_back(std::move(lines));
+  }
+
+  void readId(const Node& item, unsigned int& id) {
+    const Node* value = item.find("id");
+    if (value == nullptr) {
+      fail(item.line, "the key 'id' is missing (give the rule a number of its own)");
+      return;
+    }
+    if (!parseNumber(*value, id) || id == 0) {
+      fail(value->line,
+           "id " + inQuotes(value->text) + " (an id is a whole number from 1 to 4294967295)");
+      id = 0;
+      return;
+    }
+    place_ = "rule " + std::to_string(id);
+    if (const auto [first, isNew] = ids_.emplace(id, value->line); !isNew) {
+      fail(value->line, "id " + std::to_string(id) + " is taken by the rule on line " +
+                            std::to_string(first->second) + " (choose a number never used before)");
+    }
+  }
+
+  void readFlag(const Node& value, bool& flag) {
+    if (value.text == "true" || value.text == "yes") {
+      flag = true;
+    } else if (value.text == "false" || value.text == "no") {
+      flag = false;
+    } else {
+      fail(value.line, "'enabled' is " + inQuotes(value.text) + " (write true or false)");
+    }
+  }
+
+  void readWhen(const Node& item, RuleRow& row) {
+    const Node* when = item.find("when");
+    if (when == nullptr) {
+      fail(item.line, "the key 'when' is missing (write 'when: always' for every message)");
+      return;
+    }
+    const auto condition = parseCondition(
+        *when, [this](int line, std::string message) { fail(line, std::move(message)); });
+    if (condition) row.condition = canonicalText(*condition);
+  }
+
+  void readActions(const Node& item, RuleRow& row, SourceLines::Rule& lines) {
+    const Node* actions = item.find("actions");
+    if (actions == nullptr) {
+      fail(item.line, "the key 'actions' is missing (write 'actions: []' to only report matches)");
+      return;
+    }
+    if (actions->kind != Node::Kind::List) {
+      fail(actions->line, "'actions' must be a list (write: actions: [delete])");
+      return;
+    }
+    for (const Node* action : actions->items) {
+      readAction(*action, row);
+      lines.actions.push_back(action->line);
+    }
+  }
+
+  /// "delete", "{postpone: '08:30'}".
+  void readAction(const Node& item, RuleRow& row) {
+    static const Node kNoValue;
+    std::string_view name = item.text;
+    const Node* value = &kNoValue;
+    if (item.kind == Node::Kind::Map && item.members.size() == 1) {
+      name = item.members.front().key;
+      value = item.members.front().value;
+    } else if (item.kind != Node::Kind::Scalar) {
+      fail(item.line, item.members.size() > 1
+                          ? "an action has one key, this one has '" + item.members[0].key +
+                                "' and '" + item.members[1].key + "' (start each with its own '-')"
+                          : "an action is a name, or a name with a value (write: delete)");
+      row.actions.emplace_back();
+      return;
+    }
+    ActionRow action;
+    readNamedAction(item.line, name, *value, action);
+    row.actions.push_back(std::move(action));
+  }
+
+  void readNamedAction(int line, std::string_view name, const Node& value, ActionRow& action) {
+    const ActionSpec* spec = findAction(name);
+    if (spec == nullptr) {
+      fail(line, "unknown action " + inQuotes(name) + " " + remedyFor(name, actionNames()));
+      return;
+    }
+    action.type = spec->type;
+    const std::string called = "action '" + std::string(name) + "' ";
+    if (spec->takesValue() && value.kind == Node::Kind::Null) {
+      fail(line, called + "needs a value (write: " + std::string(spec->example) + ")");
+      return;
+    }
+    const bool encoded =
+        spec->encode(value, action.setting, [&](int valueLine, const std::string& message) {
+          fail(valueLine > 0 ? valueLine : line, called + message);
+        });
+    // The scanner side builds the action from this string: what it refuses must not get so far.
+    if (encoded && spec->build(action.setting) == nullptr) {
+      fail(line, called + "does not accept its own settings string " + inQuotes(action.setting));
+    }
+  }
+
+  Diagnostics& diagnostics_;
+  LoadedPolicy policy_;
+  std::string place_;
+  unsigned int position_ = 0;
+  std::unordered_map<unsigned int, int> ids_;
+};
+
+}  // namespace
+
+std::optional<LoadedPolicy> loadPolicy(std::string_view text, Diagnostics& diagnostics) {
+  const std::unique_ptr<Document> document = readYaml(text, diagnostics);
+  if (document == nullptr) return std::nullopt;
+  LoadedPolicy policy = Loader(diagnostics).load(document->root());
+  if (diagnostics.hasErrors()) return std::nullopt;
+  return policy;
+}
+
+std::optional<LoadedPolicy> loadPolicyFile(const std::string& path, Diagnostics& diagnostics) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
+    diagnostics.error(0, "", "is a folder (name the policy file in it)");
+    return std::nullopt;
+  }
+  errno = 0;
+  std::ifstream file(path, std::ios::binary);
+  if (!file) {
+    diagnostics.error(0, "", std::string("cannot be read: ") + std::strerror(errno));
+    return std::nullopt;
+  }
+  // One byte more than allowed is enough to know that it is too large.
+  std::string text(YamlLimits().bytes + 1, '\0');
+  file.read(text.data(), static_cast<std::streamsize>(text.size()));
+  if (file.bad()) {
+    diagnostics.error(0, "", std::string("cannot be read: ") + std::strerror(errno));
+    return std::nullopt;
+  }
+  text.resize(static_cast<std::size_t>(file.gcount()));
+  return loadPolicy(text, diagnostics);
+}
+
+}  // namespace gateway::policy
