@@ -1,0 +1,71 @@
+// Runs one message through a policy.
+//
+// What the outcome means for the message:
+//   Unchanged  no action changed it: it goes on as it came
+//   Changed    it goes on as it stands now
+//   Disposed   an action took it out of the stream: it does not go on
+//   Failed     an action failed: it stands as it came, and the caller says what becomes of it
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "gateway/policy/snapshot.h"
+#include "host/core/log.h"
+#include "host/message/message.h"
+#include "library/platform/is_adapter.h"
+
+namespace gateway::engine {
+
+enum class Verdict { Unchanged, Changed, Disposed, Failed };
+
+/// What one action did.
+struct ActionReport {
+  const policy::ActionSpec* spec = nullptr;  ///< never null
+  std::string setting;
+  bool result = false;    ///< the action succeeded
+  bool flag = false;      ///< its own flag after the run
+  bool disposed = false;  ///< both: it took the message out of the stream
+  std::string failure;    ///< what stopped it, when that is known beyond its log lines
+  std::vector<host::message::Change> changes;
+  std::vector<host::core::LogLine> log;
+  std::size_t bytesBefore = 0;
+  std::size_t bytesAfter = 0;
+};
+
+/// A rule that matched.
+struct RuleReport {
+  unsigned int id = 0;
+  std::string name;
+  std::vector<std::string> attachments;  ///< those that made it match: file names, else types
+  bool reached = true;  ///< false: the message was gone, or the run had failed, before its turn
+  std::vector<ActionReport> actions;  ///< those that ran
+};
+
+struct Outcome {
+  Verdict verdict = Verdict::Unchanged;
+  /// Whether an action took the message out of the stream; also set when a later one then failed.
+  bool disposed = false;
+  std::vector<RuleReport> rules;  ///< in the order of the policy
+  std::string failure;            ///< why the run failed, when no action is to blame
+};
+
+/// What a run uses besides the message and the policy. All borrowed.
+struct Surroundings {
+  OvIsAdapter& adapter;
+  const host::core::ProcessLog* log = nullptr;  ///< null: log lines are not collected
+  int logLevel = 2;                             ///< the most verbose lines to collect
+  std::string protocol = "SMTP";                ///< how the message came
+  std::string hostName;
+};
+
+/// Matches every rule against the message as it came, then runs the actions of those that match,
+/// rule by rule. Each action is built from its settings string for this message and gets its own
+/// flag; the message is disposed of once an action's flag and result are both true. The other
+/// actions of that rule still run, later rules do not. An action that fails, throws or cannot be
+/// built ends the run. Never throws; the message is not shared while it runs.
+Outcome runMessage(host::message::Message& message, const policy::Snapshot& policy,
+                   const Surroundings& surroundings);
+
+}  // namespace gateway::engine

@@ -1,0 +1,31 @@
+// The values that the engine puts into a message's token map.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "gateway/policy/snapshot.h"
+#include "gateway/scan/message_facts.h"
+#include "host/message/message.h"
+#include "library/platform/scan_token.h"
+#include "library/platform/token_map.h"
+
+namespace gateway::engine {
+
+using Tokens = Kavi::TokenMap<Kavi::ScanToken>;
+
+/// The values that hold for the whole run. The subject, the header and the charsets are left out:
+/// the library finds them by itself when a text asks for them.
+void fillMessageTokens(Tokens& tokens, const host::message::Message& message,
+                       const scan::MessageFacts& facts, const std::string& protocol,
+                       const std::string& hostName);
+
+/// The values of the rule whose actions run next.
+/// \param attachments  what made the rule match
+void fillRuleTokens(Tokens& tokens, const policy::Snapshot::Rule& rule,
+                    const std::vector<std::string>& attachments);
+
+/// Records that \p action has succeeded.
+void noteAction(Tokens& tokens, const policy::Snapshot::Action& action);
+
+}  // namespace gateway::engine
