@@ -1,0 +1,185 @@
+#include "gateway/cli/admin_commands.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <vector>
+
+#include "gateway/cli/startup.h"
+#include "gateway/cli/terminal.h"
+#include "gateway/policy/action_registry.h"
+#include "gateway/policy/lint.h"
+#include "gateway/policy/suggest.h"
+#include "host/core/text_escape.h"
+#include "library/tokens/action_utils.h"
+#include "library/tokens/token_table.h"
+
+namespace gateway::cli {
+namespace {
+
+using nlohmann::ordered_json;
+using policy::ActionSpec;
+using policy::Diagnostic;
+
+void printLine(const std::string& text) { std::printf("%s\n", text.c_str()); }
+
+void printJson(const ordered_json& json) {
+  printLine(json.dump(2, ' ', false, ordered_json::error_handler_t::replace));
+}
+
+/// By name or by type code. Complains when there is none.
+const ActionSpec* requireAction(const std::string& name) {
+  const ActionSpec* spec = policy::findAction(name);
+  int code = 0;
+  const auto [rest, fault] = std::from_chars(name.data(), name.data() + name.size(), code);
+  if (spec == nullptr && fault == std::errc() && rest == name.data() + name.size()) {
+    spec = policy::findAction(code);
+  }
+  if (spec == nullptr) {
+    complain("unknown action " + policy::inQuotes(name) + " " +
+             policy::remedyFor(name, policy::actionNames()));
+  }
+  return spec;
+}
+
+void printSetting(const ActionSpec& spec, const std::string& value, const std::string& setting,
+                  const std::string& asked, bool json) {
+  if (json) {
+    printJson({{"action", spec.name},
+               {"code", static_cast<int>(spec.type)},
+               {"value", value},
+               {"setting", setting}});
+  } else {
+    printLine(asked);
+  }
+}
+
+ordered_json toJson(const Diagnostic& diagnostic) {
+  ordered_json json = {
+      {"severity", diagnostic.severity == Diagnostic::Severity::Error ? "error" : "warning"}};
+  if (diagnostic.line > 0) json["line"] = diagnostic.line;
+  if (!diagnostic.rule.empty()) json["rule"] = diagnostic.rule;
+  json["message"] = diagnostic.message;
+  return json;
+}
+
+void printFindings(const policy::Diagnostics& diagnostics, std::size_t rules, bool usable) {
+  for (const Diagnostic& diagnostic : diagnostics.all()) printLine(diagnostics.text(diagnostic));
+  std::string text = diagnostics.source() + ": ";
+  if (usable) {
+    text += "can be used, " + counted(rules, "rule", "rules");
+  } else {
+    text += counted(diagnostics.errorCount(), "error", "errors");
+  }
+  if (diagnostics.warningCount() != 0) {
+    text += ", " + counted(diagnostics.warningCount(), "warning", "warnings");
+  }
+  printLine(text);
+}
+
+}  // namespace
+
+int policyCheckCommand(const std::string& path, bool json) {
+  const std::unique_ptr<Startup> startup = Startup::begin({});
+  if (startup == nullptr) return kUsage;
+  policy::Diagnostics diagnostics(path);
+  const auto loaded = policy::loadPolicyFile(path, diagnostics);
+  const bool usable =
+      loaded && policy::Snapshot::build(loaded->rows, diagnostics, loaded->lines) != nullptr;
+  if (usable) policy::lintPolicy(loaded->rows, loaded->lines, diagnostics);
+  const std::size_t rules = loaded ? loaded->rows.rules.size() : 0;
+  if (json) {
+    ordered_json findings = ordered_json::array();
+    for (const Diagnostic& diagnostic : diagnostics.all()) findings.push_back(toJson(diagnostic));
+    printJson({{"policy", path},
+               {"usable", usable},
+               {"rules", rules},
+               {"errors", diagnostics.errorCount()},
+               {"warnings", diagnostics.warningCount()},
+               {"findings", std::move(findings)}});
+  } else {
+    printFindings(diagnostics, rules, usable);
+  }
+  return usable ? kDone : kUsage;
+}
+
+int actionsCommand(bool json) {
+  ordered_json list = ordered_json::array();
+  if (!json) {
+    printLine(padded("ACTION", 14) + padded("CODE", 6) + padded("VALUE", 14) +
+              padded("NAMED OBJECTS", 15) + "WHAT IT DOES");
+  }
+  for (const ActionSpec& spec : policy::allActions()) {
+    const bool objects = spec.make()->hasNamedObjects();
+    if (json) {
+      list.push_back({{"action", spec.name},
+                      {"code", static_cast<int>(spec.type)},
+                      {"value", spec.value},
+                      {"named_objects", objects},
+                      {"disposes", spec.disposes},
+                      {"example", spec.example},
+                      {"summary", spec.summary}});
+    } else {
+      printLine(padded(spec.name, 14) + padded(std::to_string(spec.type), 6) +
+                padded(spec.takesValue() ? spec.value : "none", 14) +
+                padded(objects ? "yes" : "no", 15) + std::string(spec.summary));
+    }
+  }
+  if (json) printJson(list);
+  return kDone;
+}
+
+int tokensCommand(bool json) {
+  ordered_json list = ordered_json::array();
+  for (const library::TokenRow* row = ActionUtils::getTokenNames(); row->text[0] != '\0'; ++row) {
+    const bool computed = row->function != nullptr;
+    if (json) {
+      list.push_back(
+          {{"token", row->text}, {"code", static_cast<int>(row->token)}, {"computed", computed}});
+    } else {
+      printLine(padded(row->text, 20) + std::to_string(static_cast<int>(row->token)));
+    }
+  }
+  if (json) printJson(list);
+  return kDone;
+}
+
+int settingEncodeCommand(const std::string& action, const std::string* value, bool json) {
+  const std::unique_ptr<Startup> startup = Startup::begin({});
+  const ActionSpec* spec = startup != nullptr ? requireAction(action) : nullptr;
+  if (spec == nullptr) return kUsage;
+  const std::string called = "action '" + std::string(spec->name) + "' ";
+  if (spec->takesValue() && value == nullptr) {
+    complain(called + "needs a value (" + std::string(spec->value) + ")");
+    return kUsage;
+  }
+  policy::Node node;
+  if (value != nullptr) {
+    node.kind = policy::Node::Kind::Scalar;
+    node.text = *value;
+  }
+  std::string setting;
+  const bool encoded = spec->encode(
+      node, setting, [&](int, const std::string& message) { complain(called + message); });
+  if (!encoded) return kUsage;
+  printSetting(*spec, value != nullptr ? *value : std::string(), setting, setting, json);
+  return kDone;
+}
+
+int settingDecodeCommand(const std::string& action, const std::string& setting, bool json) {
+  const std::unique_ptr<Startup> startup = Startup::begin({});
+  const ActionSpec* spec = startup != nullptr ? requireAction(action) : nullptr;
+  if (spec == nullptr) return kUsage;
+  std::string value;
+  if (!spec->decode(setting, value)) {
+    complain("action '" + std::string(spec->name) + "' refuses the setting " +
+             policy::inQuotes(setting));
+    return kUsage;
+  }
+  printSetting(*spec, value, setting, host::core::printable(value), json);
+  return kDone;
+}
+
+}  // namespace gateway::cli

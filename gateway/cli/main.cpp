@@ -1,0 +1,139 @@
+// The command `kavi`.
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "gateway/cli/admin_commands.h"
+#include "gateway/cli/run_command.h"
+#include "gateway/cli/startup.h"
+
+namespace {
+
+using namespace gateway::cli;  // NOLINT(google-build-using-namespace): the program itself
+
+constexpr char kExamples[] = R"(Examples:
+  kavi run --policy policy.yaml mail.eml           what the policy does to one message
+  kavi run --policy policy.yaml --out result inbox the same for a folder, results into result/
+  kavi run --policy policy.yaml --json - < mail    for programs: one JSON object per message
+  kavi policy check policy.yaml                    errors and doubts, before it is used
+  kavi actions                                     what a rule can do
+
+Exit status: 0 all done, 1 an action failed or a message could not be read or written,
+2 usage or policy error.)";
+
+/// What the subcommands put their arguments into.
+struct Arguments {
+  RunOptions run;
+  std::string from;
+  std::string policyFile;
+  std::string action;
+  std::string value;
+  std::string setting;
+  bool json = false;
+};
+
+void addRun(CLI::App& app, Arguments& arguments) {
+  RunOptions& options = arguments.run;
+  CLI::App* run =
+      app.add_subcommand("run", "Run a policy on messages and say what it does; nothing is sent");
+  run->add_option("--policy,-p", options.policy, "The policy file")->required()->type_name("FILE");
+  run->add_option("--out,-o", options.out,
+                  "Write the resulting messages into this folder, under the inputs' names; what "
+                  "would be sent or filed goes into named folders beside them")
+      ->type_name("FOLDER");
+  run->add_option("--config,-c", options.config, "Global settings, an INI file")->type_name("FILE");
+  run->add_option("--from", arguments.from,
+                  "Envelope sender; else that of Return-Path or From. <> is the null sender")
+      ->type_name("ADDRESS");
+  run->add_option("--rcpt", options.recipients,
+                  "Envelope recipient, may be repeated; else those of Delivered-To, or To and Cc")
+      ->type_name("ADDRESS")
+      ->allow_extra_args(false);
+  run->add_option("--jobs,-j", options.jobs, "Messages to run at once; default: one per processor")
+      ->check(CLI::Range(1U, 1024U))
+      ->type_name("N");
+  run->add_flag("--json", options.json, "One JSON object per message and line");
+  run->add_flag("--verbose,-v", options.verbose,
+                "Show log lines, and what is wrong with a message's form");
+  run->add_flag("--quiet,-q", options.quiet, "Leave out messages that no rule matched");
+  run->add_option("--color", options.colour, "When to colour: auto, always, never")
+      ->transform(CLI::CheckedTransformer(std::map<std::string, Colour>{
+          {"auto", Colour::Auto}, {"always", Colour::Always}, {"never", Colour::Never}}))
+      ->type_name("WHEN");
+  run->add_option("inputs", options.inputs, "Files, folders, mbox files, or - for standard input")
+      ->required()
+      ->type_name("FILE|FOLDER|MBOX|-");
+}
+
+void addAdmin(CLI::App& app, Arguments& arguments) {
+  CLI::App* policy = app.add_subcommand("policy", "Look at policies");
+  policy->require_subcommand(1);
+  CLI::App* check = policy->add_subcommand("check", "Find errors and doubtful places in a policy");
+  check->add_option("file", arguments.policyFile, "The policy file")->required()->type_name("FILE");
+  check->add_flag("--json", arguments.json, "As JSON");
+
+  CLI::App* actions = app.add_subcommand("actions", "List the actions that a rule can name");
+  actions->add_flag("--json", arguments.json, "As JSON");
+  CLI::App* tokens = app.add_subcommand("tokens", "List the tokens that texts may hold");
+  tokens->add_flag("--json", arguments.json, "As JSON");
+
+  CLI::App* setting = app.add_subcommand("setting", "Translate actions' settings strings");
+  setting->require_subcommand(1);
+  CLI::App* encode = setting->add_subcommand("encode", "From the value in a policy");
+  encode->add_option("action", arguments.action, "Name or type code")->required();
+  encode->add_option("value", arguments.value, "As in a policy; none for actions without one");
+  encode->add_flag("--json", arguments.json, "As JSON");
+  CLI::App* decode = setting->add_subcommand("decode", "To the value in a policy");
+  decode->add_option("action", arguments.action, "Name or type code")->required();
+  decode->add_option("setting", arguments.setting, "The settings string");
+  decode->add_flag("--json", arguments.json, "As JSON");
+}
+
+int dispatch(CLI::App& app, Arguments& arguments) {
+  if (CLI::App* run = app.get_subcommand("run"); run->parsed()) {
+    if (run->count("--from") != 0) arguments.run.from = arguments.from;
+    return runCommand(arguments.run);
+  }
+  if (app.get_subcommand("policy")->parsed()) {
+    return policyCheckCommand(arguments.policyFile, arguments.json);
+  }
+  if (app.get_subcommand("actions")->parsed()) return actionsCommand(arguments.json);
+  if (app.get_subcommand("tokens")->parsed()) return tokensCommand(arguments.json);
+  CLI::App* setting = app.get_subcommand("setting");
+  if (CLI::App* encode = setting->get_subcommand("encode"); encode->parsed()) {
+    const bool given = encode->count("value") != 0;
+    return settingEncodeCommand(arguments.action, given ? &arguments.value : nullptr,
+                                arguments.json);
+  }
+  return settingDecodeCommand(arguments.action, arguments.setting, arguments.json);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // A file size limit is an error like a full disk, not an end.
+  std::signal(SIGXFSZ, SIG_IGN);
+  try {
+    CLI::App app("Runs mail through a policy of filter actions.", "kavi");
+    app.set_version_flag("--version", std::string("kavi ") + KAVI_VERSION);
+    app.footer(kExamples);
+    app.require_subcommand(1);
+    Arguments arguments;
+    addRun(app, arguments);
+    addAdmin(app, arguments);
+    try {
+      app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+      // Help and version are no errors; every other way to end here is one of usage.
+      return app.exit(error) == 0 ? kDone : kUsage;
+    }
+    return dispatch(app, arguments);
+  } catch (const std::exception& fault) {
+    std::fprintf(stderr, "kavi: %s\n", fault.what());
+    return kFailed;
+  }
+}

@@ -1,0 +1,117 @@
+#include "gateway/cli/message_job.h"
+
+#include <exception>
+#include <utility>
+
+#include "gateway/cli/dry_adapter.h"
+#include "host/delivery/recording_adapter.h"
+
+namespace gateway::cli {
+namespace {
+
+using host::message::Buffer;
+using host::message::Message;
+
+std::string nameOf(const InputMessage& input) {
+  std::string name = input.file->path == "-" ? "standard input" : input.file->path;
+  if (input.number != 0) name += "[" + std::to_string(input.number) + "]";
+  return name;
+}
+
+/// The input name for the adapter's files: messages of an mbox are told apart by their number.
+std::string adapterName(const InputMessage& input) {
+  const std::string& name = input.file->outputName;
+  if (input.number == 0) return name;
+  return name + "-" + std::to_string(input.number) + ".eml";
+}
+
+engine::Outcome runEngine(Message& message, const JobSettings& settings, OvIsAdapter& adapter) {
+  engine::Surroundings surroundings{.adapter = adapter,
+                                    .log = settings.log,
+                                    .logLevel = settings.logLevel,
+                                    .protocol = "SMTP",
+                                    .hostName = settings.hostName};
+  return engine::runMessage(message, *settings.policy, surroundings);
+}
+
+void act(Message& message, const InputMessage& input, const JobSettings& settings,
+         MessageResult& result) {
+  if (settings.out == nullptr) {
+    DryAdapter adapter;
+    result.outcome = runEngine(message, settings, adapter);
+    for (const std::string& operation : adapter.operations()) {
+      result.calls.push_back({operation, {}, 0});
+    }
+    return;
+  }
+  host::delivery::RecordingAdapter adapter(settings.out->path(), adapterName(input));
+  result.outcome = runEngine(message, settings, adapter);
+  for (const host::delivery::RecordedCall& call : adapter.calls()) {
+    result.calls.push_back({call.operation, call.file, call.error});
+  }
+}
+
+/// What goes on: the message as it stands, or as it came when the run failed.
+void writeResult(const Message& message, const JobSettings& settings, MessageResult& result) {
+  using engine::Verdict;
+  const Verdict verdict = result.outcome.verdict;
+  const bool asReceived = verdict == Verdict::Failed || verdict == Verdict::Unchanged;
+  if (verdict != Verdict::Disposed) {
+    result.outputBytes = asReceived ? message.receivedBytes().size() : message.renderedSize();
+  }
+  if (settings.out == nullptr) return;
+  const std::string& name = result.file->outputName;
+  if (result.number != 0) {
+    if (verdict == Verdict::Disposed) return;
+    result.rendered = asReceived ? std::string(message.receivedBytes()) : message.toString();
+    result.output = settings.out->pathOf(name);
+  } else if (verdict == Verdict::Disposed) {
+    result.error = settings.out->remove(name);
+  } else {
+    OutputFile file(*settings.out, name);
+    if (asReceived) {
+      file.write(message.receivedBytes().data(), message.receivedBytes().size());
+    } else {
+      message.render(file);  // what fails is answered by commit
+    }
+    result.error = file.commit();
+    if (result.error.empty()) result.output = settings.out->pathOf(name);
+  }
+}
+
+void run(InputMessage& input, const JobSettings& settings, MessageResult& result) {
+  if (input.bytes == nullptr && input.error.empty()) {
+    input.bytes = Buffer::readFile(input.file->path, input.error);
+  }
+  if (input.bytes == nullptr) {
+    result.error = input.error;
+    return;
+  }
+  result.bytes = input.bytes->size();
+  const std::unique_ptr<Message> message = Message::parse(std::move(input.bytes));
+  result.ran = true;
+  result.id = message->id();
+  result.envelope = chooseEnvelope(*message, settings.from, settings.recipients);
+  message->setEnvelope(result.envelope.envelope);
+  result.defects.assign(message->defects().begin(), message->defects().end());
+  act(*message, input, settings, result);
+  writeResult(*message, settings, result);
+}
+
+}  // namespace
+
+MessageResult runJob(InputMessage input, const JobSettings& settings) {
+  MessageResult result;
+  result.file = input.file;
+  try {
+    result.name = nameOf(input);
+    result.number = input.number;
+    result.separator = std::move(input.separator);
+    run(input, settings, result);
+  } catch (const std::exception& fault) {
+    result.error = fault.what();
+  }
+  return result;
+}
+
+}  // namespace gateway::cli

@@ -1,0 +1,59 @@
+// Running one input message and keeping what a report needs.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "gateway/cli/envelope.h"
+#include "gateway/cli/inputs.h"
+#include "gateway/cli/output_folder.h"
+#include "gateway/engine/engine.h"
+#include "host/core/log.h"
+
+namespace gateway::cli {
+
+/// What all messages of a command have in common. Read by several threads at once.
+struct JobSettings {
+  std::shared_ptr<const policy::Snapshot> policy;
+  const host::core::ProcessLog* log = nullptr;
+  int logLevel = 2;
+  std::optional<std::string> from;
+  std::vector<std::string> recipients;
+  const OutputFolder* out = nullptr;  ///< null: nothing is written
+  std::string hostName;
+};
+
+/// Something that an action asked of the adapter.
+struct AdapterCall {
+  std::string operation;
+  std::string file;  ///< what was written, relative to the output folder; may be empty
+  unsigned int error = 0;
+};
+
+struct MessageResult {
+  std::string name;  ///< of the input, as the command line reaches it; "box.mbox[3]"
+  const InputFile* file = nullptr;
+  std::size_t number = 0;  ///< in its mbox, counted from 1; else 0
+  std::string error;       ///< why it could not be read or its result not be written
+  bool ran = false;        ///< it was read, and what follows holds
+
+  std::size_t bytes = 0;
+  std::string id;
+  ChosenEnvelope envelope;
+  engine::Outcome outcome;
+  std::vector<host::message::Defect> defects;
+  std::vector<AdapterCall> calls;
+  std::string output;  ///< path of the resulting message; empty when none was written
+  std::size_t outputBytes = 0;
+
+  std::string rendered;   ///< of a message of an mbox that goes on: its bytes
+  std::string separator;  ///< what stands behind it in the mbox
+};
+
+/// Reads, runs and, but for messages of an mbox, writes one message. Never throws.
+MessageResult runJob(InputMessage input, const JobSettings& settings);
+
+}  // namespace gateway::cli

@@ -1,0 +1,36 @@
+#include "gateway/cli/progress.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "gateway/cli/terminal.h"
+
+namespace gateway::cli {
+
+void Progress::show(std::size_t done, const std::string& brief) {
+  constexpr std::chrono::milliseconds kInterval(100);
+  constexpr std::size_t kWidth = 24;
+  if (!on_) return;
+  const auto now = std::chrono::steady_clock::now();
+  if (now - last_ < kInterval) return;
+  last_ = now;
+  const std::size_t filled = total_ != 0 ? std::min(done, total_) * kWidth / total_ : 0;
+  std::string line = "[" + std::string(filled, '#') + std::string(kWidth - filled, '.') + "] ";
+  line += std::to_string(done) + "/" + std::to_string(total_) + "  " + brief;
+  const std::size_t columns = terminalWidth(STDERR_FILENO);
+  if (line.size() >= columns) line.resize(columns - 1);
+  std::fprintf(stderr, "\r\x1b[K%s", line.c_str());
+  std::fflush(stderr);
+  drawn_ = true;
+}
+
+void Progress::clear() {
+  if (!drawn_) return;
+  std::fputs("\r\x1b[K", stderr);
+  std::fflush(stderr);
+  drawn_ = false;
+}
+
+}  // namespace gateway::cli

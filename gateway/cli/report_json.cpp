@@ -1,0 +1,122 @@
+#include <nlohmann/json.hpp>
+
+#include "gateway/cli/report.h"
+
+namespace gateway::cli {
+namespace {
+
+using engine::ActionReport;
+using engine::RuleReport;
+using engine::Verdict;
+using host::message::Change;
+using nlohmann::ordered_json;
+
+const char* wordOf(Change::Kind kind) {
+  switch (kind) {
+    case Change::Kind::HeaderAdded:
+      return "header_added";
+    case Change::Kind::HeaderChanged:
+      return "header_changed";
+    case Change::Kind::HeaderRemoved:
+      return "header_removed";
+    case Change::Kind::PartAdded:
+      return "part_added";
+    case Change::Kind::PartChanged:
+      return "part_changed";
+    case Change::Kind::PartRemoved:
+      return "part_removed";
+  }
+  return "changed";
+}
+
+const char* wordOf(Verdict verdict) {
+  switch (verdict) {
+    case Verdict::Unchanged:
+      return "unchanged";
+    case Verdict::Changed:
+      return "changed";
+    case Verdict::Disposed:
+      return "disposed";
+    case Verdict::Failed:
+      return "failed";
+  }
+  return "failed";
+}
+
+ordered_json toJson(const ActionReport& action) {
+  std::string value;
+  action.spec->decode(action.setting, value);
+  ordered_json changes = ordered_json::array();
+  for (const Change& change : action.changes) {
+    changes.push_back(
+        {{"kind", wordOf(change.kind)}, {"what", change.what}, {"part", change.entityPath}});
+  }
+  ordered_json log = ordered_json::array();
+  for (const auto& line : action.log) log.push_back({{"level", line.level}, {"text", line.text}});
+  ordered_json json = {{"action", action.spec->name},
+                       {"code", static_cast<int>(action.spec->type)},
+                       {"value", value},
+                       {"setting", action.setting},
+                       {"result", action.result},
+                       {"flag", action.flag},
+                       {"disposed", action.disposed},
+                       {"changes", std::move(changes)},
+                       {"bytes_before", action.bytesBefore},
+                       {"bytes_after", action.bytesAfter},
+                       {"log", std::move(log)}};
+  if (!action.failure.empty()) json["failure"] = action.failure;
+  return json;
+}
+
+ordered_json toJson(const RuleReport& rule) {
+  ordered_json actions = ordered_json::array();
+  for (const ActionReport& action : rule.actions) actions.push_back(toJson(action));
+  return {{"id", rule.id},
+          {"name", rule.name},
+          {"attachments", rule.attachments},
+          {"reached", rule.reached},
+          {"actions", std::move(actions)}};
+}
+
+void addRun(const MessageResult& result, ordered_json& json) {
+  json["id"] = result.id;
+  json["bytes"] = result.bytes;
+  json["envelope"] = {{"from", result.envelope.envelope.sender.value_or("")},
+                      {"from_source", result.envelope.senderSource},
+                      {"rcpt", result.envelope.envelope.recipients},
+                      {"rcpt_source", result.envelope.recipientsSource}};
+  ordered_json defects = ordered_json::array();
+  for (const auto& defect : result.defects) {
+    defects.push_back({{"offset", defect.offset}, {"text", defect.text}});
+  }
+  json["defects"] = std::move(defects);
+  ordered_json rules = ordered_json::array();
+  for (const RuleReport& rule : result.outcome.rules) rules.push_back(toJson(rule));
+  json["rules"] = std::move(rules);
+  ordered_json calls = ordered_json::array();
+  for (const AdapterCall& call : result.calls) {
+    ordered_json entry = {{"operation", call.operation}, {"error", call.error}};
+    if (!call.file.empty()) entry["file"] = call.file;
+    calls.push_back(std::move(entry));
+  }
+  json["calls"] = std::move(calls);
+  json["verdict"] = wordOf(result.outcome.verdict);
+  json["disposed"] = result.outcome.disposed;
+  if (!result.outcome.failure.empty()) json["failure"] = result.outcome.failure;
+  if (!result.output.empty()) json["output"] = result.output;
+  if (result.outcome.verdict != Verdict::Disposed) json["output_bytes"] = result.outputBytes;
+}
+
+}  // namespace
+
+std::string jsonReport(const MessageResult& result) {
+  ordered_json json;
+  json["input"] = result.file != nullptr ? result.file->path : result.name;
+  if (result.number != 0) json["message"] = result.number;
+  if (result.ran) addRun(result, json);
+  if (!result.error.empty()) json["error"] = result.error;
+  // Names and addresses are bytes from outside: what is no UTF-8 becomes U+FFFD.
+  return json.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
+}
+
+}  // namespace gateway::cli

@@ -1,0 +1,227 @@
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include "gateway/cli/report.h"
+#include "host/core/text_escape.h"
+
+namespace gateway::cli {
+namespace {
+
+using engine::ActionReport;
+using engine::RuleReport;
+using engine::Verdict;
+using host::core::printable;
+using host::message::Change;
+
+constexpr std::size_t kMaxListed = 5;
+
+const char* wordOf(Change::Kind kind) {
+  switch (kind) {
+    case Change::Kind::HeaderAdded:
+      return "header added";
+    case Change::Kind::HeaderChanged:
+      return "header changed";
+    case Change::Kind::HeaderRemoved:
+      return "header removed";
+    case Change::Kind::PartAdded:
+      return "part added";
+    case Change::Kind::PartChanged:
+      return "part changed";
+    case Change::Kind::PartRemoved:
+      return "part removed";
+  }
+  return "changed";
+}
+
+/// "a, b, c and 4 more".
+std::string listed(const std::vector<std::string>& texts) {
+  std::string out;
+  for (std::size_t i = 0; i < std::min(texts.size(), kMaxListed); ++i) {
+    if (i != 0) out += ", ";
+    out += printable(texts[i]);
+  }
+  if (texts.size() > kMaxListed)
+    out += " and " + std::to_string(texts.size() - kMaxListed) + " more";
+  return out;
+}
+
+std::string address(const std::string& text) { return "<" + printable(text) + ">"; }
+
+/// "header added: X-Flag (+13 bytes)".
+std::string changesOf(const ActionReport& action) {
+  std::vector<std::string> texts;
+  for (const Change& change : action.changes) {
+    std::string text = std::string(wordOf(change.kind)) + ": " + change.what;
+    if (change.entityPath != "1") text += " in part " + change.entityPath;
+    texts.push_back(std::move(text));
+  }
+  std::string out = listed(texts);
+  if (action.bytesAfter != action.bytesBefore) {
+    const bool more = action.bytesAfter > action.bytesBefore;
+    const std::size_t bytes =
+        more ? action.bytesAfter - action.bytesBefore : action.bytesBefore - action.bytesAfter;
+    out += (more ? " (+" : " (-") + counted(bytes, "byte", "bytes") + ")";
+  }
+  return out;
+}
+
+class TextReport {
+ public:
+  TextReport(const MessageResult& result, const Style& style, bool verbose)
+      : result_(result), style_(style), verbose_(verbose) {}
+
+  std::string write() {
+    out_ += style_.bold(printable(result_.name));
+    if (result_.ran) out_ += style_.dim("  " + counted(result_.bytes, "byte", "bytes"));
+    out_ += '\n';
+    if (result_.ran) writeRun();
+    if (!result_.error.empty()) row("error", style_.bad(printable(result_.error)));
+    return std::move(out_);
+  }
+
+ private:
+  void row(std::string_view label, const std::string& text) {
+    out_ += "  " + style_.dim(padded(label, 9)) + text + "\n";
+  }
+
+  void writeRun() {
+    const auto& envelope = result_.envelope.envelope;
+    row("from", address(envelope.sender.value_or("")) + source(result_.envelope.senderSource));
+    std::vector<std::string> recipients;
+    for (const std::string& recipient : envelope.recipients) {
+      recipients.push_back("<" + recipient + ">");
+    }
+    row("to", (recipients.empty() ? "nobody" : listed(recipients)) +
+                  source(result_.envelope.recipientsSource));
+    if (verbose_) {
+      for (const auto& defect : result_.defects) {
+        row("note", style_.doubtful(printable(defect.text)) +
+                        style_.dim(" at byte " + withThousands(defect.offset)));
+      }
+    }
+    for (const RuleReport& rule : result_.outcome.rules) writeRule(rule);
+    if (result_.outcome.rules.empty()) row("rules", "none matched");
+    row("verdict", verdict());
+    if (!result_.output.empty()) row("output", printable(result_.output));
+    for (const AdapterCall& call : result_.calls) {
+      if (!call.file.empty()) row("filed", printable(call.file));
+    }
+  }
+
+  std::string source(const std::string& where) const { return style_.dim(" (" + where + ")"); }
+
+  void writeRule(const RuleReport& rule) {
+    std::string text = style_.bold(std::to_string(rule.id)) + " " + printable(rule.name);
+    if (!rule.attachments.empty()) text += style_.dim("  for ") + listed(rule.attachments);
+    if (!rule.reached) text += style_.dim("  matched, but not reached");
+    row("rule", text);
+    for (const ActionReport& action : rule.actions) writeAction(action);
+  }
+
+  void writeAction(const ActionReport& action) {
+    std::string value;
+    action.spec->decode(action.setting, value);
+    std::string called = std::string(action.spec->name);
+    if (!value.empty()) called += ": " + printable(value);
+    std::string text = std::string(11, ' ') + padded(called, 28) + " ";
+    if (!action.result) {
+      text += style_.bad("failed");
+      if (!action.failure.empty()) text += ": " + printable(action.failure);
+    } else {
+      const std::string changes = changesOf(action);
+      text += action.disposed ? style_.doubtful("done, disposed of") : style_.good("done");
+      if (!changes.empty()) text += ", " + changes;
+      if (changes.empty() && !action.disposed) text += style_.dim(", nothing changed");
+    }
+    out_ += text + "\n";
+    for (const auto& line : action.log) {
+      // A failure gives its reason even when nobody asked for the log.
+      if (!verbose_ && (action.result || line.level > 2)) continue;
+      out_ += std::string(13, ' ') + style_.dim("log " + std::to_string(line.level) + "  ") +
+              printable(line.text) + "\n";
+    }
+  }
+
+  std::string verdict() const {
+    switch (result_.outcome.verdict) {
+      case Verdict::Unchanged:
+        return style_.good("unchanged") + ": goes on byte for byte as it came";
+      case Verdict::Changed:
+        return style_.notable("changed") + ": goes on with " +
+               counted(result_.outputBytes, "byte", "bytes");
+      case Verdict::Disposed:
+        return style_.doubtful("disposed of") + ": does not go on";
+      case Verdict::Failed:
+        break;
+    }
+    std::string text = style_.bad("failed") + ": stands as it came";
+    if (result_.outcome.disposed) text += ", though an action had disposed of it";
+    if (!result_.outcome.failure.empty()) text += " (" + printable(result_.outcome.failure) + ")";
+    return text;
+  }
+
+  const MessageResult& result_;
+  const Style& style_;
+  bool verbose_;
+  std::string out_;
+};
+
+}  // namespace
+
+std::string textReport(const MessageResult& result, const Style& style, bool verbose) {
+  return TextReport(result, style, verbose).write();
+}
+
+void Summary::add(const MessageResult& result) {
+  if (!result.ran) {
+    ++unreadable_;
+    return;
+  }
+  ++messages_;
+  if (!result.error.empty()) ++unwritten_;
+  switch (result.outcome.verdict) {
+    case Verdict::Unchanged:
+      ++unchanged_;
+      break;
+    case Verdict::Changed:
+      ++changed_;
+      break;
+    case Verdict::Disposed:
+      ++disposed_;
+      break;
+    case Verdict::Failed:
+      ++failed_;
+      break;
+  }
+  for (const RuleReport& rule : result.outcome.rules) ++matches_[{rule.id, rule.name}];
+}
+
+std::string Summary::brief() const {
+  std::string text =
+      std::to_string(changed_) + " changed, " + std::to_string(disposed_) + " disposed of";
+  if (failed_ != 0) text += ", " + std::to_string(failed_) + " failed";
+  if (unreadable_ != 0) text += ", " + std::to_string(unreadable_) + " unreadable";
+  return text;
+}
+
+std::string Summary::text(const Style& style, double seconds) const {
+  char time[32];
+  std::snprintf(time, sizeof time, "%.2f s", seconds);
+  std::string out =
+      style.bold(counted(messages_, "message", "messages")) + style.dim(" in ") + time;
+  out += ": " + style.good(withThousands(unchanged_) + " unchanged");
+  out += ", " + style.notable(withThousands(changed_) + " changed");
+  out += ", " + style.doubtful(withThousands(disposed_) + " disposed of");
+  if (failed_ != 0) out += ", " + style.bad(withThousands(failed_) + " failed");
+  if (unreadable_ != 0) out += ", " + style.bad(withThousands(unreadable_) + " unreadable");
+  if (unwritten_ != 0) out += ", " + style.bad(withThousands(unwritten_) + " not written");
+  out += '\n';
+  for (const auto& [rule, count] : matches_) {
+    out += "  rule " + std::to_string(rule.first) + " " + printable(rule.second) +
+           style.dim("  matched " + counted(count, "message", "messages")) + "\n";
+  }
+  return out;
+}
+
+}  // namespace gateway::cli

@@ -1,0 +1,30 @@
+// `kavi run`
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "gateway/cli/terminal.h"
+
+namespace gateway::cli {
+
+struct RunOptions {
+  std::string policy;
+  std::string config;  ///< settings file; empty for none
+  std::vector<std::string> inputs;
+  std::string out;  ///< empty: nothing is written
+  std::optional<std::string> from;
+  std::vector<std::string> recipients;
+  unsigned int jobs = 0;  ///< 0: as many as there are processors
+  bool json = false;
+  bool verbose = false;
+  bool quiet = false;  ///< leaves out messages that nothing happened to
+  Colour colour = Colour::Auto;
+};
+
+/// \return the exit status: 0 all done, 1 an action failed or a message could not be read or
+///   written, 2 usage or policy error.
+int runCommand(const RunOptions& options);
+
+}  // namespace gateway::cli

@@ -1,0 +1,39 @@
+// What every command that touches actions starts with.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "gateway/policy/loader.h"
+#include "gateway/policy/snapshot.h"
+#include "host/core/ini_settings.h"
+#include "host/core/log.h"
+
+namespace gateway::cli {
+
+/// Exit statuses of all commands.
+enum ExitStatus : int { kDone = 0, kFailed = 1, kUsage = 2 };
+
+/// The settings, the log and the started library, once per process.
+class Startup {
+ public:
+  /// Reads \p configPath (empty for none) and starts the library.
+  /// \return null after writing the reason to standard error.
+  static std::unique_ptr<Startup> begin(const std::string& configPath);
+
+  const host::core::ProcessLog& log() const { return *log_; }
+
+ private:
+  Startup() = default;
+  host::core::IniSettings settings_;
+  std::unique_ptr<host::core::ProcessLog> log_;
+};
+
+/// Writes one line "kavi: …" to standard error.
+void complain(const std::string& text);
+
+/// Loads and compiles the policy at \p path.
+/// \return null after writing every error to standard error.
+std::shared_ptr<const policy::Snapshot> loadSnapshot(const std::string& path);
+
+}  // namespace gateway::cli
