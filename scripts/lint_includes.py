@@ -42,6 +42,7 @@ OUTSIDE = {
     "libpqxx": (r"^pqxx", ["host/store"]),
     "Net-SNMP": (r"^net-snmp/", ["host/trap"]),
     "libcurl": (r"^curl/", ["host/delivery"]),
+    "OpenSSL": (r"^openssl/", ["host/delivery"]),
     "libmilter": (r"^libmilter/", ["gateway/milter"]),
     "yaml-cpp": (r"^yaml-cpp/", ["gateway/policy"]),
     "RE2": (r"^re2/", ["gateway/policy"]),
