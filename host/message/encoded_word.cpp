@@ -147,7 +147,7 @@ class FieldWriter {
       }
       put(cutter.next(std::min(kMaxEncodedWord, kMaxEncodedLine - column_)));
       // White space between two encoded words is none for the reader.
-      space = " ";
+      space.assign(1, ' ');
       if (!cutter.isDone()) {
         breakLine(space);
         space.clear();
@@ -251,7 +251,7 @@ std::vector<Segment> addressSegments(std::string_view text) {
       segment.text = first;
     }
     const bool besideWord = !segments.empty() && (segments.back().encode || segment.encode);
-    if (space.empty() && besideWord) space = " ";
+    if (space.empty() && besideWord) space.assign(1, ' ');
     if (segment.encode && !segments.empty() && segments.back().encode) {
       segments.back().text += space + segment.text;
     } else {

@@ -101,7 +101,8 @@ std::string unfolded(std::string_view raw) {
       result += c == '\0' ? ' ' : c;
     }
   }
-  return result;
+  const std::string_view kept = trimmed(result);  // NULs at the ends became spaces
+  return kept.size() == result.size() ? result : std::string(kept);
 }
 
 std::string_view properValue(std::string_view value) {
