@@ -1,0 +1,19 @@
+// An entry of the index as a row of its table.
+#pragma once
+
+#include <optional>
+
+#include "host/store/message_index.h"
+#include "host/store/sqlite_connection.h"
+
+namespace host::store {
+
+/// Binds every column of \p entry but its row number, in the order of sql::kAddEntry.
+/// \throw StoreFailure InvalidArgument for what no row can hold
+void bindEntry(SqliteQuery& query, const IndexEntry& entry);
+
+/// The entry of the present row of a query that selects the index's columns.
+/// \throw StoreFailure Damaged
+IndexEntry readEntry(const SqliteQuery& query);
+
+}  // namespace host::store

@@ -1,0 +1,23 @@
+// The tables of the store, and how older ones are brought up to date.
+#pragma once
+
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "host/store/sqlite_connection.h"
+
+namespace host::store {
+
+/// The steps from one version of the tables to the next; step n makes version n + 1. A step never
+/// changes once it was released: stores in the field went through it. In the texts {bytes} stands
+/// for the type of raw bytes and {row} for that of a row number that is never given twice.
+using SchemaStep = std::vector<std::string_view>;
+std::span<const SchemaStep> schemaSteps();
+
+/// Brings the store behind \p connection to the version of the last step, in one transaction.
+/// \throw StoreFailure TooNew when it is further already, Damaged when it holds something else;
+///   SQLite::Exception
+void migrate(SqliteConnection& connection, std::span<const SchemaStep> steps);
+
+}  // namespace host::store

@@ -1,0 +1,101 @@
+#include "host/store/sqlite_pool.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <utility>
+
+#include "host/core/file_error.h"
+#include "host/core/folder.h"
+#include "host/store/schema.h"
+#include "host/store/store_failure.h"
+
+namespace host::store {
+
+namespace {
+
+constexpr std::size_t kIdleConnections = 8;
+
+StoreError storeErrorOf(core::FileError error) {
+  switch (error) {
+    case core::FileError::DiskFull:
+      return StoreError::Full;
+    case core::FileError::ReadOnly:
+      return StoreError::ReadOnly;
+    case core::FileError::Permission:
+      return StoreError::Permission;
+    case core::FileError::InputOutput:
+      return StoreError::InputOutput;
+    default:
+      return StoreError::Unavailable;
+  }
+}
+
+void require(core::FileError error) {
+  if (error != core::FileError::None) {
+    throw StoreFailure(storeErrorOf(error), core::fileErrorText(error));
+  }
+}
+
+// The path as SQLite is to read it: "file:x" and ":memory:" are names of files, too.
+std::string asFileName(const std::string& path) {
+  return path.empty() || path.front() == '/' ? path : "./" + path;
+}
+
+std::pair<std::string, std::string> split(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  return {path.substr(0, slash + 1), path.substr(slash + 1)};
+}
+
+}  // namespace
+
+SqlitePool::SqlitePool(std::string path, int busyTimeoutMs, core::FileOps& ops)
+    : path_(asFileName(path)), busyTimeoutMs_(busyTimeoutMs), ops_(ops) {}
+
+std::unique_ptr<SqliteConnection> SqlitePool::take() {
+  const std::lock_guard lock(mutex_);
+  // A file that was moved away or replaced would go on taking what nobody ever reads again.
+  if (!idle_.empty() && identity() != opened_) idle_.clear();
+  if (idle_.empty()) return open();
+  std::unique_ptr<SqliteConnection> connection = std::move(idle_.back());
+  idle_.pop_back();
+  return connection;
+}
+
+void SqlitePool::giveBack(std::unique_ptr<SqliteConnection> connection) {
+  const std::lock_guard lock(mutex_);
+  if (idle_.size() < kIdleConnections) idle_.push_back(std::move(connection));
+}
+
+SqlitePool::Identity SqlitePool::identity() const {
+  struct stat status {};
+  if (::stat(path_.c_str(), &status) != 0) return {};
+  return {status.st_dev, status.st_ino};
+}
+
+std::unique_ptr<SqliteConnection> SqlitePool::open() {
+  const auto [folderPath, name] = split(path_);
+  if (name.empty() || name == "." || name == ".." || path_.find('\0') != std::string::npos) {
+    throw StoreFailure(StoreError::InvalidArgument, "its path names no file");
+  }
+  core::Folder folder(ops_);
+  require(folder.open(folderPath, true));
+  // One at a time, in this process and in others: two that switch to the write-ahead log, or make
+  // the tables, at once would get in each other's way instead of waiting. The descriptor's end
+  // gives the lock back.
+  const int locked = ops_.lock(folder.descriptor(), true);
+  if (locked < 0) require(core::fileErrorOf(-locked));
+  const int made = ops_.openFile(folder.descriptor(), name, O_RDWR | O_CREAT | O_EXCL);
+  if (made >= 0) {
+    ops_.close(made);
+  } else if (made != -EEXIST) {
+    require(core::fileErrorOf(-made));
+  }
+  auto connection = std::make_unique<SqliteConnection>(path_, busyTimeoutMs_);
+  migrate(*connection, schemaSteps());
+  require(folder.sync());
+  opened_ = identity();
+  return connection;
+}
+
+}  // namespace host::store

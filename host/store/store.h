@@ -1,0 +1,27 @@
+// The store: what has to outlive the process, besides the messages themselves.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "host/store/effect_ledger.h"
+#include "host/store/message_index.h"
+#include "host/store/store_status.h"
+#include "library/platform/api.h"
+
+namespace host::store {
+
+/// Opens itself with the first operation, and again when it failed or was lost: a store that was
+/// away serves again as soon as it is back.
+class KAVI_API Store : public MessageIndex, public EffectLedger {
+ public:
+  /// Makes the store when it is missing, brings it to this version's form when it is older, and
+  /// says whether it can be used.
+  virtual StoreStatus prepare() = 0;
+};
+
+/// The store that \p location names: "sqlite:PATH".
+/// \return null, with \p status saying why, when it names none. The store itself is not touched.
+KAVI_API std::unique_ptr<Store> makeStore(const std::string& location, StoreStatus& status);
+
+}  // namespace host::store

@@ -1,0 +1,42 @@
+#include "host/store/store_failure.h"
+
+#include "host/core/text_escape.h"
+
+namespace host::store {
+
+namespace {
+
+const char* remedyFor(StoreError error) {
+  switch (error) {
+    case StoreError::Unavailable:
+      return "check that the path is right and its disk is mounted";
+    case StoreError::Busy:
+      return "look for a program that keeps the store locked, or raise the busy timeout";
+    case StoreError::Full:
+      return "make room on the disk of the store";
+    case StoreError::ReadOnly:
+      return "make the store's file and folder, and their disk, writable";
+    case StoreError::Permission:
+      return "let this user read and write the store's file and its folder";
+    case StoreError::Damaged:
+      return "restore the store from a backup, or move it away to begin with an empty one";
+    case StoreError::TooNew:
+      return "use the version that wrote the store, or a later one";
+    case StoreError::InputOutput:
+      return "check the disk and the system's log";
+    default:
+      return nullptr;
+  }
+}
+
+}  // namespace
+
+std::string failureText(const std::string& doing, const std::string& location, StoreError error,
+                        const std::string& detail) {
+  std::string text = doing + ", store " + core::printable(location) + ": " + storeErrorText(error);
+  if (!detail.empty()) text += " (" + core::printable(detail) + ")";
+  if (const char* remedy = remedyFor(error)) text += std::string("; ") + remedy;
+  return text;
+}
+
+}  // namespace host::store
