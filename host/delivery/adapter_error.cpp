@@ -22,6 +22,8 @@ const char* adapterErrorText(unsigned int code) {
       return "no such entry";
     case AdapterError::Internal:
       return "internal error";
+    case AdapterError::UnderWay:
+      return "the same message is being worked on at this moment";
     case AdapterError::DiskFull:
       return core::fileErrorText(core::FileError::DiskFull);
     case AdapterError::ReadOnly:
@@ -38,6 +40,62 @@ const char* adapterErrorText(unsigned int code) {
       return core::fileErrorText(core::FileError::TooManyFiles);
     case AdapterError::InputOutput:
       return core::fileErrorText(core::FileError::InputOutput);
+    case AdapterError::NotOurFolder:
+      return "the folder is not the one that was used before (is its disk mounted?)";
+    case AdapterError::BadAddress:
+      return "an address holds characters that SMTP cannot carry";
+    case AdapterError::Utf8Address:
+      return "an address needs SMTPUTF8, which is not spoken";
+    case AdapterError::NoRecipients:
+      return "no recipients";
+    case AdapterError::NoDestination:
+      return "no host is set to send to";
+    case AdapterError::Unresolved:
+      return "host name not found";
+    case AdapterError::ConnectionRefused:
+      return "connection refused";
+    case AdapterError::Unreachable:
+      return "host unreachable";
+    case AdapterError::ConnectionLost:
+      return "connection lost";
+    case AdapterError::TimedOut:
+      return "timed out";
+    case AdapterError::TlsFailed:
+      return "TLS failed";
+    case AdapterError::LoginFailed:
+      return "login failed";
+    case AdapterError::BadReply:
+      return "reply not understood";
+    case AdapterError::RefusedForNow:
+      return "refused for now";
+    case AdapterError::RefusedForGood:
+      return "refused";
+    case AdapterError::RecipientRefusedForNow:
+      return "recipient refused for now";
+    case AdapterError::RecipientRefusedForGood:
+      return "recipient refused";
+    case AdapterError::GaveUp:
+      return "given up after too long a time";
+    case AdapterError::KeyUnavailable:
+      return "the sealing keys cannot be read";
+    case AdapterError::TooManyPasses:
+      return "too many passes through scanning";
+    case AdapterError::IndexUnavailable:
+      return store::storeErrorText(store::StoreError::Unavailable);
+    case AdapterError::IndexBusy:
+      return store::storeErrorText(store::StoreError::Busy);
+    case AdapterError::IndexFull:
+      return store::storeErrorText(store::StoreError::Full);
+    case AdapterError::IndexReadOnly:
+      return store::storeErrorText(store::StoreError::ReadOnly);
+    case AdapterError::IndexPermission:
+      return store::storeErrorText(store::StoreError::Permission);
+    case AdapterError::IndexDamaged:
+      return store::storeErrorText(store::StoreError::Damaged);
+    case AdapterError::IndexTooNew:
+      return store::storeErrorText(store::StoreError::TooNew);
+    case AdapterError::IndexFailed:
+      return store::storeErrorText(store::StoreError::InputOutput);
   }
   return "unknown error";
 }
@@ -64,6 +122,39 @@ AdapterError adapterErrorOf(core::FileError error) {
       break;
   }
   return AdapterError::InputOutput;
+}
+
+AdapterError adapterErrorOf(store::StoreError error) {
+  switch (error) {
+    case store::StoreError::None:
+      return AdapterError::None;
+    case store::StoreError::InvalidArgument:
+      return AdapterError::InvalidArgument;
+    case store::StoreError::NotFound:
+      return AdapterError::NotFound;
+    case store::StoreError::Conflict:
+      return AdapterError::UnderWay;
+    case store::StoreError::Unavailable:
+      return AdapterError::IndexUnavailable;
+    case store::StoreError::Busy:
+      return AdapterError::IndexBusy;
+    case store::StoreError::Full:
+      return AdapterError::IndexFull;
+    case store::StoreError::ReadOnly:
+      return AdapterError::IndexReadOnly;
+    case store::StoreError::Permission:
+      return AdapterError::IndexPermission;
+    case store::StoreError::Damaged:
+      return AdapterError::IndexDamaged;
+    case store::StoreError::TooNew:
+      return AdapterError::IndexTooNew;
+    case store::StoreError::OutOfMemory:
+      return AdapterError::OutOfMemory;
+    case store::StoreError::InputOutput:
+    case store::StoreError::Internal:
+      break;
+  }
+  return AdapterError::IndexFailed;
 }
 
 }  // namespace host::delivery
