@@ -1,6 +1,7 @@
 #include "host/message/address.h"
 
 #include "host/message/ascii.h"
+#include "host/message/encoded_text.h"
 
 namespace host::message {
 
@@ -18,7 +19,7 @@ mime::Address splitMailbox(std::string_view text) {
     if (quoted && name[i] == '\\' && i + 1 < name.size()) ++i;
     plain += name[i];
   }
-  return {mime::decodedText(plain), std::string(address)};
+  return {decodedText(plain), std::string(address)};
 }
 
 bool isMailAddress(std::string_view address) {

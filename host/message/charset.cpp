@@ -22,9 +22,17 @@ using Converter = std::unique_ptr<UConverter, CloseConverter>;
 
 constexpr char16_t kQuestionMark[] = u"?";
 
+// Two escape sequences with nothing between them are irregular to ICU, and what joining encoded
+// words gives; no text is lost by passing over the first.
+void failUndefined(const void*, UConverterToUnicodeArgs*, const char*, int32_t,
+                   UConverterCallbackReason reason, UErrorCode* status) {
+  if (reason == UCNV_IRREGULAR) *status = U_ZERO_ERROR;
+}
+
 void replaceUndefined(const void*, UConverterToUnicodeArgs* args, const char*, int32_t,
                       UConverterCallbackReason reason, UErrorCode* status) {
-  if (reason > UCNV_IRREGULAR) return;
+  if (reason == UCNV_IRREGULAR) *status = U_ZERO_ERROR;
+  if (reason >= UCNV_IRREGULAR) return;
   *status = U_ZERO_ERROR;
   ucnv_cbToUWriteUChars(args, kQuestionMark, 1, 0, status);
 }
@@ -58,8 +66,7 @@ Converter openConverter(std::string_view name) {
 int toUnicode(UConverter* converter, std::string_view text, OnMisfit undefined,
               std::u16string& out) {
   UErrorCode status = U_ZERO_ERROR;
-  ucnv_setToUCallBack(converter,
-                      undefined == OnMisfit::Fail ? UCNV_TO_U_CALLBACK_STOP : replaceUndefined,
+  ucnv_setToUCallBack(converter, undefined == OnMisfit::Fail ? failUndefined : replaceUndefined,
                       nullptr, nullptr, nullptr, &status);
   const char* source = text.data();
   const char* const sourceEnd = source + text.size();

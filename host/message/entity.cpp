@@ -10,6 +10,7 @@
 #include "host/message/header_block.h"
 #include "host/message/message.h"
 #include "host/message/mime_values.h"
+#include "host/message/sinks.h"
 #include "host/message/transfer_encoding.h"
 #include "host/message/tree_editor.h"
 #include "library/platform/ov_msg_functions.h"
@@ -20,32 +21,6 @@ namespace {
 
 constexpr std::string_view kContentType = "content-type";
 constexpr std::string_view kDisposition = "content-disposition";
-
-/// Takes bytes up to a limit.
-class LimitedSink final : public OvMsgSink {
- public:
-  LimitedSink(std::string& out, std::size_t limit) : out_(out), limit_(limit) {}
-  bool write(const char* data, std::size_t size) override {
-    out_.append(data, std::min(size, limit_ - out_.size()));
-    return out_.size() < limit_;
-  }
-
- private:
-  std::string& out_;
-  std::size_t limit_;
-};
-
-class CountingSink final : public OvMsgSink {
- public:
-  bool write(const char*, std::size_t size) override {
-    count_ += size;
-    return true;
-  }
-  std::size_t count() const { return count_; }
-
- private:
-  std::size_t count_ = 0;
-};
 
 }  // namespace
 
@@ -280,7 +255,7 @@ std::string Entity::headerText() const {
 
 std::string Entity::decodedContent(std::size_t limit) const {
   std::string content;
-  LimitedSink sink(content, limit);
+  StringSink sink(content, limit);
   decodeTo(sink);
   return content;
 }

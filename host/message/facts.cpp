@@ -1,6 +1,7 @@
 #include "host/message/facts.h"
 
 #include "host/message/charset.h"
+#include "host/message/encoded_text.h"
 #include "host/message/header_block.h"
 #include "host/message/message.h"
 #include "library/platform/ov_msg_error.h"
@@ -31,7 +32,7 @@ std::optional<std::string> decodedSubject(const Message& message,
   const Entity* root = message.firstEntity();
   const HeaderField* field = root == nullptr ? nullptr : root->field("subject");
   if (field == nullptr) return std::nullopt;
-  return mime::decodedText(plainUtf8(field->unfoldedValue(), charsets));
+  return decodedText(plainUtf8(field->unfoldedValue(), charsets));
 }
 
 std::vector<std::string> decodedFields(const Message& message, std::string_view name) {

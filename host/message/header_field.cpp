@@ -4,6 +4,7 @@
 
 #include "host/message/ascii.h"
 #include "host/message/charset.h"
+#include "host/message/encoded_text.h"
 #include "host/message/entity.h"
 #include "host/message/field_text.h"
 #include "host/message/guard.h"
@@ -41,19 +42,8 @@ std::string properValueOf(const RawField& field) {
 }
 
 std::string firstCharset(std::string_view value) {
-  const auto word = mime::findEncodedWord(value);
+  const auto word = findEncodedWord(value);
   return word ? word->charset : std::string();
-}
-
-std::string decodedBytes(const std::string& value) {
-  const std::string charset = firstCharset(value);
-  if (charset.empty()) return value;
-  const std::string utf8 = mime::decodedText(value);
-  std::string bytes;
-  // Words in several charsets are all given in that of the first.
-  const int code =
-      convertCharset(utf8, "utf-8", charset, OnMisfit::QuestionMark, OnMisfit::QuestionMark, bytes);
-  return code == OVMSGERR::Ok ? bytes : utf8;
 }
 
 }  // namespace
@@ -100,7 +90,7 @@ std::string HeaderField::properValue() const {
   return properValueOf({bytes(), nameLength_, valueOffset_});
 }
 
-std::string HeaderField::decodedUtf8() const { return mime::decodedText(unfoldedValue()); }
+std::string HeaderField::decodedUtf8() const { return decodedText(unfoldedValue()); }
 
 const char* HeaderField::name() const {
   return guarded<const char*>(nullptr, [&]() -> const char* {
@@ -172,7 +162,7 @@ int HeaderField::setValue(const char* value, const char* charset) {
         isReceived = (originalCharset.empty() || equalsIgnoreCase(originalCharset, charset)) &&
                      convertCharset(mime::unfolded(value), charset, "utf-8", OnMisfit::Fail,
                                     OnMisfit::Fail, utf8) == OVMSGERR::Ok &&
-                     utf8 == mime::decodedText(originalValue);
+                     utf8 == decodedText(originalValue);
       }
     }
     change(isReceived, std::move(text));

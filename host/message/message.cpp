@@ -10,36 +10,9 @@
 #include "host/message/scanner.h"
 #include "host/message/session_info.h"
 #include "host/message/signatures.h"
+#include "host/message/sinks.h"
 
 namespace host::message {
-
-namespace {
-
-class StringSink final : public OvMsgSink {
- public:
-  explicit StringSink(std::string& out) : out_(out) {}
-  bool write(const char* data, std::size_t size) override {
-    out_.append(data, size);
-    return true;
-  }
-
- private:
-  std::string& out_;
-};
-
-class CountingSink final : public OvMsgSink {
- public:
-  bool write(const char*, std::size_t size) override {
-    count_ += size;
-    return true;
-  }
-  std::size_t count() const { return count_; }
-
- private:
-  std::size_t count_ = 0;
-};
-
-}  // namespace
 
 Message::Message(std::shared_ptr<const Buffer> source)
     : source_(std::move(source)), arena_(std::make_unique<EntityArena>()) {}

@@ -54,11 +54,6 @@ Held<GMimeContentDisposition> readDisposition(std::string_view value) {
       g_mime_content_disposition_parse(nullptr, asCString(value).c_str()));
 }
 
-bool isTokenChar(char c) {
-  return c > ' ' && c < 127 &&
-         std::string_view("()<>@,;:\\\"/[]?=").find(c) == std::string_view::npos;
-}
-
 std::string_view tokenAt(std::string_view text, std::size_t& at) {
   const std::size_t begin = at;
   while (at < text.size() && isTokenChar(text[at])) ++at;
@@ -148,6 +143,11 @@ std::string contentType(std::string_view value) {
   return lowered(std::string(major) + "/" + minor);
 }
 
+bool isTokenChar(char c) {
+  return c > ' ' && c < 127 &&
+         std::string_view("()<>@,;:\\\"/[]?=").find(c) == std::string_view::npos;
+}
+
 bool isContentType(std::string_view text) {
   const std::size_t slash = text.find('/');
   return slash != std::string_view::npos && isToken(text.substr(0, slash)) &&
@@ -191,31 +191,6 @@ std::optional<std::string> withParameter(std::string_view fieldName, std::string
   }
   if (encoded == nullptr) return std::nullopt;
   return withLineBreaks(trimmed(encoded.get()), lineBreak);
-}
-
-std::string decodedText(std::string_view value) {
-  initialise();
-  const std::string text = asCString(value);
-  const std::unique_ptr<char, GFree> decoded(
-      g_mime_utils_header_decode_text(nullptr, text.c_str()));
-  return decoded == nullptr ? asUtf8(text.c_str()) : asUtf8(decoded.get());
-}
-
-std::optional<EncodedWord> findEncodedWord(std::string_view text, std::size_t from) {
-  for (std::size_t at = text.find("=?", from); at != std::string_view::npos;
-       at = text.find("=?", at + 1)) {
-    std::size_t p = at + 2;
-    const std::string_view charset = tokenAt(text, p);
-    if (charset.empty() || p + 3 >= text.size() || text[p] != '?' || text[p + 2] != '?') continue;
-    const char encoding = lowered(text[p + 1]);
-    if (encoding != 'b' && encoding != 'q') continue;
-    const std::size_t end = text.find("?=", p + 3);
-    // Blanks inside a word are not allowed, yet every reader decodes them.
-    if (end == std::string_view::npos) return std::nullopt;
-    const std::string_view name = charset.substr(0, charset.find('*'));
-    return EncodedWord{at, end + 2, lowered(name)};
-  }
-  return std::nullopt;
 }
 
 std::vector<Address> addresses(std::string_view value, std::size_t limit) {

@@ -25,6 +25,8 @@ std::string_view properValue(std::string_view unfoldedValue);
 std::string contentType(std::string_view unfoldedValue);
 /// Whether \p text is "type/subtype" and nothing else.
 bool isContentType(std::string_view text);
+/// Whether \p c belongs to a token (RFC 2045 section 5.1).
+bool isTokenChar(char c);
 /// Whether \p text is a token (RFC 2045 section 5.1).
 bool isToken(std::string_view text);
 /// A parameter decoded to UTF-8 (RFC 2231); nothing when it is absent.
@@ -36,19 +38,6 @@ std::optional<std::string> dispositionParameter(std::string_view unfoldedValue, 
 std::optional<std::string> withParameter(std::string_view fieldName, std::string_view unfoldedValue,
                                          const char* name, const char* value,
                                          std::string_view lineBreak);
-
-/// A text with its RFC 2047 words decoded, in UTF-8. Bytes outside ASCII that no word explains are
-/// kept when they are UTF-8, and are read as ISO-8859-1 else.
-std::string decodedText(std::string_view unfoldedValue);
-
-/// An encoded word of a text.
-struct EncodedWord {
-  std::size_t begin;
-  std::size_t end;
-  std::string charset;  ///< lower case, without language (RFC 2231 section 5)
-};
-/// The first encoded word at or behind \p from.
-std::optional<EncodedWord> findEncodedWord(std::string_view text, std::size_t from = 0);
 
 struct Address {
   std::string displayName;  ///< UTF-8, decoded; empty when there is none

@@ -104,7 +104,7 @@ bool decodeBody(std::string_view body, TransferEncoding encoding, OvMsgSink& sin
   if (encoding == TransferEncoding::UuEncode) body = behindBeginLine(body);
   GMimeEncoding state;
   g_mime_encoding_init_decode(&state, libraryEncoding(encoding));
-  std::vector<char> piece(g_mime_encoding_outlen(&state, kPiece));
+  std::vector<char> piece(g_mime_encoding_outlen(&state, std::min(body.size(), kPiece)));
   while (!body.empty()) {
     const std::string_view input = body.substr(0, kPiece);
     body.remove_prefix(input.size());
