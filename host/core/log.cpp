@@ -8,10 +8,10 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
-#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "host/core/guard.h"
+#include "host/core/json_object.h"
 #include "host/core/text_escape.h"
 
 namespace host::core {
@@ -76,8 +76,8 @@ struct ProcessLog::Impl {
   // What stands for %v in the sink's pattern.
   std::string payload(int lineLevel, const std::string& text) const {
     if (!json) return "L" + std::to_string(lineLevel) + " " + text;
-    return "\"name\":" + nlohmann::json(printable(name)).dump() +
-           ",\"level\":" + std::to_string(lineLevel) + ",\"text\":" + nlohmann::json(text).dump();
+    return "\"name\":" + jsonText(name) + ",\"level\":" + std::to_string(lineLevel) +
+           ",\"text\":" + jsonText(text);
   }
 
   const int level;

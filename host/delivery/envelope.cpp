@@ -1,9 +1,7 @@
 #include "host/delivery/envelope.h"
 
 #include <memory>
-#include <nlohmann/json.hpp>
 
-#include "host/core/text_escape.h"
 #include "library/platform/ov_msg_functions.h"
 #include "library/platform/ov_msg_mail_message.h"
 #include "library/platform/ov_msg_session_info.h"
@@ -32,15 +30,10 @@ Envelope readEnvelope(const OvMsgMailMessage& msg) {
   return envelope;
 }
 
-nlohmann::ordered_json toJson(const Envelope& envelope) {
-  nlohmann::ordered_json recipients = nlohmann::ordered_json::array();
-  for (const std::string& recipient : envelope.recipients) {
-    recipients.push_back(core::printable(recipient));
-  }
-  nlohmann::ordered_json object;
-  object["sender"] = nullptr;
-  if (envelope.sender) object["sender"] = core::printable(*envelope.sender);
-  object["recipients"] = std::move(recipients);
+core::JsonObject toJson(const Envelope& envelope) {
+  core::JsonObject object;
+  object.textOrNull("sender", envelope.sender ? envelope.sender->c_str() : nullptr);
+  object.texts("recipients", envelope.recipients);
   return object;
 }
 

@@ -1,10 +1,11 @@
 // The envelope of a message as the adapters keep it.
 #pragma once
 
-#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "host/core/json_object.h"
 
 class OvMsgMailMessage;
 
@@ -20,7 +21,7 @@ struct Envelope {
 /// The present envelope of \p msg; an empty one when it has none.
 Envelope readEnvelope(const OvMsgMailMessage& msg);
 
-/// {"sender": ..., "recipients": [...]}, printable; a missing sender is null.
-nlohmann::ordered_json toJson(const Envelope& envelope);
+/// {"sender": ..., "recipients": [...]}; a missing sender is null.
+core::JsonObject toJson(const Envelope& envelope);
 
 }  // namespace host::delivery

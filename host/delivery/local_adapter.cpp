@@ -1,11 +1,11 @@
 #include "host/delivery/local_adapter.h"
 
 #include <array>
+#include <cstdint>
 #include <ctime>
-#include <nlohmann/json.hpp>
 #include <string>
 
-#include "host/core/text_escape.h"
+#include "host/core/json_object.h"
 #include "host/delivery/adapter_guard.h"
 #include "library/platform/ov_msg_mail_message.h"
 
@@ -25,14 +25,13 @@ std::string utcNow() {
 }
 
 std::string deletionLine(const OvMsgMailMessage& msg) {
-  const char* id = msg.id();
-  nlohmann::ordered_json line;
-  line["time"] = utcNow();
-  line["decision"] = "delete";
-  line["message_id"] = core::printable(id != nullptr ? id : "");
-  line["bytes"] = msg.renderedSize();
-  line["envelope"] = toJson(readEnvelope(msg));
-  return line.dump();
+  core::JsonObject line;
+  line.text("time", utcNow())
+      .text("decision", "delete")
+      .textOrNull("message_id", msg.id())
+      .number("bytes", static_cast<std::int64_t>(msg.renderedSize()))
+      .object("envelope", toJson(readEnvelope(msg)));
+  return line.line();
 }
 
 int notAvailable(unsigned int& error, const OvMsgMailMessage* msg) {
@@ -42,41 +41,27 @@ int notAvailable(unsigned int& error, const OvMsgMailMessage* msg) {
 }  // namespace
 
 int LocalAdapter::deleteMessage(unsigned int& error, OvMsgMailMessage* msg) {
-  return finish(error, guardedOutcome([&] {
-                  if (msg == nullptr) return AdapterError::InvalidArgument;
-                  return state_.recordDecision(deletionLine(*msg));
-                }));
+  if (msg == nullptr) return finish(error, AdapterError::InvalidArgument);
+  return finish(error, effects_.once("delete", kShortLeaseSeconds,
+                                     [&] { return state_.recordDecision(deletionLine(*msg)); }));
 }
 
 int LocalAdapter::postponeMessage(unsigned int& error, OvMsgMailMessage* msg,
                                   unsigned char fromHour, unsigned char fromMinute,
                                   unsigned char toHour, unsigned char toMinute) {
-  return finish(error, guardedOutcome([&] {
-                  if (msg == nullptr) return AdapterError::InvalidArgument;
-                  SpoolEntry entry;
-                  entry.kind = kPostponed;
-                  entry.queuedAt = std::time(nullptr);
-                  entry.window = {fromHour, fromMinute, toHour, toMinute};
-                  std::string id;
-                  return state_.spool().put(std::move(entry), *msg, id);
-                }));
+  if (msg == nullptr) return finish(error, AdapterError::InvalidArgument);
+  return finish(error, effects_.once("postpone", kShortLeaseSeconds, [&] {
+    SpoolEntry entry;
+    entry.kind = kPostponed;
+    entry.queuedAt = std::time(nullptr);
+    entry.window = {fromHour, fromMinute, toHour, toMinute};
+    std::string id;
+    return state_.spool().put(std::move(entry), *msg, id);
+  }));
 }
 
 int LocalAdapter::handoffMessage(unsigned int& error, OvMsgMailMessage* msg, const char* /*host*/,
                                  int /*port*/) {
-  return notAvailable(error, msg);
-}
-
-int LocalAdapter::quarantineMessage(unsigned int& error, OvMsgMailMessage* msg,
-                                    const char* /*reserved*/, const char* /*directory*/,
-                                    char (&path)[kQuarantinePathSize]) {
-  path[0] = '\0';
-  return notAvailable(error, msg);
-}
-
-int LocalAdapter::archiveMessage(unsigned int& error, OvMsgMailMessage* msg,
-                                 const char* /*reserved*/, const char* /*directory*/,
-                                 const char (&/*area*/)[kArchiveAreaNameSize]) {
   return notAvailable(error, msg);
 }
 

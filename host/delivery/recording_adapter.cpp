@@ -1,13 +1,13 @@
 #include "host/delivery/recording_adapter.h"
 
+#include <cstdint>
 #include <cstring>
-#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "host/core/atomic_file.h"
 #include "host/core/folder.h"
+#include "host/core/json_object.h"
 #include "host/core/line_file.h"
-#include "host/core/text_escape.h"
 #include "host/core/unique_id.h"
 #include "host/delivery/adapter_error.h"
 #include "host/delivery/adapter_guard.h"
@@ -18,17 +18,11 @@
 
 namespace host::delivery {
 
-using nlohmann::ordered_json;
-
 namespace {
 
 constexpr char kCallsFile[] = "calls.jsonl";
 constexpr unsigned int kNumberedNames = 50;
 constexpr int kMaxPort = 65535;
-
-ordered_json textOrNull(const char* text) {
-  return text != nullptr ? ordered_json(core::printable(text)) : ordered_json(nullptr);
-}
 
 // A message file under its final name, removed again unless it is kept.
 class StoredFile {
@@ -65,15 +59,31 @@ class StoredFile {
 
 namespace {
 
-// The state of one call while it runs.
+// What is written down of a call before it is tried.
+core::JsonObject callHead(const char* operation, const OvMsgMailMessage* msg,
+                          const std::string& inputName, const core::JsonObject& arguments) {
+  core::JsonObject head;
+  head.text("operation", operation);
+  head.textOrNull("message_id", msg != nullptr ? msg->id() : nullptr);
+  head.text("input", inputName);
+  if (msg != nullptr) {
+    head.object("envelope", toJson(readEnvelope(*msg)));
+  } else {
+    head.null("envelope");
+  }
+  return head.object("arguments", arguments);
+}
+
+// The out folder while one call runs.
 class Recorder {
  public:
-  Recorder(core::FileOps& ops, const std::string& outPath, const std::string& inputName)
-      : outPath_(outPath), inputName_(inputName), out_(ops), folder_(ops) {}
+  Recorder(core::FileOps& ops, const std::string& outPath)
+      : outPath_(outPath), out_(ops), folder_(ops) {}
 
-  // Stores the message and its line. `file` receives the name relative to the out folder.
-  AdapterError store(const char* folder, const OvMsgMailMessage& msg, ordered_json& line,
-                     char* path, std::string& file) {
+  // Stores the message under `folder` and writes the call down. `file` receives the name relative
+  // to the out folder, `path` (when given) the whole one.
+  AdapterError store(const OvMsgMailMessage& msg, const char* folder, const std::string& wanted,
+                     const core::JsonObject& head, std::string& file, char* path) {
     core::FileError error = openOut();
     if (error == core::FileError::None) error = folder_.openIn(out_, folder);
     if (error != core::FileError::None) return adapterErrorOf(error);
@@ -84,27 +94,27 @@ class Recorder {
     AdapterError outcome = writeMessage(msg, writer, bytes);
     if (outcome != AdapterError::None) return outcome;
     StoredFile stored(folder_);
-    outcome = stored.commit(writer, safeFileName(inputName_));
+    outcome = stored.commit(writer, wanted);
     if (outcome != AdapterError::None) return outcome;
 
     file = std::string(folder) + "/" + stored.name();
     const std::string whole = outPath_ + "/" + file;
     if (path != nullptr && whole.size() >= kQuarantinePathSize) return AdapterError::PathTooLong;
-    line["file"] = core::printable(file);
-    outcome = append(line, AdapterError::None);
+    outcome = writeDown(head, file.c_str(), AdapterError::None);
     if (outcome != AdapterError::None) return outcome;
     stored.keep();
     if (path != nullptr) std::memcpy(path, whole.c_str(), whole.size() + 1);
     return AdapterError::None;
   }
 
-  AdapterError append(ordered_json& line, AdapterError outcome) {
+  AdapterError writeDown(core::JsonObject line, const char* file, AdapterError outcome) {
     const core::FileError opened = openOut();
     if (opened != core::FileError::None) return adapterErrorOf(opened);
-    line["result"] = outcome == AdapterError::None ? 0 : 1;
-    line["error"] = static_cast<unsigned int>(outcome);
+    line.textOrNull("file", file)
+        .number("result", outcome == AdapterError::None ? 0 : 1)
+        .number("error", static_cast<std::int64_t>(outcome));
     return adapterErrorOf(
-        core::appendLine(out_, kCallsFile, line.dump(), core::Durability::Buffered));
+        core::appendLine(out_, kCallsFile, line.line(), core::Durability::Buffered));
   }
 
  private:
@@ -113,22 +123,9 @@ class Recorder {
   }
 
   const std::string& outPath_;
-  const std::string& inputName_;
   core::Folder out_;
   core::Folder folder_;
 };
-
-ordered_json callLine(const char* operation, const OvMsgMailMessage* msg,
-                      const std::string& inputName, const ordered_json& arguments) {
-  ordered_json line;
-  line["operation"] = operation;
-  line["message_id"] = msg != nullptr ? textOrNull(msg->id()) : ordered_json(nullptr);
-  line["input"] = core::printable(inputName);
-  line["envelope"] = msg != nullptr ? toJson(readEnvelope(*msg)) : ordered_json(nullptr);
-  line["arguments"] = arguments;
-  line["file"] = nullptr;
-  return line;
-}
 
 }  // namespace
 
@@ -144,25 +141,27 @@ struct RecordingAdapter::Request {
   char* path = nullptr;  // receives the stored file's path, kQuarantinePathSize bytes
 };
 
-// `arguments` makes the call's further arguments as JSON.
-template <class Arguments>
-int RecordingAdapter::run(unsigned int& error, const Request& request, Arguments arguments) {
+// `describe` adds the call's further arguments to a JSON object.
+template <class Describe>
+int RecordingAdapter::run(unsigned int& error, const Request& request, Describe describe) {
   const AdapterError outcome = guardedOutcome([&] {
     // Made first, so that nothing can fail once the file and its line are there.
     RecordedCall call{request.operation, {}, 0};
     calls_.reserve(calls_.size() + 1);
-    ordered_json line = callLine(request.operation, request.msg, inputName_, arguments());
-    Recorder recorder(ops_, outFolder_, inputName_);
+    core::JsonObject arguments;
+    describe(arguments);
+    const core::JsonObject head = callHead(request.operation, request.msg, inputName_, arguments);
+    Recorder recorder(ops_, outFolder_);
     AdapterError stored = AdapterError::InvalidArgument;
     if (request.msg != nullptr && request.valid) {
       stored = guardedOutcome([&] {
-        return recorder.store(request.folder, *request.msg, line, request.path, call.file);
+        return recorder.store(*request.msg, request.folder, safeFileName(inputName_), head,
+                              call.file, request.path);
       });
     }
     if (stored != AdapterError::None) {
       call.file.clear();
-      line["file"] = nullptr;
-      recorder.append(line, stored);
+      recorder.writeDown(head, nullptr, stored);
     }
     call.error = static_cast<unsigned int>(stored);
     calls_.push_back(std::move(call));
@@ -172,23 +171,24 @@ int RecordingAdapter::run(unsigned int& error, const Request& request, Arguments
 }
 
 int RecordingAdapter::deleteMessage(unsigned int& error, OvMsgMailMessage* msg) {
-  return run(error, {"delete", "deleted", msg}, [] { return ordered_json::object(); });
+  return run(error, {"delete", "deleted", msg}, [](core::JsonObject&) {});
 }
 
 int RecordingAdapter::postponeMessage(unsigned int& error, OvMsgMailMessage* msg,
                                       unsigned char fromHour, unsigned char fromMinute,
                                       unsigned char toHour, unsigned char toMinute) {
   const TimeWindow window{fromHour, fromMinute, toHour, toMinute};
-  return run(error, {"postpone", "postponed", msg, window.isValid()}, [&] {
-    return ordered_json{{"from", window.fromText()}, {"to", window.toText()}};
-  });
+  return run(error, {"postpone", "postponed", msg, window.isValid()},
+             [&](core::JsonObject& arguments) {
+               arguments.text("from", window.fromText()).text("to", window.toText());
+             });
 }
 
 int RecordingAdapter::handoffMessage(unsigned int& error, OvMsgMailMessage* msg, const char* host,
                                      int port) {
   const bool valid = host != nullptr && *host != '\0' && port > 0 && port <= kMaxPort;
-  return run(error, {"handoff", "handoff", msg, valid}, [&] {
-    return ordered_json{{"host", textOrNull(host)}, {"port", port}};
+  return run(error, {"handoff", "handoff", msg, valid}, [&](core::JsonObject& arguments) {
+    arguments.textOrNull("host", host).number("port", port);
   });
 }
 
@@ -196,27 +196,26 @@ int RecordingAdapter::quarantineMessage(unsigned int& error, OvMsgMailMessage* m
                                         const char* /*reserved*/, const char* directory,
                                         char (&path)[kQuarantinePathSize]) {
   path[0] = '\0';
-  return run(error, {"quarantine", "quarantine", msg, directory != nullptr, path}, [&] {
-    return ordered_json{{"directory", textOrNull(directory)}};
-  });
+  return run(error, {"quarantine", "quarantine", msg, directory != nullptr, path},
+             [&](core::JsonObject& arguments) { arguments.textOrNull("directory", directory); });
 }
 
 int RecordingAdapter::archiveMessage(unsigned int& error, OvMsgMailMessage* msg,
                                      const char* /*reserved*/, const char* directory,
                                      const char (&area)[kArchiveAreaNameSize]) {
   const bool valid = directory != nullptr && std::memchr(area, '\0', sizeof area) != nullptr;
-  return run(error, {"archive", "archive", msg, valid}, [&] {
-    return ordered_json{{"directory", textOrNull(directory)},
-                        {"area", valid ? textOrNull(area) : ordered_json(nullptr)}};
+  return run(error, {"archive", "archive", msg, valid}, [&](core::JsonObject& arguments) {
+    arguments.textOrNull("directory", directory).textOrNull("area", valid ? area : nullptr);
   });
 }
 
 int RecordingAdapter::resendMessage(unsigned int& error, OvMsgMailMessage* msg, int flag) {
-  return run(error, {"resend", "resend", msg}, [&] { return ordered_json{{"flag", flag}}; });
+  return run(error, {"resend", "resend", msg},
+             [&](core::JsonObject& arguments) { arguments.number("flag", flag); });
 }
 
 int RecordingAdapter::deliverMessage(unsigned int& error, OvMsgMailMessage* msg) {
-  return run(error, {"deliver", "delivered", msg}, [] { return ordered_json::object(); });
+  return run(error, {"deliver", "delivered", msg}, [](core::JsonObject&) {});
 }
 
 }  // namespace host::delivery

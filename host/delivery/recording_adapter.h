@@ -52,8 +52,8 @@ class KAVI_API RecordingAdapter final : public OvIsAdapter {
 
  private:
   struct Request;
-  template <class Arguments>
-  int run(unsigned int& error, const Request& request, Arguments arguments);
+  template <class Describe>
+  int run(unsigned int& error, const Request& request, Describe describe);
 
   std::string outFolder_;
   std::string inputName_;
