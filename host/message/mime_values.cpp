@@ -54,6 +54,31 @@ Held<GMimeContentDisposition> readDisposition(std::string_view value) {
       g_mime_content_disposition_parse(nullptr, asCString(value).c_str()));
 }
 
+/// Behind white space and comments (RFC 5322 section 3.2.2), which may be nested.
+std::size_t skipComments(std::string_view text, std::size_t at) {
+  std::size_t depth = 0;
+  for (; at < text.size(); ++at) {
+    if (text[at] == '(') {
+      ++depth;
+    } else if (depth == 0) {
+      if (!isSpace(text[at])) break;
+    } else if (text[at] == ')') {
+      --depth;
+    } else if (text[at] == '\\') {
+      ++at;
+    }
+  }
+  return std::min(at, text.size());
+}
+
+/// The library takes a comment behind a value that has no quotes for a part of it.
+std::string withoutComment(std::string text, std::string_view value) {
+  const std::size_t comment = text.find(" (");
+  if (comment == std::string::npos || !text.ends_with(')')) return text;
+  if (value.find('"' + text + '"') != std::string_view::npos) return text;
+  return text.substr(0, comment);
+}
+
 std::string_view tokenAt(std::string_view text, std::size_t& at) {
   const std::size_t begin = at;
   while (at < text.size() && isTokenChar(text[at])) ++at;
@@ -122,25 +147,16 @@ std::string_view properValue(std::string_view value) {
   return trimmed(value);
 }
 
-// Nearly every value is "token/token" with ";" or nothing behind it; only others need the library.
+// Lenient: whatever follows the subtype, a type that can be read is one.
 std::string contentType(std::string_view value) {
-  value = trimmed(value);
-  std::size_t at = 0;
+  std::size_t at = skipComments(value, 0);
   const std::string_view type = tokenAt(value, at);
-  if (!type.empty() && at < value.size() && value[at] == '/') {
-    ++at;
-    const std::string_view subtype = tokenAt(value, at);
-    const std::string_view both = value.substr(0, at);
-    while (at < value.size() && isSpace(value[at])) ++at;
-    if (!subtype.empty() && (at == value.size() || value[at] == ';')) return lowered(both);
-  }
-  if (value.find('/') == std::string_view::npos) return {};
-  const auto parsed = readContentType(value);
-  if (parsed == nullptr) return {};
-  const char* major = g_mime_content_type_get_media_type(parsed.get());
-  const char* minor = g_mime_content_type_get_media_subtype(parsed.get());
-  if (major == nullptr || minor == nullptr) return {};
-  return lowered(std::string(major) + "/" + minor);
+  at = skipComments(value, at);
+  if (type.empty() || at >= value.size() || value[at] != '/') return {};
+  at = skipComments(value, at + 1);
+  const std::string_view subtype = tokenAt(value, at);
+  if (subtype.empty()) return {};
+  return lowered(type) + "/" + lowered(subtype);
 }
 
 bool isTokenChar(char c) {
@@ -163,7 +179,7 @@ std::optional<std::string> contentTypeParameter(std::string_view value, const ch
   if (parsed == nullptr) return std::nullopt;
   const char* text = g_mime_content_type_get_parameter(parsed.get(), name);
   if (text == nullptr) return std::nullopt;
-  return asUtf8(text);
+  return withoutComment(asUtf8(text), value);
 }
 
 std::optional<std::string> dispositionParameter(std::string_view value, const char* name) {

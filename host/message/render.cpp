@@ -22,7 +22,7 @@ bool Renderer::write(const Entity& top, bool withLead) {
     if (done) {
       put(wholeSlice(lead ? entity->lead_.data() : entity->fields_.data(), entity->tail_));
     } else {
-      if (lead) writeLead(*entity);
+      if (lead) put(entity->lead_);
       writeHeader(*entity);
       put(entity->body_);
       if (entity->firstChild_ != nullptr) {
@@ -31,7 +31,7 @@ bool Renderer::write(const Entity& top, bool withLead) {
       }
     }
     while (true) {
-      if (!done) writeTail(*entity);
+      if (!done) put(entity->tail_);
       done = false;
       if (entity == &top) {
         flush();
@@ -45,18 +45,6 @@ bool Renderer::write(const Entity& top, bool withLead) {
     }
   }
   return false;
-}
-
-// A delimiter stands at the begin of a line. It brings its own line break, unless it was received
-// behind one that belongs to something else and what stands before it has changed since.
-void Renderer::writeLead(const Entity& entity) {
-  if (entity.lead_.starts_with('-')) startLine(entity);
-  put(entity.lead_);
-}
-
-void Renderer::writeTail(const Entity& entity) {
-  if (entity.tail_.starts_with('-')) startLine(entity);
-  put(entity.tail_);
 }
 
 void Renderer::writeHeader(const Entity& entity) {

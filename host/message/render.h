@@ -19,9 +19,7 @@ class Renderer {
   bool write(const Entity& top, bool withLead);
 
  private:
-  void writeLead(const Entity& entity);
   void writeHeader(const Entity& entity);
-  void writeTail(const Entity& entity);
   void put(std::string_view slice);
   void startLine(const Entity& entity);
   bool isAtLineBegin() const;

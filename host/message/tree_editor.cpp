@@ -168,6 +168,7 @@ int TreeEditor::setContent(Entity& entity, const NewContent& content) {
   entity.needsBlankLine_ = entity.blankLineLength_ == 0;
   entity.contentChanged_ = true;
   entity.touch();
+  ensureBreakBehind(entity);
   return OVMSGERR::Ok;
 }
 
@@ -267,10 +268,33 @@ int TreeEditor::remove(Entity& entity) {
     return setContent(*top->parent_, {{}, "text/plain", "us-ascii", "7bit"});
   }
   Entity& parent = *top->parent_;
+  Entity* const before = top->previousSibling_;
   detach(*top);
+  if (before != nullptr) {
+    ensureBreakBehind(*before);
+  } else if (!parent.body_.empty()) {
+    giveBreak(*parent.firstChild_, parent.firstChild_->lead_);
+  }
   parent.contentChanged_ = true;
   parent.touch();
   return OVMSGERR::Ok;
+}
+
+void TreeEditor::ensureBreakBehind(Entity& entity) {
+  Entity* at = &entity;
+  while (at->nextSibling_ == nullptr && at->parent_ != nullptr && at->parent_->tail_.empty()) {
+    at = at->parent_;
+  }
+  Entity* const owner = at->nextSibling_ != nullptr ? at->nextSibling_ : at->parent_;
+  if (owner == nullptr) return;
+  giveBreak(*owner, owner == at->parent_ ? owner->tail_ : owner->lead_);
+}
+
+void TreeEditor::giveBreak(Entity& owner, std::string_view& delimiter) {
+  if (!delimiter.starts_with('-')) return;
+  std::string separated(owner.lineBreak().text());
+  delimiter = message_.keep(std::move(separated.append(delimiter)));
+  owner.touch();
 }
 
 void TreeEditor::detach(Entity& entity) {
@@ -317,6 +341,7 @@ Entity& TreeEditor::wrap(Entity& entity) {
   entity.contentChanged_ = true;
   entity.touched_ = true;
   if (wrapper.parent_ != nullptr) wrapper.parent_->touch();
+  ensureBreakBehind(wrapper);
   message_.note(Change::Kind::PartAdded, "multipart/mixed", wrapper);
   return wrapper;
 }
@@ -399,6 +424,7 @@ void TreeEditor::insertPart(Entity& multipart, Entity& part, int position) {
   (previous != nullptr ? previous->nextSibling_ : multipart.firstChild_) = &part;
   (next != nullptr ? next->previousSibling_ : multipart.lastChild_) = &part;
   part.ordinal_ = ++multipart.lastOrdinal_;
+  ensureBreakBehind(part);
   multipart.contentChanged_ = true;
   multipart.touch();
   message_.note(Change::Kind::PartAdded, part.describe(), part);

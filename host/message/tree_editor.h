@@ -57,6 +57,10 @@ class TreeEditor {
   Entity& copyTree(const Entity& source);
   Entity& copyNode(const Entity& source);
   void detach(Entity& entity);
+  /// Gives the delimiter behind \p entity a line break of its own, where it stood right behind a
+  /// line that now has something between.
+  void ensureBreakBehind(Entity& entity);
+  void giveBreak(Entity& owner, std::string_view& delimiter);
 
   Message& message_;
 };

@@ -89,8 +89,7 @@ TEST(EncodedWords, ComeBackInEveryCharsetAndLength) {
         const std::string name = std::string(sample.charset) + " " + field + ": ";
         auto message = mail("A: 1\r\n\r\n");
         const std::string value = in(sample.charset, utf8);
-        ASSERT_TRUE(
-            msgu::setHeader(message->firstEntity(), field, value.c_str(), sample.charset));
+        ASSERT_TRUE(msgu::setHeader(message->firstEntity(), field, value.c_str(), sample.charset));
         const std::string text = message->firstEntity()->headerText();
         EXPECT_TRUE(host::message::isAscii(text)) << name;
         if (std::string_view(field).size() < 60) expectWellFormed(text, name);
@@ -129,8 +128,7 @@ TEST(EncodedWords, StandOnlyInDisplayNamesOfAddressFields) {
   const std::string text = message->firstEntity()->headerText();
   EXPECT_NE(text.find("<j@example.com>,"), std::string::npos) << text;
   EXPECT_TRUE(host::message::isAscii(text)) << text;
-  const auto read = mime::addresses(
-      mime::unfolded(text.substr(text.find("From:") + 5)), 10);
+  const auto read = mime::addresses(mime::unfolded(text.substr(text.find("From:") + 5)), 10);
   ASSERT_EQ(read.size(), 3u) << text;
   EXPECT_EQ(read[0].displayName, "J\xC3\xBCrg \"J\" M");
   EXPECT_EQ(read[0].address, "j@example.com");
@@ -199,10 +197,16 @@ TEST(Conversion, OfSamplesThereAndBack) {
 TEST(Conversion, StrictFailsWhereLossyWritesAQuestionMark) {
   std::string out;
   int error = 0;
-  EXPECT_FALSE(msgu::conv("a\xFF" "b", "utf-8", "iso-8859-1", out, error, false));
+  EXPECT_FALSE(
+      msgu::conv("a\xFF"
+                 "b",
+                 "utf-8", "iso-8859-1", out, error, false));
   EXPECT_EQ(error, OVMSGERR::MalformedText);
   EXPECT_EQ(out, "");
-  EXPECT_TRUE(msgu::conv("a\xFF" "b", "utf-8", "iso-8859-1", out, error, true));
+  EXPECT_TRUE(
+      msgu::conv("a\xFF"
+                 "b",
+                 "utf-8", "iso-8859-1", out, error, true));
   EXPECT_EQ(out, "a?b");
   EXPECT_FALSE(msgu::conv("a\xE2\x82\xAC", "utf-8", "iso-8859-1", out, error, false));
   EXPECT_EQ(error, OVMSGERR::UnencodableText);
