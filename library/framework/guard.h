@@ -1,4 +1,13 @@
 // The fence around every public operation.
+//
+// What an operation answers when something inside it throws:
+//   construct, takeAction, getNamedObjectIds, get... and set...   false
+//   serialize                                                     the empty string
+//   fillInTokenMap                                                nothing; what was set stays set
+//   init of a class                                               false, which nobody judges by
+//   ActionUtils::init, InitActionLib                              success: defaults stand in
+//   L1, L2, L3                                                    nothing; the line is lost
+// Operations that answer a constant (getType, requiresOriginalMsg, hasNamedObjects) cannot fail.
 #pragma once
 
 #include <utility>

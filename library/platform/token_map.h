@@ -3,7 +3,6 @@
 
 #include <map>
 #include <string>
-#include <utility>
 
 namespace Kavi {
 
@@ -32,7 +31,7 @@ class TokenMap {
   }
 
   /// Inserts \p token if it is absent, then assigns \p value.
-  void set(Token token, std::string value) { values_[token] = std::move(value); }
+  void set(Token token, std::string value) { values_[token].swap(value); }
 
   /// \return whether there was a value to remove.
   bool erase(Token token) { return values_.erase(token) != 0; }

@@ -35,7 +35,7 @@ class KAVI_API ActInsertXHeaderTag : public KaviAction {
   /// Answers true and appends nothing: there are no named objects.
   bool getNamedObjectIds(const char* setting, int length, std::vector<unsigned int>& ids) override;
 
- private:
+ protected:
   std::string headerName;
   std::string headerValue;
 };
@@ -67,7 +67,7 @@ class KAVI_API uiInsertXHeaderTag : public KaviAction {
   /// \param checked  receives the text once its length is in bounds.
   static bool _checkXHeaderTagValidation(const char* setting, int length, std::string& checked);
 
- private:
+ protected:
   std::string headerName;
   std::string headerValue;
 };
