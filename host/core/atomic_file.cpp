@@ -57,7 +57,11 @@ FileError AtomicFile::write(const char* data, std::size_t size) {
   }
   int written = folder_.ops().writeAll(file_.get(), buffer_.data(), buffer_.size());
   buffer_.clear();
-  if (written == 0) written = folder_.ops().writeAll(file_.get(), data, size);
+  if (written == 0 && size >= kBufferBytes) {
+    written = folder_.ops().writeAll(file_.get(), data, size);
+  } else {
+    buffer_.append(data, size);
+  }
   return written < 0 ? fail(written) : FileError::None;
 }
 
