@@ -6,8 +6,13 @@
 #include <string>
 #include <vector>
 
+#include "library/actions/disposition/archive.h"
 #include "library/actions/disposition/delete.h"
+#include "library/actions/disposition/encryption.h"
+#include "library/actions/disposition/handoff.h"
 #include "library/actions/disposition/postpone.h"
+#include "library/actions/disposition/quarantine.h"
+#include "library/actions/disposition/readdress.h"
 #include "library/actions/disposition/virus_clean.h"
 #include "library/actions/modification/x_header.h"
 #include "library/framework/kavi_action_n.h"
@@ -25,9 +30,12 @@ std::unique_ptr<KaviAction> make() {
 }
 
 constexpr std::unique_ptr<KaviAction> (*kMakers[])() = {
-    make<ActDelete>,           make<uiDelete>,           make<ActVirusClean>,
-    make<uiVirusClean>,        make<ActPostpone>,        make<uiPostpone>,
-    make<ActInsertXHeaderTag>, make<uiInsertXHeaderTag>, make<OnNamedObjects>,
+    make<ActDelete>,      make<uiDelete>,      make<ActVirusClean>,       make<uiVirusClean>,
+    make<ActPostpone>,    make<uiPostpone>,    make<ActInsertXHeaderTag>, make<uiInsertXHeaderTag>,
+    make<OnNamedObjects>, make<ActArchive>,    make<ActQuarantine>,       make<ActHandoff>,
+    make<uiHandoff>,      make<ActReaddress>,  make<uiReaddress>,         make<ActBcc>,
+    make<uiBcc>,          make<ActIBEEncrypt>, make<ActIBEReEncrypt>,     make<ActIBEDecrypt>,
+    make<uiIBEEncrypt>,
 };
 
 }  // namespace

@@ -1,9 +1,11 @@
 #include "library/tokens/token_replacement.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <functional>
 #include <map>
+#include <unordered_map>
 #include <utility>
 
 #include "library/framework/guard.h"
@@ -21,9 +23,18 @@ using Kavi::ScanToken;
 constexpr std::size_t kResultReserve = 1024;
 constexpr std::size_t kValueReserve = 128;
 
-// Searched with parts of a text, so that no candidate is copied.
-std::map<std::string, ScanToken, std::less<>> textToToken;
-std::map<ScanToken, TokenValueFunction> tokenToFunction;
+// Finds a part of a text without a copy of it.
+struct TextHash {
+  using is_transparent = void;
+  std::size_t operator()(std::string_view text) const {
+    return std::hash<std::string_view>()(text);
+  }
+};
+using TextToToken = std::unordered_map<std::string, ScanToken, TextHash, std::equal_to<>>;
+using TokenToFunction = std::map<ScanToken, TokenValueFunction>;
+
+TextToToken textToToken;
+TokenToFunction tokenToFunction;
 
 // Values that the scanner keeps as lists.
 bool isList(ScanToken token) {
@@ -52,8 +63,8 @@ std::string computeValue(TokenValueFunction function, Kavi::TokenMap<ScanToken>&
 }  // namespace
 
 void buildTokenMaps() {
-  std::map<std::string, ScanToken, std::less<>> tokens;
-  std::map<ScanToken, TokenValueFunction> functions;
+  TextToToken tokens;
+  TokenToFunction functions;
   std::string names;
   for (const TokenRow* row = tokenTable(); row->text[0] != '\0'; ++row) {
     tokens[row->text] = row->token;
@@ -97,10 +108,10 @@ const char* tokenValue(Kavi::TokenMap<ScanToken>& tokens, std::string_view text,
 
 void replaceTokens(Kavi::TokenMap<ScanToken>& tokens, const std::string& text,
                    const OvMsgMailMessage& msg, std::string& result) {
-  result.reserve(kResultReserve);
-  result.clear();
   const char* done = text.c_str();
   const char* const end = done + std::strlen(done);
+  result.clear();
+  result.reserve(std::max(kResultReserve, static_cast<std::size_t>(end - done)));
   const auto percentFrom = [end](const char* from) {
     return static_cast<const char*>(std::memchr(from, '%', static_cast<std::size_t>(end - from)));
   };
