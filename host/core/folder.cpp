@@ -47,11 +47,13 @@ FileError Folder::open(const std::string& path, bool create) {
   return FileError::None;
 }
 
-FileError Folder::openIn(const Folder& parent, const std::string& name) {
+FileError Folder::openIn(const Folder& parent, const std::string& name, bool* made) {
+  if (made != nullptr) *made = false;
   int opened = ops_->openFolder(name, parent.descriptor());
   if (opened == -ENOENT) {
-    const int made = ops_->makeFolder(name, parent.descriptor());
-    if (made < 0 && made != -EEXIST) return fileErrorOf(-made);
+    const int result = ops_->makeFolder(name, parent.descriptor());
+    if (result < 0 && result != -EEXIST) return fileErrorOf(-result);
+    if (made != nullptr) *made = result == 0;
     opened = ops_->openFolder(name, parent.descriptor());
   }
   if (opened < 0) return fileErrorOf(-opened);

@@ -20,8 +20,9 @@ class KAVI_API Folder {
   FileError open(const std::string& path, bool create);
 
   /// Opens the folder \p name in \p parent, made with mode 0700 when it is missing. A symbolic
-  /// link under that name is refused.
-  FileError openIn(const Folder& parent, const std::string& name);
+  /// link under that name is refused. A new one is durable once \p parent was flushed.
+  /// \param made  receives whether it was made; may be null.
+  FileError openIn(const Folder& parent, const std::string& name, bool* made = nullptr);
 
   /// Makes the entries of the folder durable.
   FileError sync() const;

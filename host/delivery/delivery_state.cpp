@@ -1,7 +1,10 @@
 #include "host/delivery/delivery_state.h"
 
+#include <utility>
+
 #include "host/core/line_file.h"
 #include "host/delivery/adapter_guard.h"
+#include "host/store/sqlite_store.h"
 
 namespace host::delivery {
 
@@ -9,15 +12,30 @@ namespace {
 
 constexpr char kSpoolFolder[] = "/spool";
 constexpr char kDecisionsFile[] = "decisions.jsonl";
+constexpr char kStoreFile[] = "/store.sqlite";
 
 }  // namespace
+
+DeliveryState::DeliveryState(core::FileOps& ops, std::shared_ptr<store::Store> store)
+    : ops_(ops), folder_(ops), spool_(ops), store_(std::move(store)) {}
 
 AdapterError DeliveryState::open(const std::string& path) {
   return guardedOutcome([&] {
     const core::FileError error = folder_.open(path, true);
     if (error != core::FileError::None) return adapterErrorOf(error);
+    if (store_ == nullptr) {
+      store_ =
+          std::make_shared<store::SqliteStore>(path + kStoreFile, store::SqliteOptions{}, ops_);
+    }
+    filing_ = std::make_unique<Filing>(*store_, ops_);
     return spool_.open(path + kSpoolFolder);
   });
+}
+
+AdapterError DeliveryState::prepareFiling(store::MessageKind kind, const std::string& directory,
+                                          SweepReport& report, std::string& fault) {
+  if (store_ == nullptr) return AdapterError::MissingFolder;
+  return FilingSweep(*store_, ops_).run(kind, directory, report, fault);
 }
 
 AdapterError DeliveryState::recordDecision(const std::string& line) {

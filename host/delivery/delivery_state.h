@@ -1,33 +1,53 @@
 // What the adapter keeps on disk.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "host/core/folder.h"
 #include "host/delivery/adapter_error.h"
+#include "host/delivery/filing.h"
+#include "host/delivery/filing_sweep.h"
 #include "host/delivery/spool.h"
+#include "host/store/store.h"
 
 namespace host::delivery {
 
-/// The folder of the real adapter: "spool/" with waiting messages, and "decisions.jsonl" with one
-/// flushed line for each message that was deleted. One per process, opened once; shared by all
-/// adapters and safe from any thread.
+/// The folder of the real adapter: "spool/" with waiting messages, "decisions.jsonl" with one
+/// flushed line for each message that was deleted, and, unless another store was given,
+/// "store.sqlite" with the index of stored messages and the ledger of effects, made with its first
+/// use. One per process, opened once; shared by all adapters and safe from any thread.
 class KAVI_API DeliveryState {
  public:
-  explicit DeliveryState(core::FileOps& ops = core::FileOps::system())
-      : folder_(ops), spool_(ops) {}
+  /// \param store  to be used instead of the one in the folder; may be null
+  explicit DeliveryState(core::FileOps& ops = core::FileOps::system(),
+                         std::shared_ptr<store::Store> store = nullptr);
 
   /// Opens \p path, made with mode 0700 when it is missing.
   AdapterError open(const std::string& path);
+
+  /// Opens a folder that messages are filed under, made with mode 0700 when it is missing, and
+  /// brings it and the index in line (see sweepFiling). To be called at the start for every folder
+  /// that a setting names; may run while messages are filed.
+  /// \param fault  receives the words of a failure of the index
+  AdapterError prepareFiling(store::MessageKind kind, const std::string& directory,
+                             SweepReport& report, std::string& fault);
 
   /// Writes one line, durably. \param line  JSON without line break.
   AdapterError recordDecision(const std::string& line);
 
   Spool& spool() { return spool_; }
+  /// The store; null before `open`, unless one was given.
+  store::Store* store() { return store_.get(); }
+  /// What files messages; null before `open`.
+  Filing* filing() { return filing_.get(); }
 
  private:
+  core::FileOps& ops_;
   core::Folder folder_;
   Spool spool_;
+  std::shared_ptr<store::Store> store_;
+  std::unique_ptr<Filing> filing_;
 };
 
 }  // namespace host::delivery

@@ -41,41 +41,27 @@ int notAvailable(unsigned int& error, const OvMsgMailMessage* msg) {
 }  // namespace
 
 int LocalAdapter::deleteMessage(unsigned int& error, OvMsgMailMessage* msg) {
-  return finish(error, guardedOutcome([&] {
-                  if (msg == nullptr) return AdapterError::InvalidArgument;
-                  return state_.recordDecision(deletionLine(*msg));
-                }));
+  if (msg == nullptr) return finish(error, AdapterError::InvalidArgument);
+  return finish(error, effects_.once("delete", kShortLeaseSeconds,
+                                     [&] { return state_.recordDecision(deletionLine(*msg)); }));
 }
 
 int LocalAdapter::postponeMessage(unsigned int& error, OvMsgMailMessage* msg,
                                   unsigned char fromHour, unsigned char fromMinute,
                                   unsigned char toHour, unsigned char toMinute) {
-  return finish(error, guardedOutcome([&] {
-                  if (msg == nullptr) return AdapterError::InvalidArgument;
-                  SpoolEntry entry;
-                  entry.kind = kPostponed;
-                  entry.queuedAt = std::time(nullptr);
-                  entry.window = {fromHour, fromMinute, toHour, toMinute};
-                  std::string id;
-                  return state_.spool().put(std::move(entry), *msg, id);
-                }));
+  if (msg == nullptr) return finish(error, AdapterError::InvalidArgument);
+  return finish(error, effects_.once("postpone", kShortLeaseSeconds, [&] {
+    SpoolEntry entry;
+    entry.kind = kPostponed;
+    entry.queuedAt = std::time(nullptr);
+    entry.window = {fromHour, fromMinute, toHour, toMinute};
+    std::string id;
+    return state_.spool().put(std::move(entry), *msg, id);
+  }));
 }
 
 int LocalAdapter::handoffMessage(unsigned int& error, OvMsgMailMessage* msg, const char* /*host*/,
                                  int /*port*/) {
-  return notAvailable(error, msg);
-}
-
-int LocalAdapter::quarantineMessage(unsigned int& error, OvMsgMailMessage* msg,
-                                    const char* /*reserved*/, const char* /*directory*/,
-                                    char (&path)[kQuarantinePathSize]) {
-  path[0] = '\0';
-  return notAvailable(error, msg);
-}
-
-int LocalAdapter::archiveMessage(unsigned int& error, OvMsgMailMessage* msg,
-                                 const char* /*reserved*/, const char* /*directory*/,
-                                 const char (&/*area*/)[kArchiveAreaNameSize]) {
   return notAvailable(error, msg);
 }
 

@@ -69,6 +69,10 @@ class KAVI_API MessageIndex {
   virtual StoreStatus addEntry(const IndexEntry& entry, const Finishes* finishes,
                                std::int64_t& row) = 0;
 
+  /// Adds a row unless there is one with its path.
+  /// \param added  receives whether there was none.
+  virtual StoreStatus addMissing(const IndexEntry& entry, bool& added) = 0;
+
   /// NotFound when there is none.
   virtual StoreStatus removeEntry(std::int64_t row) = 0;
   virtual StoreStatus removePath(const std::string& path) = 0;

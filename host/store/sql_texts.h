@@ -14,15 +14,17 @@ namespace host::store::sql {
   "stored_at, path"
 #define KAVI_SELECT_ENTRY "SELECT " KAVI_ENTRY_COLUMNS " FROM message_index "
 
-inline constexpr char kAddEntry[] =
-    "INSERT INTO message_index (kind, area, message_id, rule, aging_days, sender, recipients, "
-    "subject, size, stored_at, path, expires_at) "
-    "VALUES ($1, $2, $3, $4, $5, $6, $7, $8, $9, $10, $11, $12) "
-    "ON CONFLICT (path) DO UPDATE SET kind = excluded.kind, area = excluded.area, "
-    "message_id = excluded.message_id, rule = excluded.rule, aging_days = excluded.aging_days, "
-    "sender = excluded.sender, recipients = excluded.recipients, subject = excluded.subject, "
-    "size = excluded.size, stored_at = excluded.stored_at, expires_at = excluded.expires_at "
-    "RETURNING id";
+#define KAVI_INSERT_ENTRY                                                                     \
+  "INSERT INTO message_index (kind, area, message_id, rule, aging_days, sender, recipients, " \
+  "subject, size, stored_at, path, expires_at) "                                              \
+  "VALUES ($1, $2, $3, $4, $5, $6, $7, $8, $9, $10, $11, $12) ON CONFLICT (path) DO "
+
+inline constexpr char kAddEntry[] = KAVI_INSERT_ENTRY
+    "UPDATE SET kind = excluded.kind, area = excluded.area, message_id = excluded.message_id, "
+    "rule = excluded.rule, aging_days = excluded.aging_days, sender = excluded.sender, "
+    "recipients = excluded.recipients, subject = excluded.subject, size = excluded.size, "
+    "stored_at = excluded.stored_at, expires_at = excluded.expires_at RETURNING id";
+inline constexpr char kAddMissing[] = KAVI_INSERT_ENTRY "NOTHING";
 inline constexpr char kRemoveEntry[] = "DELETE FROM message_index WHERE id = $1";
 inline constexpr char kRemovePath[] = "DELETE FROM message_index WHERE path = $1";
 inline constexpr char kFindEntry[] = KAVI_SELECT_ENTRY "WHERE id = $1";
@@ -62,11 +64,12 @@ inline constexpr char kForgetBefore[] = "DELETE FROM effect_ledger WHERE begun_a
 
 /// All of them, for whoever wants to look at every one.
 inline constexpr std::array kEveryStatement{
-    kAddEntry,     kRemoveEntry,   kRemovePath,   kFindEntry,     kFindPath,
-    kFindMessage,  kListAll,       kListKind,     kListArea,      kListKindArea,
-    kListExpired,  kListPaths,     kBeginEffect,  kFindEffect,    kTakeOverEffect,
-    kFinishEffect, kAbandonEffect, kReopenEffect, kForgetMessage, kForgetBefore};
+    kAddEntry,     kAddMissing,    kRemoveEntry, kRemovePath,     kFindEntry,    kFindPath,
+    kFindMessage,  kListAll,       kListKind,    kListArea,       kListKindArea, kListExpired,
+    kListPaths,    kBeginEffect,   kFindEffect,  kTakeOverEffect, kFinishEffect, kAbandonEffect,
+    kReopenEffect, kForgetMessage, kForgetBefore};
 
+#undef KAVI_INSERT_ENTRY
 #undef KAVI_SELECT_ENTRY
 #undef KAVI_ENTRY_COLUMNS
 

@@ -172,6 +172,17 @@ StoreStatus SqliteStore::addEntry(const IndexEntry& entry, const Finishes* finis
   return status;
 }
 
+StoreStatus SqliteStore::addMissing(const IndexEntry& entry, bool& added) {
+  int rows = 0;
+  StoreStatus status = run(kIndexChange, Access::Write, [&](SqliteConnection& connection) {
+    SqliteQuery query(connection, sql::kAddMissing);
+    bindEntry(query, entry);
+    rows = query.run();
+  });
+  if (status.ok()) added = rows != 0;
+  return status;
+}
+
 StoreStatus SqliteStore::removeEntry(std::int64_t row) {
   return run(kIndexChange, Access::Write, [&](SqliteConnection& connection) {
     requireChange(SqliteQuery(connection, sql::kRemoveEntry).bind(row).run());

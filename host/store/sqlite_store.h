@@ -28,6 +28,7 @@ class KAVI_API SqliteStore final : public Store {
 
   StoreStatus addEntry(const IndexEntry& entry, const Finishes* finishes,
                        std::int64_t& row) override;
+  StoreStatus addMissing(const IndexEntry& entry, bool& added) override;
   StoreStatus removeEntry(std::int64_t row) override;
   StoreStatus removePath(const std::string& path) override;
   StoreStatus findEntry(std::int64_t row, IndexEntry& entry) override;

@@ -137,12 +137,7 @@ TEST(LocalAdapter, SaysThatTheRestIsNotAvailable) {
     return told;
   };
   unsigned int error = 0;
-  char path[kQuarantinePathSize] = "before";
-  const char area[kArchiveAreaNameSize] = "area";
   EXPECT_TRUE(refused(adapter.handoffMessage(error, &message, "192.0.2.1", 25), error));
-  EXPECT_TRUE(refused(adapter.quarantineMessage(error, &message, "", "/var/q", path), error));
-  EXPECT_STREQ(path, "");
-  EXPECT_TRUE(refused(adapter.archiveMessage(error, &message, "", "/var/a", area), error));
   EXPECT_TRUE(refused(adapter.resendMessage(error, &message, 1), error));
   EXPECT_TRUE(refused(adapter.deliverMessage(error, &message), error));
   EXPECT_EQ(entryCount(temp.path()), 1u);

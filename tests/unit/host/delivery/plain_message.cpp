@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "library/platform/msgu.h"
 #include "library/platform/ov_msg_error.h"
 #include "library/platform/ov_msg_functions.h"
 #include "library/platform/ov_msg_session_info.h"
@@ -74,6 +75,16 @@ int PlainMessage::render(OvMsgSink& sink) const {
 }
 
 }  // namespace testing_host
+
+// The text behind "Subject: ", if the message begins with it.
+bool msgu::getSubject(OvMsgMailMessage* msg, const char*, const char*, std::string& subject) {
+  constexpr std::string_view kField = "Subject: ";
+  const std::string& bytes = static_cast<testing_host::PlainMessage*>(msg)->bytes();
+  subject.clear();
+  if (!bytes.starts_with(kField)) return false;
+  subject = bytes.substr(kField.size(), bytes.find('\r') - kField.size());
+  return true;
+}
 
 void OvMsg_DeleteSessionInfo(OvMsgMailSessionInfo* session) {
   delete static_cast<testing_host::Session*>(session);
