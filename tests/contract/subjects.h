@@ -1,0 +1,30 @@
+// What the contract suite runs on. It is compiled once and linked with one implementation of these
+// functions on the fakes and with one on the real thing.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "host/store/store.h"
+#include "library/platform/is_adapter.h"
+#include "library/platform/ov_msg_mail_message.h"
+
+namespace contract {
+
+/// An empty store. \param folder  one that it may use; goes behind it
+std::unique_ptr<host::store::Store> makeStore(const std::string& folder);
+
+/// An adapter, a message for it, and a folder to file under.
+class AdapterBench {
+ public:
+  virtual ~AdapterBench() = default;
+  virtual OvIsAdapter& adapter() = 0;
+  virtual OvMsgMailMessage& message() = 0;
+  virtual const std::string& folder() = 0;
+  /// Makes every operation fail from now on.
+  virtual void breakDown() = 0;
+};
+
+std::unique_ptr<AdapterBench> makeAdapterBench();
+
+}  // namespace contract
