@@ -48,7 +48,8 @@ void MailFeed::rewind() {
 
 bool MailFeed::stream(const std::function<bool()>& drain) {
   drain_ = &drain;
-  const bool written = source_.writeTo(*this);
+  streamed_ = 0;
+  const bool written = source_.writeTo(*this) && streamed_ == wireBytes_;
   drain_ = nullptr;
   complete_ = written;
   broken_ = !written;
@@ -64,15 +65,20 @@ bool MailFeed::write(const char* data, std::size_t size) {
   while (!piece.empty()) {
     if (kBufferBytes - end_ < 2) {
       if (!(*drain_)()) return false;
-      begin_ = end_ = 0;
+      std::memmove(buffer_.get(), buffer_.get() + begin_, end_ - begin_);
+      end_ -= begin_;
+      begin_ = 0;
     }
-    end_ += encoder_.encode(piece, buffer_.get() + end_, kBufferBytes - end_);
+    const std::size_t encoded = encoder_.encode(piece, buffer_.get() + end_, kBufferBytes - end_);
+    end_ += encoded;
+    streamed_ += encoded;
+    if (streamed_ > wireBytes_) return false;
   }
   return true;
 }
 
 std::size_t MailFeed::read(char* out, std::size_t room) {
-  const std::size_t size = std::min(room, end_ - begin_);
+  const std::size_t size = std::min(room, readable());
   std::memcpy(out, buffer_.get() + begin_, size);
   begin_ += size;
   return size;

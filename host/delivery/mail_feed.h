@@ -24,7 +24,7 @@ class MailFeed final : public OvMsgSink {
   std::size_t wireBytes() const { return wireBytes_; }
   bool hasEightBit() const { return hasEightBit_; }
 
-  /// Starts over; the survey stays.
+  /// To be called before the message is read, each time. The survey stays.
   void rewind();
   /// Whether everything is in the buffer, so that `stream` is not needed.
   bool isBuffered() const { return buffered_; }
@@ -33,11 +33,13 @@ class MailFeed final : public OvMsgSink {
   /// buffer is empty; false stops. \return whether all of it was written.
   bool stream(const std::function<bool()>& drain);
 
-  /// For the reader: takes bytes, at most \p room. 0 when there are none now.
+  /// For the reader: takes bytes, at most \p room. 0 when there are none now. The last byte is not
+  /// given out before the message is known to be whole.
   std::size_t read(char* out, std::size_t room);
-  bool isEmpty() const { return begin_ == end_; }
+  bool isEmpty() const { return readable() == 0; }
   /// Whether nothing will come behind what is in the buffer.
   bool isComplete() const { return complete_; }
+  /// Whether the message could not be written as it was surveyed.
   bool isBroken() const { return broken_; }
 
   bool write(const char* data, std::size_t size) override;
@@ -46,6 +48,10 @@ class MailFeed final : public OvMsgSink {
   static constexpr std::size_t kBufferBytes = std::size_t{64} << 10;
 
   void surveyPiece(std::string_view piece);
+  std::size_t readable() const {
+    const std::size_t held = end_ - begin_;
+    return complete_ || held == 0 ? held : held - 1;
+  }
 
   const MailSource& source_;
   std::unique_ptr<char[]> buffer_;
@@ -54,6 +60,7 @@ class MailFeed final : public OvMsgSink {
   CrLfEncoder encoder_;
   const std::function<bool()>* drain_ = nullptr;  ///< while streaming
   std::size_t wireBytes_ = 0;
+  std::size_t streamed_ = 0;
   bool hasEightBit_ = false;
   bool buffered_ = false;
   bool complete_ = false;

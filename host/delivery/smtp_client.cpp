@@ -66,7 +66,6 @@ class SmtpClient::Connections {
     const bool offersOther = outcome.stage == SmtpStage::Sender && offers != assumed;
     if (outcome.isSent() || !(stale_ || offersOther)) return outcome;
     submission.announceEightBit = feed.hasEightBit() && canAnnounce(offers);
-    feed.rewind();
     SmtpSession fresh{to, timeouts, helloName_};
     fresh.freshConnection = true;
     return attempt(fresh, &submission, deadline, offers);

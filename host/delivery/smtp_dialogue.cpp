@@ -69,7 +69,9 @@ void SmtpDialogue::expectReply() {
 void SmtpDialogue::onCommand(std::string_view line) {
   line = withoutLineBreak(line);
   const std::string_view verb = line.substr(0, line.find(' '));
-  if (isWord(verb, "QUIT")) return;
+  // The outcome is settled: what is said at parting does not belong to it.
+  if (isWord(verb, "QUIT")) parting_ = true;
+  if (parting_) return;
   for (const auto& [word, stage] : kStages) {
     if (!isWord(verb, word)) continue;
     stage_ = stage;
@@ -79,12 +81,19 @@ void SmtpDialogue::onCommand(std::string_view line) {
   expectReply();
 }
 
+void SmtpDialogue::onBody() {
+  if (stage_ == SmtpStage::Body) return;
+  stage_ = SmtpStage::Body;
+  expectReply();
+}
+
 void SmtpDialogue::onEnd() {
   stage_ = SmtpStage::End;
   expectReply();
 }
 
 void SmtpDialogue::onReplyLine(std::string_view line) {
+  if (parting_) return;
   line = withoutLineBreak(line);
   if (stage_ == SmtpStage::Connect) stage_ = SmtpStage::Greeting;
   if (replyComplete_) expectReply();

@@ -22,7 +22,9 @@ class SmtpDialogue {
  public:
   void onCommand(std::string_view line);
   void onReplyLine(std::string_view line);
-  void onBody() { stage_ = SmtpStage::Body; }
+  /// The message's first bytes go out.
+  void onBody();
+  /// The final dot goes out.
   void onEnd();
 
   SmtpStage stage() const { return stage_; }
@@ -45,6 +47,7 @@ class SmtpDialogue {
   bool replyComplete_ = false;
   std::string reply_;
   bool sawHello_ = false;
+  bool parting_ = false;
   SmtpOffers offers_;
 };
 

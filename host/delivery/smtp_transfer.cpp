@@ -87,7 +87,9 @@ AdapterError errorOf(CURLcode code, CURL* handle, const SmtpDialogue& dialogue) 
   if (code == CURLE_COULDNT_CONNECT) {
     long reason = 0;
     curl_easy_getinfo(handle, CURLINFO_OS_ERRNO, &reason);
-    return reason == ECONNREFUSED ? AdapterError::ConnectionRefused : AdapterError::Unreachable;
+    if (reason == ECONNREFUSED) return AdapterError::ConnectionRefused;
+    // Accepted, and gone before the library noticed that.
+    return reason == ECONNRESET ? AdapterError::ConnectionLost : AdapterError::Unreachable;
   }
   if (dialogue.replyCode() != 0) return errorOfReply(dialogue);
   return dialogue.reply().empty() ? AdapterError::ConnectionLost : AdapterError::BadReply;
@@ -117,6 +119,7 @@ class SmtpEngine::Transfer {
     setSecurity();
     setCallbacks();
     if (submission_ != nullptr) {
+      submission_->feed.rewind();
       setMail();
     } else {
       set(CURLOPT_CUSTOMREQUEST, "NOOP");
@@ -237,14 +240,15 @@ class SmtpEngine::Transfer {
   std::size_t read(char* out, std::size_t room) {
     MailFeed& feed = submission_->feed;
     dialogue_.onBody();
-    if (!feed.isEmpty()) return feed.read(out, room);
     if (feed.isBroken()) return CURL_READFUNC_ABORT;
-    if (!feed.isComplete()) {
+    if (feed.isEmpty() && !feed.isComplete()) {
       wanting_ = true;
       return CURL_READFUNC_PAUSE;
     }
-    dialogue_.onEnd();
-    return 0;
+    const std::size_t size = feed.read(out, room);
+    // The library knows the size: behind the last byte it sends the final dot without asking.
+    if (feed.isEmpty() && feed.isComplete()) dialogue_.onEnd();
+    return size;
   }
 
   static std::size_t onRead(char* out, std::size_t size, std::size_t count, void* self) {
@@ -285,7 +289,8 @@ class SmtpEngine::Transfer {
     outcome.stage = dialogue_.stage();
     curl_off_t connectedUs = 0;
     curl_easy_getinfo(easy_, CURLINFO_CONNECT_TIME_T, &connectedUs);
-    if (outcome.stage == SmtpStage::Connect && connectedUs > 0) outcome.stage = SmtpStage::Greeting;
+    const bool connected = connectedUs > 0 || outcome.error == AdapterError::ConnectionLost;
+    if (outcome.stage == SmtpStage::Connect && connected) outcome.stage = SmtpStage::Greeting;
     outcome.replyCode = dialogue_.replyCode();
     if (outcome.error == AdapterError::TimedOut) {
       // A reply to an earlier command says nothing about why time ran out.
