@@ -1,6 +1,7 @@
 #include "library/actions/disposition/quarantine.h"
 
-#include <cstdio>
+#include <algorithm>
+#include <cstddef>
 #include <string_view>
 #include <utility>
 
@@ -114,14 +115,14 @@ bool ActQuarantine::_genQuarantinePath(std::string& path, const OvMsgMailMessage
     }
     const char* const text = msg->id();
     const std::string id(std::string_view(text != nullptr ? text : "").substr(0, kMaxIdLength));
-    std::string folder = s_quarantinePath;
+    std::string whole = s_quarantinePath;
     for (const char level : std::string_view(id).substr(0, 2)) {
-      folder += '/';
-      folder += level;
+      whole += '/';
+      whole += level;
     }
-    char buffer[kQuarantinePathSize] = {};
-    std::snprintf(buffer, sizeof buffer, "%s/%s.DF", folder.c_str(), id.c_str());
-    path = buffer;
+    whole += '/' + id + ".DF";
+    whole.resize(std::min<std::size_t>(whole.size(), kQuarantinePathSize - 1));
+    path = std::move(whole);
     return true;
   });
 }

@@ -165,6 +165,7 @@ bool ActReaddress::_removeDuplicatedRcpt(OvMsgMailMessage* msg) {
   return msgu::setRcpt(msg, kept.c_str(), false);
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is fixed
 bool ActReaddress::_isSameEmailAddress(std::string a, std::string b) {
   return comparisonKey(a) == comparisonKey(b);
 }
