@@ -2,7 +2,9 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
 #include "host/core/file_error.h"
@@ -34,6 +36,16 @@ StoreError storeErrorOf(core::FileError error) {
 void require(core::FileError error) {
   if (error != core::FileError::None) {
     throw StoreFailure(storeErrorOf(error), core::fileErrorText(error));
+  }
+}
+
+// SQLite opens what may only be read as well, and then fails in ways that say little. Asked without
+// opening the file: closing it again would take the locks of every other connection with it.
+void requireAccess(const core::Folder& folder, const std::string& name) {
+  const int access = R_OK | W_OK;
+  if (::faccessat(folder.descriptor(), name.c_str(), access, AT_EACCESS) != 0 ||
+      ::faccessat(folder.descriptor(), ".", access | X_OK, AT_EACCESS) != 0) {
+    require(core::fileErrorOf(errno));
   }
 }
 
@@ -91,6 +103,7 @@ std::unique_ptr<SqliteConnection> SqlitePool::open() {
   } else if (made != -EEXIST) {
     require(core::fileErrorOf(-made));
   }
+  requireAccess(folder, name);
   auto connection = std::make_unique<SqliteConnection>(path_, busyTimeoutMs_);
   migrate(*connection, schemaSteps());
   require(folder.sync());

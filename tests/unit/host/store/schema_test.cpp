@@ -1,0 +1,124 @@
+#include "host/store/schema.h"
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <string>
+#include <vector>
+
+#include "host/store/sql_texts.h"
+#include "host/store/store_failure.h"
+#include "tests/unit/host/core/temp_folder.h"
+
+namespace {
+
+using namespace host::store;
+
+class Schema : public ::testing::Test {
+ protected:
+  std::int64_t number(const char* text) {
+    SqliteQuery query(connection_, text);
+    EXPECT_TRUE(query.next());
+    return query.number(0);
+  }
+
+  testing_host::TempFolder temp_;
+  std::string path_ = temp_ / "store";
+  // It opens a file that exists.
+  SqliteConnection connection_{(testing_host::writeFile(path_, ""), path_), 1000};
+  std::vector<SchemaStep> steps_{
+      {"CREATE TABLE kavi_schema (version INTEGER NOT NULL)",
+       "INSERT INTO kavi_schema (version) VALUES (1)",
+       "CREATE TABLE things (id {row}, name {bytes} NOT NULL)"},
+      {"ALTER TABLE things ADD COLUMN size BIGINT NOT NULL DEFAULT 7"},
+      {"CREATE TABLE others (id {row})", "INSERT INTO others (id) VALUES (3)"}};
+};
+
+TEST_F(Schema, BringsAStoreForwardStepByStep) {
+  migrate(connection_, std::span(steps_).first(1));
+  connection_.database().exec("INSERT INTO things (name) VALUES (x'00FF')");
+  EXPECT_EQ(number("SELECT version FROM kavi_schema"), 1);
+  migrate(connection_, steps_);
+  EXPECT_EQ(number("SELECT version FROM kavi_schema"), 3);
+  EXPECT_EQ(number("SELECT size FROM things WHERE name = x'00FF'"), 7);
+  EXPECT_EQ(number("SELECT id FROM others"), 3);
+}
+
+TEST_F(Schema, LeavesACurrentStoreAlone) {
+  migrate(connection_, steps_);
+  connection_.database().exec("INSERT INTO things (name) VALUES (x'41')");
+  migrate(connection_, steps_);
+  EXPECT_EQ(number("SELECT count(*) FROM things"), 1);
+}
+
+TEST_F(Schema, LeavesAStoreAsItWasWhenAStepFails) {
+  migrate(connection_, std::span(steps_).first(1));
+  steps_[2].push_back("CREATE TABLE things (id {row})");
+  EXPECT_THROW(migrate(connection_, steps_), SQLite::Exception);
+  EXPECT_EQ(number("SELECT version FROM kavi_schema"), 1);
+  EXPECT_EQ(number("SELECT count(*) FROM sqlite_schema WHERE name = 'others'"), 0);
+  EXPECT_EQ(number("SELECT count(*) FROM pragma_table_info('things') WHERE name = 'size'"), 0);
+}
+
+TEST_F(Schema, RefusesAStoreFromTheFuture) {
+  migrate(connection_, steps_);
+  try {
+    migrate(connection_, std::span(steps_).first(2));
+    FAIL() << "migrated backwards";
+  } catch (const StoreFailure& failure) {
+    EXPECT_EQ(failure.error(), StoreError::TooNew);
+    EXPECT_STREQ(failure.what(), "it has version 3, this program knows versions up to 2");
+  }
+  EXPECT_EQ(number("SELECT version FROM kavi_schema"), 3);
+}
+
+TEST_F(Schema, RefusesTheDatabaseOfAnotherProgram) {
+  connection_.database().exec("CREATE TABLE bookmarks (url TEXT)");
+  try {
+    migrate(connection_, steps_);
+    FAIL() << "took somebody else's database";
+  } catch (const StoreFailure& failure) {
+    EXPECT_EQ(failure.error(), StoreError::Damaged);
+  }
+  EXPECT_EQ(number("SELECT count(*) FROM sqlite_schema"), 1);
+}
+
+TEST_F(Schema, RefusesAStoreWithoutAProperVersion) {
+  migrate(connection_, steps_);
+  for (const char* spoil : {"UPDATE kavi_schema SET version = 0", "DELETE FROM kavi_schema"}) {
+    connection_.database().exec(spoil);
+    EXPECT_THROW(migrate(connection_, steps_), StoreFailure) << spoil;
+  }
+}
+
+TEST_F(Schema, NumbersParametersAsTheirNamesSay) {
+  migrate(connection_, schemaSteps());
+  for (const char* text : sql::kEveryStatement) {
+    sqlite3_stmt* statement = nullptr;
+    ASSERT_EQ(sqlite3_prepare_v2(connection_.database().getHandle(), text, -1, &statement, nullptr),
+              SQLITE_OK)
+        << text;
+    for (int index = 1; index <= sqlite3_bind_parameter_count(statement); ++index) {
+      EXPECT_EQ(sqlite3_bind_parameter_name(statement, index), "$" + std::to_string(index)) << text;
+    }
+    sqlite3_finalize(statement);
+  }
+}
+
+TEST_F(Schema, AnswersEveryQuestionByAnIndex) {
+  migrate(connection_, schemaSteps());
+  int plans = 0;
+  for (const char* text : sql::kEveryStatement) {
+    const std::string question(text);
+    if (question.starts_with("INSERT") || question == sql::kForgetBefore) continue;
+    SQLite::Statement plan(connection_.database(), "EXPLAIN QUERY PLAN " + question);
+    while (plan.executeStep()) {
+      ++plans;
+      const std::string step = plan.getColumn(3).getString();
+      EXPECT_TRUE(step.starts_with("SEARCH")) << question << "\n" << step;
+    }
+  }
+  EXPECT_GT(plans, 10);
+}
+
+}  // namespace

@@ -1,0 +1,180 @@
+#include "host/store/sqlite_store.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <string>
+
+#include "host/store/sqlite_connection.h"
+#include "tests/unit/host/core/temp_folder.h"
+
+namespace {
+
+using namespace host::store;
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using testing_host::TempFolder;
+
+IndexEntry entryAt(const std::string& path) {
+  IndexEntry entry;
+  entry.path = path;
+  return entry;
+}
+
+bool add(Store& store, const std::string& path) {
+  std::int64_t row = 0;
+  return store.addEntry(entryAt(path), nullptr, row).ok();
+}
+
+bool has(Store& store, const std::string& path) {
+  IndexEntry entry;
+  return store.findPath(path, entry).ok();
+}
+
+unsigned int modeOf(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777u : 0;
+}
+
+TEST(SqliteStore, MakesItsFileAndFolderForItsUserOnly) {
+  const TempFolder temp;
+  const mode_t before = ::umask(0);
+  {
+    SqliteStore store(temp / "new/deep/store.sqlite");
+    EXPECT_FALSE(std::filesystem::exists(temp / "new")) << "nothing is made before the first use";
+    ASSERT_TRUE(add(store, "/x"));
+    for (const char* name : {"store.sqlite", "store.sqlite-wal", "store.sqlite-shm"}) {
+      EXPECT_EQ(modeOf(temp / "new/deep/" + name), 0600u) << name;
+    }
+  }
+  ::umask(before);
+  EXPECT_EQ(modeOf(temp / "new"), 0700u);
+  EXPECT_EQ(modeOf(temp / "new/deep"), 0700u);
+}
+
+TEST(SqliteStore, KeepsRowsForTheNextProcess) {
+  const TempFolder temp;
+  {
+    SqliteStore store(temp / "store");
+    ASSERT_TRUE(add(store, "/x"));
+  }
+  SqliteStore store(temp / "store");
+  EXPECT_TRUE(has(store, "/x"));
+}
+
+TEST(SqliteStore, RunsOnAWriteAheadLogWithFullSynchronisation) {
+  const TempFolder temp;
+  testing_host::writeFile(temp / "store", "");
+  SqliteConnection connection(temp / "store", 1000);
+  const auto pragma = [&](const char* text) {
+    SQLite::Statement statement(connection.database(), text);
+    EXPECT_TRUE(statement.executeStep());
+    return statement.getColumn(0).getString();
+  };
+  EXPECT_EQ(pragma("PRAGMA journal_mode"), "wal");
+  EXPECT_EQ(pragma("PRAGMA synchronous"), "2");
+  EXPECT_EQ(pragma("PRAGMA foreign_keys"), "1");
+  EXPECT_EQ(pragma("PRAGMA busy_timeout"), "1000");
+}
+
+TEST(SqliteStore, TakesEveryNameForAFileName) {
+  const TempFolder temp;
+  const std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::current_path(temp.path());
+  for (const char* name : {"file:a?mode=memory", ":memory:", "a b'c;", "\xFF\xFE"}) {
+    SqliteStore store(name);
+    EXPECT_TRUE(add(store, "/x")) << name;
+    EXPECT_TRUE(std::filesystem::exists(temp / name)) << name;
+  }
+  std::filesystem::current_path(before);
+}
+
+TEST(SqliteStore, RefusesAPathThatNamesNoFile) {
+  const TempFolder temp;
+  for (const std::string& path : {std::string(), temp.path() + "/", temp.path() + "/.", temp / "..",
+                                  temp / std::string("a\0b", 3)}) {
+    SqliteStore store(path);
+    EXPECT_EQ(store.prepare().error, StoreError::InvalidArgument) << path;
+  }
+  SqliteStore folder(temp.path());
+  EXPECT_EQ(folder.prepare().error, StoreError::Unavailable);
+}
+
+TEST(SqliteStore, GoesOnWithANewFileWhenTheOldOneIsGone) {
+  const TempFolder temp;
+  SqliteStore store(temp / "store");
+  ASSERT_TRUE(add(store, "/x"));
+  for (const char* name : {"store", "store-wal", "store-shm"}) std::filesystem::remove(temp / name);
+  // Rows written to the file that nobody can open again would be lost without a word.
+  EXPECT_FALSE(has(store, "/x"));
+  ASSERT_TRUE(add(store, "/y"));
+  SqliteStore other(temp / "store");
+  EXPECT_TRUE(has(other, "/y"));
+}
+
+TEST(SqliteStore, SaysWhatWhereAndWhatHelpsForANewerStore) {
+  const TempFolder temp;
+  {
+    SqliteStore store(temp / "store");
+    ASSERT_TRUE(store.prepare().ok());
+    SqliteConnection connection(temp / "store", 1000);
+    connection.database().exec("UPDATE kavi_schema SET version = 99");
+  }
+  SqliteStore store(temp / "store");
+  const StoreStatus status = store.prepare();
+  EXPECT_EQ(status.error, StoreError::TooNew);
+  EXPECT_THAT(status.text, AllOf(HasSubstr("opening the store"), HasSubstr(temp / "store"),
+                                 HasSubstr("version 99"), HasSubstr("use the version that wrote")));
+  std::int64_t row = 7;
+  EXPECT_EQ(store.addEntry(entryAt("/x"), nullptr, row).error, StoreError::TooNew);
+  EXPECT_EQ(row, 7);
+}
+
+TEST(SqliteStore, ComesBackWhenItsFolderIsBack) {
+  const TempFolder temp;
+  std::filesystem::create_directory(temp / "state");
+  SqliteStore store(temp / "state/store");
+  ASSERT_TRUE(add(store, "/x"));
+  std::filesystem::rename(temp / "state", temp / "away");
+  testing_host::writeFile(temp / "state", "in the way");
+  EXPECT_EQ(store.prepare().error, StoreError::Unavailable);
+  std::filesystem::remove(temp / "state");
+  std::filesystem::rename(temp / "away", temp / "state");
+  EXPECT_TRUE(has(store, "/x"));
+}
+
+TEST(SqliteStore, HandsOutAConnectionInMicroseconds) {
+  const TempFolder temp;
+  SqliteStore store(temp / "store");
+  ASSERT_TRUE(store.prepare().ok());
+  constexpr int kCalls = 2000;
+  const auto start = std::chrono::steady_clock::now();
+  for (int i = 0; i < kCalls; ++i) ASSERT_TRUE(store.prepare().ok());
+  const auto spent = std::chrono::steady_clock::now() - start;
+  // A few microseconds; the limit leaves room for slow machines and sanitizers.
+  EXPECT_LT(spent / kCalls, std::chrono::microseconds(500));
+}
+
+TEST(MakeStore, TakesALocation) {
+  const TempFolder temp;
+  StoreStatus status;
+  const auto store = makeStore("sqlite:" + (temp / "store"), status);
+  ASSERT_NE(store, nullptr);
+  EXPECT_TRUE(status.ok());
+  EXPECT_FALSE(std::filesystem::exists(temp / "store"));
+  EXPECT_TRUE(add(*store, "/x"));
+  EXPECT_TRUE(std::filesystem::exists(temp / "store"));
+}
+
+TEST(MakeStore, RefusesEverythingElse) {
+  for (const char* location : {"", "sqlite:", "/var/lib/store", "SQLITE:/x", "mysql://x"}) {
+    StoreStatus status;
+    EXPECT_EQ(makeStore(location, status), nullptr) << location;
+    EXPECT_EQ(status.error, StoreError::InvalidArgument) << location;
+    EXPECT_THAT(status.text, HasSubstr("sqlite:PATH")) << location;
+  }
+}
+
+}  // namespace
