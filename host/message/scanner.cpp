@@ -26,6 +26,23 @@ std::size_t processSeed() {
   return seed;
 }
 
+/// Of the value of a Content-Type field of a multipart; white space at its end is none of it.
+/// An empty boundary is one, with "--" for its delimiter: other readers see parts there.
+std::optional<std::string> boundaryIn(std::string_view contentType) {
+  if (!mime::contentType(contentType).starts_with("multipart/")) return std::nullopt;
+  auto boundary = mime::contentTypeParameter(contentType, "boundary");
+  while (boundary && !boundary->empty() && isSpace(boundary->back())) boundary->pop_back();
+  return boundary;
+}
+
+bool hasBareCr(std::string_view text) {
+  for (std::size_t at = text.find('\r'); at != std::string_view::npos; at = text.find('\r', at)) {
+    while (at < text.size() && text[at] == '\r') ++at;
+    if (at == text.size() || text[at] != '\n') return true;
+  }
+  return false;
+}
+
 bool isReadMessageType(std::string_view type) {
   return type == "message/rfc822" || type == "message/global" || type == "message/news";
 }
@@ -117,6 +134,10 @@ bool Scanner::readHeader(Entity& entity, bool mayHaveMboxLine, Declared& declare
     if (blankLine != 0) break;
     if (*p == '-' && matchDelimiter(p, ignored)) break;
     const RawField field = readField(p, end_);
+    if (field.nameLength == 0 && isOwnDelimiter(declared, field.bytes)) {
+      firstNameless = p;
+      break;
+    }
     p += field.bytes.size();
     if (field.nameLength == 0) {
       if (firstNameless == nullptr) firstNameless = field.bytes.data();
@@ -135,16 +156,32 @@ bool Scanner::readHeader(Entity& entity, bool mayHaveMboxLine, Declared& declare
   floor_ = bodyBegin;
   position_ = std::max(p, bodyBegin);
 
+  if (hasBareCr(entity.fields_)) {
+    report(DefectKind::BareCr, first, "a header holds a CR that is no line break");
+  }
   if (firstNameless != nullptr && firstNameless < fieldsEnd) {
     report(DefectKind::NamelessHeaderLine, firstNameless, "a header line is no field");
   }
-  if (blankLine == 0 && p > fieldsEnd) {
+  if (blankLine == 0 && firstNameless != nullptr) {
     report(DefectKind::MissingBlankLine, fieldsEnd, "no blank line between header and body");
   }
   if (count > limits_.maxHeaderFields) {
     report(DefectKind::TooManyHeaderFields, first, "a header has too many fields");
   }
   return count > 0 || blankLine > 0;
+}
+
+// The delimiter line of the multipart whose header is being read: the blank line is missing.
+// Without this the first part would vanish in the header.
+bool Scanner::isOwnDelimiter(Declared& declared, std::string_view line) {
+  if (!line.starts_with("--") || !declared.hasContentType) return false;
+  if (!declared.knowsBoundary) {
+    declared.boundary = boundaryIn(mime::unfolded(declared.contentType));
+    declared.knowsBoundary = true;
+  }
+  line = line.substr(2, line.find('\n') - 2);
+  while (!line.empty() && isSpace(line.back())) line.remove_suffix(1);
+  return declared.boundary && line == *declared.boundary;
 }
 
 void Scanner::noteField(Declared& declared, const RawField& field) {
@@ -199,17 +236,16 @@ void Scanner::exhaustParts(const char* place) {
 }
 
 void Scanner::openMultipart(Entity& entity, const std::string& contentType, bool isDigest) {
-  std::string boundary = mime::contentTypeParameter(contentType, "boundary").value_or("");
-  while (!boundary.empty() && isSpace(boundary.back())) boundary.pop_back();
-  if (boundary.empty()) {
+  std::optional<std::string> boundary = boundaryIn(contentType);
+  if (!boundary) {
     report(DefectKind::MissingBoundary, entity.fields_.data(), "a multipart has no boundary");
     return;
   }
   if (!mayDivide(entity)) return;
   entity.kind_ = OvMsgEntityKind::Multipart;
-  longestBoundary_ = std::max(longestBoundary_, boundary.size());
-  std::size_t& innermost = open_[boundary];  // 1 + index of a frame
-  frames_.push_back(Frame{&entity, std::move(boundary), innermost, false, isDigest});
+  longestBoundary_ = std::max(longestBoundary_, boundary->size());
+  std::size_t& innermost = open_[*boundary];
+  frames_.push_back(Frame{&entity, std::move(*boundary), innermost, true, isDigest});
   innermost = frames_.size();
   current_ = nullptr;
 }
@@ -233,7 +269,6 @@ void Scanner::closeMultipart(const Delimiter& delimiter) {
   if (entity.firstChild_ == nullptr)
     entity.body_ = slice(entity.body_.data(), delimiter.contentEnd);
   entity.tail_ = slice(delimiter.contentEnd, delimiter.next);
-  frame.closed = true;
   forget(frame);
   floor_ = delimiter.lineBegin;
 }
@@ -246,20 +281,20 @@ void Scanner::finishAbove(std::size_t frame, const char* end) {
 void Scanner::finishFrame(const char* end) {
   Frame& frame = frames_.back();
   Entity& entity = *frame.entity;
-  if (frame.boundary.empty()) {
+  if (entity.kind_ == OvMsgEntityKind::Message) {
     entity.tail_ = slice(end, end);
   } else if (entity.firstChild_ == nullptr) {
     entity.kind_ = OvMsgEntityKind::Leaf;
     entity.body_ = slice(entity.body_.data(), end);
     entity.tail_ = slice(end, end);
     report(DefectKind::MissingParts, entity.fields_.data(), "a multipart has no part");
-  } else if (!frame.closed) {
+  } else if (frame.isOpen) {
     entity.tail_ = slice(end, end);
     report(DefectKind::UnclosedMultipart, end, "a multipart is not closed");
   } else {
     entity.tail_ = slice(entity.tail_.data(), end);
   }
-  if (!frame.closed) forget(frame);
+  if (frame.isOpen) forget(frame);
   frames_.pop_back();
 }
 
@@ -270,8 +305,8 @@ void Scanner::finishLeaf(const char* end) {
 }
 
 // The boundary of the frame means the frame around that has the same one again, or nothing.
-void Scanner::forget(const Frame& frame) {
-  if (frame.boundary.empty()) return;
+void Scanner::forget(Frame& frame) {
+  frame.isOpen = false;
   const auto entry = open_.find(frame.boundary);
   if (frame.shadowed != 0) {
     entry->second = frame.shadowed;

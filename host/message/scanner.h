@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -30,9 +31,9 @@ class Scanner {
   /// An entity that has children and whose end is not found yet.
   struct Frame {
     Entity* entity;
-    std::string boundary = {};  ///< empty for a nested message
+    std::string boundary = {};  ///< of a multipart
     std::size_t shadowed = 0;   ///< 1 + index of the frame around with the same boundary, 0: none
-    bool closed = false;        ///< behind its closing delimiter
+    bool isOpen = false;        ///< a multipart whose closing delimiter is not found yet
     bool isDigest = false;
   };
   /// A delimiter line of an open multipart.
@@ -45,8 +46,10 @@ class Scanner {
   };
   /// What the header of an entity says about its body.
   struct Declared {
-    std::string_view contentType;       ///< raw value of the first Content-Type
-    std::string_view transferEncoding;  ///< the same of Content-Transfer-Encoding
+    std::string_view contentType;              ///< raw value of the first Content-Type
+    std::string_view transferEncoding;         ///< the same of Content-Transfer-Encoding
+    std::optional<std::string> boundary = {};  ///< known once it was asked for
+    bool knowsBoundary = false;
     bool hasContentType = false;
     bool hasTransferEncoding = false;
   };
@@ -59,6 +62,7 @@ class Scanner {
 
   bool readEntity(Entity& entity, bool mayHaveMboxLine);
   bool readHeader(Entity& entity, bool mayHaveMboxLine, Declared& declared);
+  static bool isOwnDelimiter(Declared& declared, std::string_view line);
   static void noteField(Declared& declared, const RawField& field);
   void enterBody(Entity& entity, const Declared& declared);
   bool mayDivide(const Entity& entity);
@@ -69,7 +73,7 @@ class Scanner {
   void finishAbove(std::size_t frame, const char* end);
   void finishFrame(const char* end);
   void finishLeaf(const char* end);
-  void forget(const Frame& frame);
+  void forget(Frame& frame);
   bool findDelimiter(const char* from, Delimiter& found) const;
   bool matchDelimiter(const char* line, Delimiter& found) const;
   static void link(Entity& parent, Entity& child);

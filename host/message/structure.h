@@ -23,6 +23,7 @@ enum class DefectKind : int {
   MissingBoundary,      ///< a multipart without boundary parameter: read as a leaf
   MissingParts,         ///< a multipart whose boundary never appears: read as a leaf
   UnclosedMultipart,    ///< no closing delimiter
+  BareCr,               ///< a CR in a header that ends no line; some readers end one there
   EncodedMultipart,     ///< a multipart under base64 or quoted-printable; read as it stands
   TooDeep,              ///< beyond Limits::maxDepth
   TooManyParts,         ///< beyond Limits::maxParts

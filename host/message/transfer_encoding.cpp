@@ -57,6 +57,36 @@ std::string_view behindBeginLine(std::string_view body) {
   return at < body.size() && lf != std::string_view::npos ? body.substr(lf + 1) : body;
 }
 
+/// Decodes \p body and \p ending, one behind the other, as the library does.
+bool decodeRun(std::string_view body, std::string_view ending, TransferEncoding encoding,
+               OvMsgSink& sink) {
+  GMimeEncoding state;
+  g_mime_encoding_init_decode(&state, libraryEncoding(encoding));
+  std::vector<char> piece(g_mime_encoding_outlen(&state, std::min(body.size(), kPiece) + 8));
+  while (!body.empty()) {
+    const std::string_view input = body.substr(0, kPiece);
+    body.remove_prefix(input.size());
+    const std::size_t count =
+        g_mime_encoding_step(&state, input.data(), input.size(), piece.data());
+    if (count != 0 && !sink.write(piece.data(), count)) return false;
+  }
+  const std::size_t count =
+      g_mime_encoding_flush(&state, ending.data(), ending.size(), piece.data());
+  return count == 0 || sink.write(piece.data(), count);
+}
+
+/// The library ends at the first padding, and drops the last bytes where padding is missing.
+/// Readers differ in both; nothing that one of them would see may stay undecoded.
+bool decodeBase64(std::string_view body, OvMsgSink& sink) {
+  while (!body.empty()) {
+    const std::string_view run = body.substr(0, body.find('='));
+    body.remove_prefix(run.size());
+    while (!body.empty() && (body.front() == '=' || isSpace(body.front()))) body.remove_prefix(1);
+    if (!decodeRun(run, "==", TransferEncoding::Base64, sink)) return false;
+  }
+  return true;
+}
+
 std::string withLineBreak(std::string_view lines, std::string_view lineBreak) {
   if (lineBreak == "\n") return std::string(lines);
   std::string result;
@@ -101,19 +131,15 @@ bool decodeBody(std::string_view body, TransferEncoding encoding, OvMsgSink& sin
     return sink.write(body.data(), body.size());
   }
   mime::initialise();
+  if (encoding == TransferEncoding::Base64) return decodeBase64(body, sink);
   if (encoding == TransferEncoding::UuEncode) body = behindBeginLine(body);
-  GMimeEncoding state;
-  g_mime_encoding_init_decode(&state, libraryEncoding(encoding));
-  std::vector<char> piece(g_mime_encoding_outlen(&state, std::min(body.size(), kPiece)));
-  while (!body.empty()) {
-    const std::string_view input = body.substr(0, kPiece);
-    body.remove_prefix(input.size());
-    const std::size_t count =
-        body.empty() ? g_mime_encoding_flush(&state, input.data(), input.size(), piece.data())
-                     : g_mime_encoding_step(&state, input.data(), input.size(), piece.data());
-    if (count != 0 && !sink.write(piece.data(), count)) return false;
-  }
-  return true;
+  // An escape that the end cuts short stays as it is; the library would drop it.
+  const bool isCut = encoding == TransferEncoding::QuotedPrintable && body.size() > 1 &&
+                     body[body.size() - 2] == '=' && !isSpace(body.back());
+  const std::string_view rest = body.substr(body.size() - (isCut ? 2 : 0));
+  body.remove_suffix(rest.size());
+  return decodeRun(body, {}, encoding, sink) &&
+         (rest.empty() || sink.write(rest.data(), rest.size()));
 }
 
 std::string encodeBody(std::string_view content, TransferEncoding encoding, bool isText,

@@ -87,7 +87,7 @@ TEST(Structure, OfHardCases) {
       {"no part", "1 leaf multipart/mixed [only text\\n]\n"},
       {"closed at once", "1 leaf multipart/mixed [--b--\\nepilogue\\n]\n"},
       {"no boundary", "1 leaf multipart/mixed [--b\\n\\none\\n--b--\\n]\n"},
-      {"empty boundary", "1 leaf multipart/mixed [--\\n\\none\\n----\\n]\n"},
+      {"empty boundary", "1 multipart multipart/mixed []\n1.1 leaf text/plain [one]\n"},
       {"boundary that ends in dashes",
        "1 multipart multipart/mixed []\n1.1 leaf text/plain [one]\n"},
       {"parts behind the end", "1 multipart multipart/mixed []\n1.1 leaf text/plain [one]\n"},
@@ -126,6 +126,16 @@ TEST(Structure, OfHardCases) {
   }
 }
 
+TEST(Structure, BeginsTheBodyAtAnOwnDelimiterInTheHeader) {
+  const std::string bytes =
+      "Subject: s\nContent-Type: multipart/mixed; boundary=b\n--b\nContent-Type: text/html\n\n"
+      "hidden?\n--b--\n";
+  auto message = mail(bytes);
+  EXPECT_EQ(outline(*message), "1 multipart multipart/mixed []\n1.1 leaf text/html [hidden?]\n");
+  EXPECT_TRUE(hasDefect(*message, DefectKind::MissingBlankLine));
+  EXPECT_EQ(message->toString(), bytes);
+}
+
 TEST(Structure, OfBlankDelimitersWithCrLf) {
   const std::string bytes =
       "Content-Type: multipart/mixed; boundary=b\r\n\r\npre\r\n\r\n--b\r\n\r\none\r\n\r\n--b\r\n"
@@ -142,6 +152,8 @@ TEST(Structure, ReportsDefects) {
       {"garbage inside", DefectKind::NamelessHeaderLine},
       {"garbage first", DefectKind::NamelessHeaderLine},
       {"no blank line", DefectKind::MissingBlankLine},
+      {"bare CR in header", DefectKind::BareCr},
+      {"only bare CRs", DefectKind::BareCr},
       {"no boundary", DefectKind::MissingBoundary},
       {"no part", DefectKind::MissingParts},
       {"unclosed", DefectKind::UnclosedMultipart},
@@ -242,6 +254,12 @@ TEST(Content, IsDecoded) {
       {"Quoted-Printable", "a=20b=\nc\n", "a bc\n"},
       {"base64", "SGVs\nbG8=\n", "Hello"},
       {"BASE64 (comment)", "SGVsbG8=", "Hello"},
+      {"base64", "SGVsbG8", "Hello"},
+      {"base64", "SGVsbG8=V29ybGQ=", "HelloWorld"},
+      {"base64", "SGVsbG8=\n\nV29ybGQ", "HelloWorld"},
+      {"base64", "=SGVs", "Hel"},
+      {"quoted-printable", "a=", "a"},
+      {"quoted-printable", "a=4", "a=4"},
       {"x-uuencode", "text before\nbegin 644 x\n%:&5L;&\\`\n`\nend\n", "hello"},
       {"unknown", "abc", "abc"},
       {"base64", "", ""},
