@@ -29,17 +29,18 @@ void chooseSender(const Entity* root, ChosenEnvelope& chosen) {
   chosen.senderSource = "none";
 }
 
-/// Appends the addresses of all fields \p name. \return whether there was one.
+/// Appends the addresses of the first \p maxFields fields \p name. \return whether there was one.
 bool appendRecipients(const Entity& root, const char* name, std::size_t maxFields,
                       std::unordered_set<std::string>& seen, std::vector<std::string>& recipients) {
-  const std::size_t before = recipients.size();
+  bool found = false;
   for (const HeaderField* field : host::message::fieldsNamed(root, name)) {
     if (maxFields-- == 0) break;
     for (std::string& address : host::message::addressList(*field)) {
+      found = true;
       if (seen.insert(address).second) recipients.push_back(std::move(address));
     }
   }
-  return recipients.size() != before;
+  return found;
 }
 
 void chooseRecipients(const Entity* root, ChosenEnvelope& chosen) {

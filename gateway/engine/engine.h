@@ -57,7 +57,7 @@ struct Surroundings {
   const host::core::ProcessLog* log = nullptr;  ///< null: log lines are not collected
   int logLevel = 2;                             ///< the most verbose lines to collect
   std::string protocol = "SMTP";                ///< how the message came
-  std::string hostName;
+  std::string hostName{};
 };
 
 /// Matches every rule against the message as it came, then runs the actions of those that match,

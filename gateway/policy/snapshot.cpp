@@ -70,4 +70,10 @@ std::shared_ptr<const Snapshot> Snapshot::build(const PolicyRows& rows, Diagnost
   return snapshot;
 }
 
+std::shared_ptr<const Snapshot> Snapshot::of(std::vector<Rule> rules) {
+  std::shared_ptr<Snapshot> snapshot(new Snapshot());
+  snapshot->rules_ = std::move(rules);
+  return snapshot;
+}
+
 }  // namespace gateway::policy

@@ -33,6 +33,9 @@ class Snapshot {
   static std::shared_ptr<const Snapshot> build(const PolicyRows& rows, Diagnostics& diagnostics,
                                                const SourceLines& lines = {});
 
+  /// Takes over rules that are compiled already.
+  static std::shared_ptr<const Snapshot> of(std::vector<Rule> rules);
+
   const std::vector<Rule>& rules() const { return rules_; }
 
  private:
