@@ -1,0 +1,107 @@
+#include "gateway/policy/lint.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/unit/gateway/policy_texts.h"
+
+namespace gateway::policy {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+std::vector<std::string> doubtsAbout(std::string_view text) {
+  const LoadedPolicy policy = loadGood(text);
+  Diagnostics diagnostics("p");
+  lintPolicy(policy.rows, policy.lines, diagnostics);
+  EXPECT_FALSE(diagnostics.hasErrors());
+  return textsOf(diagnostics);
+}
+
+TEST(Lint, FindsNothingInAPlainPolicy) {
+  EXPECT_THAT(doubtsAbout("rules:\n"
+                          "- {id: 1, name: a, when: {subject: x}, actions: [{x_header: 'X-A: b'}, "
+                          "delete]}\n"
+                          "- {id: 2, name: b, when: always, actions: [{x_header: 'X-B: b'}]}\n"
+                          "- {id: 3, name: c, when: always, actions: [{postpone: '8:30'}]}\n"),
+              IsEmpty());
+}
+
+struct Doubt {
+  const char* name;
+  const char* text;
+  const char* doubt;
+};
+
+class Doubts : public testing::TestWithParam<Doubt> {};
+
+TEST_P(Doubts, AreNamed) {
+  EXPECT_THAT(doubtsAbout(GetParam().text), ElementsAre(GetParam().doubt));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, Doubts,
+    testing::Values(
+        Doubt{"NothingDone", "rules:\n- {id: 1, when: always, actions: [virus_clean]}\n",
+              "p:2: warning: rule 1: action 'virus_clean' does nothing (remove it)"},
+        Doubt{"TwoDisposers",
+              "rules:\n- id: 1\n  when: always\n  actions:\n  - postpone: '08:30'\n  - delete\n",
+              "p:6: warning: rule 1: action 'delete' and 'postpone' both dispose of the message "
+              "(keep one)"},
+        Doubt{"ChangeLost",
+              "rules:\n- id: 1\n  when: always\n  actions:\n  - delete\n  - x_header: 'X-A: b'\n",
+              "p:6: warning: rule 1: action 'x_header' comes behind 'delete', which has disposed "
+              "of the message: its change is lost (put it first)"},
+        Doubt{"Unreached",
+              "rules:\n- {id: 1, when: always, actions: [delete]}\n"
+              "- {id: 2, when: {subject: x}, actions: [delete]}\n",
+              "p:3: warning: rule 2: is never reached: rule 1 takes every message"},
+        Doubt{"Twice",
+              "rules:\n- id: 1\n  when: always\n  actions:\n  - x_header: 'X-A: b'\n  - x_header: "
+              "'X-A: b'\n",
+              "p:6: warning: rule 1: action 'x_header' stands twice with the same value (remove "
+              "one)"},
+        Doubt{"Vital",
+              "rules:\n- {id: 1, when: always, actions: [{x_header: 'Content-type: b'}]}\n",
+              "p:2: warning: rule 1: action 'x_header' replaces 'Content-type', which mail "
+              "programs and checks rely on (use a name that begins with X-)"},
+        Doubt{"NoRules", "rules: []\n",
+              "p: warning: there are no rules: every message passes unchanged"},
+        Doubt{"NoActions", "rules:\n- {id: 1, when: always, actions: []}\n",
+              "p:2: warning: rule 1: has no actions: matches are reported and nothing is done"},
+        Doubt{"Off", "rules:\n- {id: 1, enabled: no, when: always, actions: [delete]}\n",
+              "p:2: warning: rule 1: is switched off (enabled: false)"},
+        Doubt{"SameName",
+              "rules:\n- {id: 1, name: a, when: {subject: x}, actions: [delete]}\n"
+              "- {id: 2, name: a, when: {subject: y}, actions: [delete]}\n",
+              "p:3: warning: rule 2: name 'a' is also that of rule 1 (reports cannot tell them "
+              "apart)"},
+        Doubt{"Extension", "rules:\n- {id: 1, when: {attachment_name: exe}, actions: [delete]}\n",
+              "p:2: warning: rule 1: attachment_name 'exe' matches a file of just that name "
+              "(write: '*.exe' for an extension)"},
+        Doubt{"RegexAsGlob",
+              "rules:\n- {id: 1, when: {not: {attachment_name: '.*\\.exe$'}}, actions: "
+              "[delete]}\n",
+              "p:2: warning: rule 1: attachment_name '.*\\.exe$' looks like a regular expression; "
+              "names are matched by globs (write: '*.exe')"},
+        Doubt{"Type", "rules:\n- {id: 1, when: {attachment_type: pdf}, actions: [delete]}\n",
+              "p:2: warning: rule 1: attachment_type 'pdf' matches no type (write: '*/pdf')"},
+        Doubt{"UnusedArea",
+              "quarantine_areas: [{name: virus}]\n"
+              "rules:\n- {id: 1, when: always, actions: [delete]}\n",
+              "p:1: warning: no rule refers to 'virus' (remove it, or leave it for later)"}),
+    [](const auto& test) { return std::string(test.param.name); });
+
+TEST(Lint, ASwitchedOffRuleHidesNoOther) {
+  EXPECT_THAT(doubtsAbout("rules:\n"
+                          "- {id: 1, enabled: false, when: always, actions: [delete]}\n"
+                          "- {id: 2, when: {subject: x}, actions: [delete]}\n"),
+              ElementsAre("p:2: warning: rule 1: is switched off (enabled: false)"));
+}
+
+}  // namespace
+}  // namespace gateway::policy

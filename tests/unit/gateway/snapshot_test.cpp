@@ -1,0 +1,76 @@
+#include "gateway/policy/snapshot.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/unit/gateway/policy_texts.h"
+
+namespace gateway::policy {
+namespace {
+
+using testing::ElementsAre;
+
+RuleRow rule(unsigned int id, unsigned int order) {
+  RuleRow row;
+  row.id = id;
+  row.name = "r" + std::to_string(id);
+  row.order = order;
+  row.condition = "\"always\"";
+  return row;
+}
+
+std::vector<std::string> buildFaults(const PolicyRows& rows) {
+  Diagnostics diagnostics("store");
+  EXPECT_EQ(Snapshot::build(rows, diagnostics), nullptr);
+  return textsOf(diagnostics);
+}
+
+TEST(Snapshot, HoldsEnabledRulesInOrder) {
+  PolicyRows rows;
+  rows.rules = {rule(1, 30), rule(2, 10), rule(3, 20)};
+  rows.rules[2].enabled = false;
+  Diagnostics diagnostics("store");
+  const auto snapshot = Snapshot::build(rows, diagnostics);
+  ASSERT_NE(snapshot, nullptr);
+  ASSERT_EQ(snapshot->rules().size(), 2u);
+  EXPECT_EQ(snapshot->rules()[0].id, 2u);
+  EXPECT_EQ(snapshot->rules()[1].id, 1u);
+}
+
+TEST(Snapshot, RefusesRowsThatNobodyCanRun) {
+  PolicyRows rows;
+  rows.rules = {rule(1, 1)};
+  rows.rules[0].condition = "{\"when\":1}";
+  EXPECT_THAT(buildFaults(rows),
+              ElementsAre(testing::StartsWith("store: rule 1: unknown condition 'when'")));
+  rows.rules[0] = rule(1, 1);
+  rows.rules[0].condition = "{";
+  EXPECT_THAT(buildFaults(rows),
+              ElementsAre(testing::StartsWith("store: rule 1: stored condition: not JSON")));
+  rows.rules[0] = rule(1, 1);
+  rows.rules[0].actions = {{6, ""}};
+  EXPECT_THAT(buildFaults(rows), ElementsAre("store: rule 1: unknown action type 6 (the policy "
+                                             "needs a newer version of this program)"));
+  rows.rules[0].actions = {{12, "rubbish"}};
+  EXPECT_THAT(buildFaults(rows),
+              ElementsAre("store: rule 1: action 'postpone' refuses its setting 'rubbish'"));
+  rows.rules = {rule(4, 1), rule(4, 2)};
+  EXPECT_THAT(buildFaults(rows), ElementsAre("store: rule 4: the id stands twice (choose a number "
+                                             "never used before)"));
+  rows.rules = {rule(0, 1)};
+  EXPECT_THAT(buildFaults(rows), ElementsAre("store: rule 0: a rule id is 1 or above"));
+}
+
+TEST(Snapshot, ChecksDisabledRulesToo) {
+  PolicyRows rows;
+  rows.rules = {rule(1, 1)};
+  rows.rules[0].enabled = false;
+  rows.rules[0].actions = {{18, ""}};
+  EXPECT_THAT(buildFaults(rows),
+              ElementsAre("store: rule 1: action 'x_header' refuses its setting ''"));
+}
+
+}  // namespace
+}  // namespace gateway::policy
