@@ -1,0 +1,354 @@
+"""The command as a person and a program see it."""
+import json
+import os
+import pathlib
+import pty
+import re
+import subprocess
+import unittest
+
+from kavi_process import EXAMPLES, KAVI, ROOT, KaviTest, kavi
+
+MESSAGE = b"From: a@x.example\nTo: b@x.example\nSubject: hello\n\nbody\n"
+NOBODY = 65534
+
+
+def mbox_of(*subjects):
+    return b"\n".join(
+        b"From a@x.example Mon Mar  3 09:12:44 2025\nSubject: %s\n\nbody\n" % subject
+        for subject in subjects)
+
+
+class UsageTest(KaviTest):
+
+    def test_version_and_help_succeed(self):
+        version = kavi("--version")
+        self.assertEqual(version.returncode, 0)
+        self.assertRegex(version.stdout.decode(), r"^kavi \d+\.\d+\.\d+\n$")
+        for arguments in (["--help"], ["run", "--help"], ["policy", "check", "--help"]):
+            done = kavi(*arguments)
+            self.assertEqual(done.returncode, 0)
+        self.assertIn(b"Examples:", kavi("--help").stdout)
+
+    def test_usage_errors_end_with_2(self):
+        policy, message = self.policy(), self.put("m.eml", MESSAGE)
+        for arguments in ([], ["fly"], ["run"], ["run", message], ["run", "--policy", policy],
+                          ["run", "--policy", policy, "--jobs", "0", message],
+                          ["run", "--policy", policy, "--jobs", "many", message],
+                          ["run", "--policy", policy, "--frm", "x", message],
+                          ["run", "--policy", policy, "--from", "a\nb", message],
+                          ["run", "--policy", policy, "--rcpt", "", message],
+                          ["run", "--policy", self.folder / "none.yaml", message],
+                          ["run", "--policy", policy, "--config", self.folder / "none.ini", message],
+                          ["policy"], ["policy", "check"], ["setting", "encode", "fly"],
+                          ["setting", "encode", "postpone"], ["setting", "encode", "postpone", "x"],
+                          ["setting", "encode", "delete", "x"],
+                          ["setting", "decode", "postpone", "x"]):
+            done = kavi(*arguments)
+            self.assertEqual(done.returncode, 2, arguments)
+            self.assertTrue(done.stderr, arguments)
+
+    def test_a_faulty_policy_runs_nothing(self):
+        policy = self.put("policy.yaml", "rules:\n- id: 15\n  when: always\n  actions:\n  - delte\n")
+        done = kavi("run", "--policy", policy, "--out", self.folder / "out",
+                    self.put("m.eml", MESSAGE))
+        self.assertEqual(done.returncode, 2)
+        self.assertEqual(done.stderr.decode(),
+                         f"{policy}:5: rule 15: unknown action 'delte' (did you mean 'delete'?)\n")
+        self.assertEqual(done.stdout, b"")
+        self.assertFalse((self.folder / "out").exists())
+
+    def test_a_faulty_settings_file_is_named(self):
+        config = self.put("kavi.ini", "[general\n")
+        done = kavi("run", "--policy", self.policy(), "--config", config,
+                    self.put("m.eml", MESSAGE))
+        self.assertEqual(done.returncode, 2)
+        self.assertIn(str(config), done.stderr.decode())
+
+
+class RunTest(KaviTest):
+
+    def test_reports_a_message_as_json(self):
+        [report] = self.run_json("--policy", self.always("{x_header: 'X-A: b'}"), "--out",
+                                 self.folder / "out", self.put("m.eml", MESSAGE))
+        self.assertRegex(report.pop("id"), r"^[0-9a-z]{16,36}$")
+        self.assertEqual(report, {
+            "input": str(self.folder / "m.eml"),
+            "bytes": len(MESSAGE),
+            "envelope": {"from": "a@x.example", "from_source": "From", "rcpt": ["b@x.example"],
+                         "rcpt_source": "To"},
+            "defects": [],
+            "rules": [{"id": 1, "name": "n", "attachments": [], "reached": True, "actions": [{
+                "action": "x_header", "code": 18, "value": "X-A: b", "setting": "X-A:b",
+                "result": True, "flag": False, "disposed": False,
+                "changes": [{"kind": "header_added", "what": "X-A", "part": "1"}],
+                "bytes_before": len(MESSAGE), "bytes_after": len(MESSAGE) + 7, "log": []}]}],
+            "calls": [],
+            "verdict": "changed",
+            "disposed": False,
+            "output": str(self.folder / "out/m.eml"),
+            "output_bytes": len(MESSAGE) + 7,
+        })
+
+    def test_the_command_line_sets_the_envelope(self):
+        [report] = self.run_json("--policy", self.policy(), "--from", "<>", "--rcpt", "c@x.example",
+                                 "--rcpt", "<d@x.example>", self.put("m.eml", MESSAGE))
+        self.assertEqual(report["envelope"], {
+            "from": "", "from_source": "--from", "rcpt": ["c@x.example", "d@x.example"],
+            "rcpt_source": "--rcpt"})
+
+    def test_files_what_is_disposed_of_beside_the_results(self):
+        out = self.folder / "out"
+        policy = self.policy(
+            "{id: 1, name: a, when: {subject: one}, actions: [delete]}",
+            "{id: 2, name: b, when: {subject: two}, actions: [{x_header: 'X-A: b'}, {postpone: '8:30'}]}")
+        for name in ("one", "two", "three"):
+            self.put(f"in/{name}.eml", b"Subject: %s\n\nx\n" % name.encode())
+        reports = self.run_json("--policy", policy, "--out", out, self.folder / "in")
+        self.assertEqual([(r["verdict"], r.get("output")) for r in reports],
+                         [("disposed", None), ("unchanged", str(out / "three.eml")),
+                          ("disposed", None)])
+        files = sorted(str(p.relative_to(out)) for p in out.rglob("*") if p.is_file())
+        self.assertEqual(files, ["calls.jsonl", "deleted/one.eml", "postponed/two.eml", "three.eml"])
+        self.assertEqual((out / "postponed/two.eml").read_bytes(),
+                         b"Subject: two\nX-A: b\n\nx\n")
+        calls = [json.loads(line) for line in (out / "calls.jsonl").read_text().splitlines()]
+        self.assertEqual(sorted(c["operation"] for c in calls), ["delete", "postpone"])
+
+    def test_a_second_run_replaces_the_results_of_the_first(self):
+        out, message = self.folder / "out", self.put("m.eml", MESSAGE)
+        self.run_json("--policy", self.always("{x_header: 'X-A: b'}"), "--out", out, message)
+        self.run_json("--policy", self.policy(), "--out", out, message)
+        self.assertEqual((out / "m.eml").read_bytes(), MESSAGE)
+        self.run_json("--policy", self.always("delete"), "--out", out, message)
+        self.assertFalse((out / "m.eml").exists())
+
+    def test_inputs_of_one_name_get_results_of_their_own(self):
+        for folder in ("a", "b", "c"):
+            self.put(f"{folder}/m.eml", b"Subject: %s\n\n" % folder.encode())
+        out = self.folder / "out"
+        self.run_json("--policy", self.policy(), "--out", out, self.folder / "a/m.eml",
+                      self.folder / "b/m.eml", self.folder / "c")
+        self.assertEqual({p.name: p.read_bytes() for p in out.iterdir()},
+                         {"m.eml": b"Subject: a\n\n", "m-2.eml": b"Subject: b\n\n",
+                          "m-3.eml": b"Subject: c\n\n"})
+
+    def test_never_replaces_an_input(self):
+        message = self.put("in/m.eml", MESSAGE)
+        done = kavi("run", "--policy", self.always("{x_header: 'X-A: b'}"), "--out",
+                    self.folder / "in", message)
+        self.assertEqual(done.returncode, 2)
+        self.assertIn(b"would replace the input", done.stderr)
+        self.assertEqual(message.read_bytes(), MESSAGE)
+        self.assertEqual([p.name for p in (self.folder / "in").iterdir()], ["m.eml"])
+
+    def test_a_failed_action_ends_with_1_and_leaves_the_message(self):
+        out = self.folder / "out"
+        empty, good = self.put("in/empty.eml", b""), self.put("in/good.eml", MESSAGE)
+        reports = self.run_json("--policy", self.always("{x_header: 'X-A: b'}"), "--out", out,
+                                empty.parent, status=1)
+        self.assertEqual([r["verdict"] for r in reports], ["failed", "changed"])
+        self.assertEqual((out / "empty.eml").read_bytes(), b"")
+        self.assertEqual((out / good.name).stat().st_size, len(MESSAGE) + 7)
+
+    def test_a_missing_input_is_reported_and_the_rest_is_done(self):
+        message = self.put("m.eml", MESSAGE)
+        missing = self.folder / "none.eml"
+        done = kavi("run", "--policy", self.policy(), missing, message)
+        self.assertEqual(done.returncode, 1)
+        self.assertEqual(done.stderr.decode(), f"kavi: {missing}: No such file or directory\n")
+        self.assertIn(b"unchanged", done.stdout)
+        reports = self.run_json("--policy", self.policy(), missing, message, status=1)
+        self.assertEqual(reports[0], {"input": str(missing), "error": "No such file or directory"})
+        self.assertEqual(reports[1]["verdict"], "unchanged")
+
+    def test_unreadable_files_and_folders_are_reported(self):
+        self.folder.chmod(0o755)
+        self.put("in/open.eml", MESSAGE)
+        self.put("in/closed.eml", MESSAGE).chmod(0)
+        self.put("in/locked/x.eml", MESSAGE)
+        (self.folder / "in/locked").chmod(0)
+        policy = self.policy()
+        options = {"user": NOBODY, "group": NOBODY, "extra_groups": []} if os.getuid() == 0 else {}
+        if options and subprocess.run([KAVI, "--version"], capture_output=True, check=False,
+                                      **options).returncode != 0:
+            self.skipTest("the program lies where an unprivileged user cannot reach it")
+        reports = self.run_json("--policy", policy, self.folder / "in", status=1, **options)
+        (self.folder / "in/locked").chmod(0o700)
+        by_name = {pathlib.Path(r["input"]).name: r for r in reports}
+        self.assertIn("Permission denied", by_name["closed.eml"]["error"])
+        self.assertIn("Permission denied", by_name["locked"]["error"])
+        self.assertEqual(by_name["open.eml"]["verdict"], "unchanged")
+
+    def test_reads_standard_input(self):
+        out = self.folder / "out"
+        [report] = self.run_json("--policy", self.policy(), "--out", out, "-", stdin=MESSAGE)
+        self.assertEqual(report["input"], "-")
+        self.assertEqual((out / "stdin.eml").read_bytes(), MESSAGE)
+
+    def test_an_mbox_comes_out_as_an_mbox(self):
+        out = self.folder / "out"
+        box = self.put("box", mbox_of(b"one", b"two", b"three"))
+        self.run_json("--policy", self.policy(), "--out", out, box)
+        self.assertEqual((out / "box").read_bytes(), box.read_bytes())
+
+        policy = self.policy("{id: 1, name: a, when: {subject: two}, actions: [delete]}",
+                             "{id: 2, name: b, when: {subject: one}, actions: [{x_header: 'X-A: b'}]}")
+        reports = self.run_json("--policy", policy, "--out", out, box)
+        self.assertEqual([(r["message"], r["verdict"]) for r in reports],
+                         [(1, "changed"), (2, "disposed"), (3, "unchanged")])
+        expected = mbox_of(b"one", b"three").replace(b"one\n", b"one\nX-A: b\n", 1)
+        self.assertEqual((out / "box").read_bytes(), expected)
+        self.assertTrue((out / "deleted/box-2.eml").exists())
+
+        [*_, last] = self.run_json("--policy", self.policy(), "--out", out, "-",
+                                   stdin=box.read_bytes())
+        self.assertEqual(last["message"], 3)
+        self.assertEqual((out / "stdin.eml").read_bytes(), box.read_bytes())
+
+    def test_threads_change_nothing_but_the_time(self):
+        for i in range(200):
+            body = b"x" * (100000 if i % 11 == 0 else 10)
+            self.put(f"in/{i:03}.eml", b"Subject: %d\n\n%s\n" % (i, body))
+        self.put("in/box", mbox_of(*(b"%d" % i for i in range(200))))
+        policy = self.policy("{id: 1, name: a, when: {subject: 7}, actions: [{x_header: 'X-A: b'}]}",
+                             "{id: 2, name: b, when: {subject: '9$'}, actions: [delete]}")
+        seen = []
+        for jobs in (1, 2, 8):
+            out = self.folder / "out"
+            done = kavi("run", "--policy", policy, "--json", "--jobs", jobs, "--out", out,
+                        self.folder / "in")
+            self.assertEqual(done.returncode, 0)
+            reports = re.sub(rb'"id":"[0-9a-z]+"', b'', done.stdout)
+            # Files of the adapter are numbered by whoever comes first.
+            files = {str(p.relative_to(out)): p.read_bytes() for p in out.rglob("*")
+                     if p.is_file() and p.name != "calls.jsonl"}
+            seen.append((reports, files))
+            subprocess.run(["rm", "-rf", out], check=True)
+        self.assertEqual(seen[0], seen[1])
+        self.assertEqual(seen[0], seen[2])
+
+    def test_a_report_that_cannot_be_written_is_a_failure(self):
+        with open("/dev/full", "wb") as full:
+            done = subprocess.run([KAVI, "run", "--policy", self.policy(),
+                                   self.put("m.eml", MESSAGE)], stdout=full,
+                                  stderr=subprocess.PIPE, timeout=60, check=False)
+        self.assertEqual(done.returncode, 1)
+
+    def test_an_output_folder_that_cannot_be_made_is_a_failure(self):
+        self.put("file", b"x")
+        [report] = self.run_json("--policy", self.policy(), "--out", self.folder / "file/out",
+                                 self.put("m.eml", MESSAGE), status=1)
+        self.assertIn("file/out", report["error"])
+
+    def test_an_empty_folder_is_no_error(self):
+        (self.folder / "in").mkdir()
+        done = kavi("run", "--policy", self.policy(), self.folder / "in")
+        self.assertEqual(done.returncode, 0)
+        self.assertTrue(done.stdout.startswith(b"0 messages in "), done.stdout)
+
+
+class TextTest(KaviTest):
+
+    def test_plain_text_where_there_is_no_terminal(self):
+        done = kavi("run", "--policy", EXAMPLES / "policy.yaml", EXAMPLES / "mail")
+        self.assertEqual(done.returncode, 0)
+        self.assertEqual(done.stderr, b"")
+        self.assertNotIn(b"\x1b", done.stdout)
+        self.assertIn("rule     30 quotations\n", done.stdout.decode())
+        self.assertRegex(done.stdout.decode(), r"5 messages in [0-9.]+ s: 1 unchanged, 2 changed, "
+                         r"2 disposed of\n")
+
+    def test_quiet_leaves_out_what_no_rule_matched(self):
+        done = kavi("run", "--quiet", "--policy", EXAMPLES / "policy.yaml", EXAMPLES / "mail")
+        self.assertNotIn(b"plain.eml", done.stdout)
+        self.assertIn(b"japanese.eml", done.stdout)
+
+    def test_verbose_shows_the_log_and_the_form(self):
+        arguments = ["run", "--policy", EXAMPLES / "policy.yaml", EXAMPLES / "mail/broken.eml"]
+        self.assertNotIn(b"note", kavi(*arguments).stdout)
+        self.assertIn(b"note     a header line is no field", kavi(*arguments, "-v").stdout)
+
+    def test_shows_colours_and_progress_on_a_terminal(self):
+        for i in range(300):
+            self.put(f"in/{i}.eml", b"Subject: x\n\n" + b"y" * 100000)
+        main, terminal = pty.openpty()
+        environment = dict(os.environ, TERM="xterm")
+        environment.pop("NO_COLOR", None)
+        with subprocess.Popen([KAVI, "run", "--policy", self.policy(), "-q", self.folder / "in"],
+                              stdout=terminal, stderr=terminal, env=environment) as process:
+            os.close(terminal)
+            shown = b""
+            while True:
+                try:
+                    piece = os.read(main, 65536)
+                except OSError:
+                    break
+                if not piece:
+                    break
+                shown += piece
+            self.assertEqual(process.wait(timeout=60), 0)
+        os.close(main)
+        self.assertRegex(shown, rb"\r\x1b\[K\[[#.]{24}\] \d+/300  0 changed")
+        self.assertIn(b"\x1b[1m300 messages\x1b[0m", shown)
+
+    def test_the_demo_runs(self):
+        done = subprocess.run(["sh", ROOT / "examples/demo.sh", KAVI], capture_output=True,
+                              timeout=60, check=False)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertIn(b"+X-Topic: quotation", done.stdout)
+        self.assertIn(b"postponed/html-attachment.eml", done.stdout)
+
+
+class AdministrationTest(KaviTest):
+
+    def test_policy_check(self):
+        good = kavi("policy", "check", EXAMPLES / "policy.yaml")
+        self.assertEqual((good.returncode, good.stdout.decode()),
+                         (0, f"{EXAMPLES}/policy.yaml: can be used, 4 rules\n"))
+        doubtful = self.always("virus_clean", "delete", "{postpone: '8:30'}")
+        done = kavi("policy", "check", doubtful)
+        self.assertEqual(done.returncode, 0)
+        self.assertEqual(done.stdout.decode(), f"""\
+{doubtful}:2: warning: rule 1: action 'virus_clean' does nothing (remove it)
+{doubtful}:2: warning: rule 1: action 'postpone' and 'delete' both dispose of the message (keep one)
+{doubtful}: can be used, 1 rule, 2 warnings
+""")
+        report = json.loads(kavi("policy", "check", "--json", doubtful).stdout)
+        self.assertTrue(report["usable"])
+        self.assertEqual([f["severity"] for f in report["findings"]], ["warning", "warning"])
+        broken = self.put("broken.yaml", "rules:\n- {id: 1, when: alwys, actions: [delte]}\n")
+        done = kavi("policy", "check", broken)
+        self.assertEqual(done.returncode, 2)
+        self.assertTrue(done.stdout.decode().endswith(f"{broken}: 2 errors\n"))
+
+    def test_every_action_is_listed(self):
+        actions = json.loads(kavi("actions", "--json").stdout)
+        self.assertEqual({a["action"]: (a["code"], a["named_objects"]) for a in actions},
+                         {"delete": (1, False), "postpone": (12, False),
+                          "virus_clean": (5, False), "x_header": (18, False)})
+        text = kavi("actions").stdout.decode()
+        for action in actions:
+            self.assertIn(action["action"], text)
+
+    def test_tokens_are_listed(self):
+        tokens = json.loads(kavi("tokens", "--json").stdout)
+        self.assertIn({"token": "%SENDER%", "code": 32, "computed": False}, tokens)
+        self.assertEqual(len(kavi("tokens").stdout.splitlines()), len(tokens))
+
+    def test_settings_go_there_and_back(self):
+        for action, value, back in (("postpone", "8:30", "08:30"), ("12", "23:59", "23:59"),
+                                    ("x_header", "X-A : b:c", "X-A: b:c")):
+            setting = kavi("setting", "encode", action, value)
+            self.assertEqual(setting.returncode, 0, setting.stderr)
+            decoded = kavi("setting", "decode", action, setting.stdout.decode().rstrip("\n"))
+            self.assertEqual(decoded.stdout.decode(), back + "\n")
+        self.assertEqual(kavi("setting", "encode", "delete").stdout, b"\n")
+        self.assertEqual(kavi("setting", "encode", "x_header", "X-A: b").stdout, b"X-A:b\n")
+        report = json.loads(kavi("setting", "decode", "--json", "x_header", "X-A:b").stdout)
+        self.assertEqual(report, {"action": "x_header", "code": 18, "value": "X-A: b",
+                                  "setting": "X-A:b"})
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)

@@ -1,0 +1,103 @@
+#!/usr/bin/env python3
+"""Compares what a policy makes of messages with what was written down.
+
+usage: run.py KAVI [--update] [CASE...]
+
+A case is a folder beside this file: in.eml, policy.yaml, and what comes out: out.eml, or nothing
+when the message does not go on. `verdict` holds the verdict's word, `options` (optional) further
+options of `kavi run`. Fields that differ from run to run are masked: their names stand in
+`masked_fields`, one to a line. --update rewrites out.eml and verdict; its changes are read before
+they are committed.
+"""
+import json
+import pathlib
+import re
+import shlex
+import subprocess
+import sys
+import tempfile
+
+HERE = pathlib.Path(__file__).resolve().parent
+
+
+def mask(message: bytes, fields: list[str]) -> bytes:
+    for field in fields:
+        pattern = rb"(?im)^(%s[ \t]*:)[^\n]*\n(?:[ \t][^\n]*\n)*" % re.escape(field.encode())
+        message = re.sub(pattern, rb"\1 (masked)\n", message)
+    return message
+
+
+def run_case(kavi: str, case: pathlib.Path) -> tuple[str, bytes | None]:
+    options = case / "options"
+    extra = shlex.split(options.read_text()) if options.exists() else []
+    with tempfile.TemporaryDirectory() as out:
+        done = subprocess.run(
+            [kavi, "run", "--policy", case / "policy.yaml", "--json", "--out", out, *extra,
+             case / "in.eml"],
+            capture_output=True, timeout=120, check=False)
+        if done.returncode not in (0, 1):
+            raise RuntimeError(done.stderr.decode(errors="replace"))
+        report = json.loads(done.stdout)
+        if done.returncode != (1 if report["verdict"] == "failed" else 0):
+            raise RuntimeError(f"exit status {done.returncode} with verdict {report['verdict']}")
+        result = pathlib.Path(out) / "in.eml"
+        return report["verdict"], result.read_bytes() if result.exists() else None
+
+
+def check(kavi: str, case: pathlib.Path, update: bool) -> list[str]:
+    fields = case / "masked_fields"
+    masked = fields.read_text().split() if fields.exists() else []
+    verdict, result = run_case(kavi, case)
+    result = None if result is None else mask(result, masked)
+    out, word = case / "out.eml", case / "verdict"
+    if update:
+        word.write_text(verdict + "\n")
+        if result is None:
+            out.unlink(missing_ok=True)
+        else:
+            out.write_bytes(result)
+        return []
+    faults = []
+    expected = word.read_text().strip() if word.exists() else "(no verdict file)"
+    if verdict != expected:
+        faults.append(f"verdict {verdict}, expected {expected}")
+    if result is None and out.exists():
+        faults.append("nothing came out, expected out.eml")
+    elif result is not None and not out.exists():
+        faults.append("a message came out, expected none")
+    elif result is not None and result != mask(out.read_bytes(), masked):
+        faults.append("the message differs from out.eml:")
+        with tempfile.NamedTemporaryFile() as actual:
+            actual.write(result)
+            actual.flush()
+            faults.append(subprocess.run(["diff", "-a", "-u", out, actual.name],
+                                         capture_output=True, check=False).stdout.decode(
+                                             errors="replace"))
+    return faults
+
+
+def main() -> int:
+    arguments = [a for a in sys.argv[1:] if a != "--update"]
+    update = "--update" in sys.argv[1:]
+    if not arguments:
+        print(__doc__)
+        return 2
+    kavi, names = arguments[0], arguments[1:]
+    cases = sorted(p.parent for p in HERE.glob("*/in.eml") if not names or p.parent.name in names)
+    if not cases:
+        print("no cases")
+        return 1
+    failed = 0
+    for case in cases:
+        try:
+            faults = check(kavi, case, update)
+        except (RuntimeError, ValueError, subprocess.TimeoutExpired) as fault:
+            faults = [str(fault)]
+        if faults:
+            failed += 1
+            print(f"{case.name}: " + "\n  ".join(faults))
+    print(f"{len(cases)} cases, {failed} failed" + (", rewritten" if update else ""))
+    return 1 if failed else 0
+
+
+sys.exit(main())
