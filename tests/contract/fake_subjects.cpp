@@ -13,6 +13,7 @@ class FakeBench final : public AdapterBench {
   OvMsgMailMessage& message() override { return message_; }
   const std::string& folder() override { return folder_; }
   void breakDown() override { adapter_.answer(22, 1); }
+  bool refusesNoMessage() const override { return false; }
 
  private:
   fakes::Adapter adapter_;
@@ -26,6 +27,9 @@ std::unique_ptr<host::store::Store> makeStore(const std::string& /*folder*/) {
   return std::make_unique<fakes::MemoryStore>();
 }
 
-std::unique_ptr<AdapterBench> makeAdapterBench() { return std::make_unique<FakeBench>(); }
+std::vector<AdapterKind> adapterKinds() {
+  return {
+      {"Fake", []() -> std::unique_ptr<AdapterBench> { return std::make_unique<FakeBench>(); }}};
+}
 
 }  // namespace contract

@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "host/store/store.h"
 #include "library/platform/is_adapter.h"
@@ -23,8 +24,21 @@ class AdapterBench {
   virtual const std::string& folder() = 0;
   /// Makes every operation fail from now on.
   virtual void breakDown() = 0;
+  /// Whether the adapter can do \p operation at all ("Delete", "Handoff", ...); one that cannot
+  /// fails like any other.
+  virtual bool offers(const std::string& operation) const;
+  /// Whether a null message is refused, as the platform's declaration asks.
+  virtual bool refusesNoMessage() const;
+  /// The message's envelope on one line; empty for a message without one.
+  virtual std::string envelope() const;
 };
 
-std::unique_ptr<AdapterBench> makeAdapterBench();
+/// One kind of adapter. The real ones are more than one.
+struct AdapterKind {
+  const char* name;
+  std::unique_ptr<AdapterBench> (*makeBench)();
+};
+
+std::vector<AdapterKind> adapterKinds();
 
 }  // namespace contract
