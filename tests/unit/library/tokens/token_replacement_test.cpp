@@ -126,13 +126,14 @@ TEST_F(TokenReplacementTest, AppendsAValueUpToItsFirstNul) {
   EXPECT_EQ(replaced("<%DETECTED%>"), "<>");
 }
 
-TEST_F(TokenReplacementTest, LogsATokenThatNobodyFilledIn) {
-  EXPECT_EQ(replaced("<%PROTOCOL%>"), "<>");
-  EXPECT_EQ(log.takeLines(), (LogLines{{3, "The value of token 'PROTOCOL' is empty (unfilled)."}}));
-  tokens.set(ScanToken::Sender, "");
-  EXPECT_EQ(replaced("%SENDER%"), "");
+TEST_F(TokenReplacementTest, ReplacesATokenThatNobodyFilledInByNothingAndLogsIt) {
+  tokens.erase(ScanToken::Sender);
+  EXPECT_EQ(replaced("<%SENDER%>"), "<>");
   EXPECT_EQ(log.takeLines(), (LogLines{{3, "The value of token 'SENDER' is empty (unfilled)."}}));
-  EXPECT_EQ(tokens.find(ScanToken::Protocol), nullptr) << "nothing is stored for it";
+  EXPECT_EQ(tokens.find(ScanToken::Sender), nullptr) << "nothing is stored for it";
+  tokens.set(ScanToken::Protocol, "");
+  EXPECT_EQ(replaced("%PROTOCOL%"), "");
+  EXPECT_EQ(log.takeLines(), (LogLines{{3, "The value of token 'PROTOCOL' is empty (unfilled)."}}));
 }
 
 TEST_F(TokenReplacementTest, ComputesAValueOnce) {
