@@ -15,7 +15,7 @@ namespace gateway::cli {
 /// \param verbose  adds log lines and what is wrong with the message's form
 std::string textReport(const MessageResult& result, const Style& style, bool verbose);
 
-/// The same for programs: one line of JSON without its line break (docs/run-json.md).
+/// The same for programs: one line of JSON without its line break (docs/policy.md).
 std::string jsonReport(const MessageResult& result);
 
 /// Counts over all messages of a command.
