@@ -13,8 +13,6 @@ namespace host::delivery {
 
 namespace {
 
-constexpr char kPostponed[] = "postpone";
-
 // The present time in UTC: "2024-05-06T07:08:09Z".
 std::string utcNow() {
   const std::time_t now = std::time(nullptr);
@@ -34,10 +32,6 @@ std::string deletionLine(const OvMsgMailMessage& msg) {
   return line.line();
 }
 
-int notAvailable(unsigned int& error, const OvMsgMailMessage* msg) {
-  return finish(error, msg == nullptr ? AdapterError::InvalidArgument : AdapterError::NotAvailable);
-}
-
 }  // namespace
 
 int LocalAdapter::deleteMessage(unsigned int& error, OvMsgMailMessage* msg) {
@@ -52,7 +46,7 @@ int LocalAdapter::postponeMessage(unsigned int& error, OvMsgMailMessage* msg,
   if (msg == nullptr) return finish(error, AdapterError::InvalidArgument);
   return finish(error, effects_.once("postpone", kShortLeaseSeconds, [&] {
     SpoolEntry entry;
-    entry.kind = kPostponed;
+    entry.kind = kPostponedKind;
     entry.queuedAt = std::time(nullptr);
     entry.window = {fromHour, fromMinute, toHour, toMinute};
     std::string id;
@@ -60,17 +54,25 @@ int LocalAdapter::postponeMessage(unsigned int& error, OvMsgMailMessage* msg,
   }));
 }
 
-int LocalAdapter::handoffMessage(unsigned int& error, OvMsgMailMessage* msg, const char* /*host*/,
-                                 int /*port*/) {
-  return notAvailable(error, msg);
+int LocalAdapter::handoffMessage(unsigned int& error, OvMsgMailMessage* msg, const char* host,
+                                 int port) {
+  if (msg == nullptr || host == nullptr) return finish(error, AdapterError::InvalidArgument);
+  return finish(error, effects_.once("handoff", outbox_.handOffLeaseSeconds(),
+                                     [&] { return outbox_.handOff(*msg, host, port); }));
 }
 
 int LocalAdapter::resendMessage(unsigned int& error, OvMsgMailMessage* msg, int /*flag*/) {
-  return notAvailable(error, msg);
+  return queue(error, msg, kResentKind);
 }
 
 int LocalAdapter::deliverMessage(unsigned int& error, OvMsgMailMessage* msg) {
-  return notAvailable(error, msg);
+  return queue(error, msg, kDeliveredKind);
+}
+
+int LocalAdapter::queue(unsigned int& error, const OvMsgMailMessage* msg, const char* kind) {
+  if (msg == nullptr) return finish(error, AdapterError::InvalidArgument);
+  return finish(error, effects_.once(kind, kShortLeaseSeconds,
+                                     [&] { return outbox_.queue(*msg, kind, passes_); }));
 }
 
 }  // namespace host::delivery

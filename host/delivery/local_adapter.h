@@ -7,19 +7,27 @@
 #include "host/delivery/delivery_state.h"
 #include "host/delivery/message_effects.h"
 #include "host/delivery/message_run.h"
+#include "host/delivery/outbox.h"
 #include "library/platform/is_adapter.h"
 
 namespace host::delivery {
 
 /// Deletes (a flushed line in the decisions file says which message went, from whom, to whom),
-/// postpones (the message waits in the spool), quarantines and archives (see Filing). Every other
-/// operation fails with AdapterError::NotAvailable and does nothing, so that the caller keeps the
-/// message. Made for one message: what the engine tells it as a MessageRun says which rule asks,
-/// and lets a retry find what was done.
+/// postpones (the message waits in the spool), quarantines and archives (see Filing), files what is
+/// to be sent in the spool, and hands messages off at once (see Outbox). Without settings the last
+/// three fail with AdapterError::NotAvailable and do nothing. Made for one message: what the engine
+/// tells it as a MessageRun says which rule asks, and lets a retry find what was done.
 class KAVI_API LocalAdapter final : public OvIsAdapter, public MessageRun {
  public:
   /// \param state  open; must outlive the adapter.
-  explicit LocalAdapter(DeliveryState& state) : state_(state), effects_(state.store()) {}
+  /// \param settings  how to send; must outlive the adapter
+  /// \param log       receives what servers answered, at level 1; may be null
+  explicit LocalAdapter(DeliveryState& state, const DeliverySettings* settings = nullptr,
+                        Kavi::LogMsg* log = nullptr)
+      : state_(state), effects_(state.store()), outbox_(state.spool(), settings, log) {}
+
+  /// How often the message came back for scanning: what it causes to be sent carries that on.
+  void setPasses(unsigned int passes) { passes_ = passes; }
 
   AdapterError beginMessage(const OvMsgMailMessage& msg, std::string_view received,
                             const Kavi::TokenMap<Kavi::ScanToken>& tokens) override;
@@ -51,8 +59,12 @@ class KAVI_API LocalAdapter final : public OvIsAdapter, public MessageRun {
   AdapterError file(FilingRequest& request, Kavi::ScanToken aging, OvMsgMailMessage& msg,
                     std::string& stored);
 
+  int queue(unsigned int& error, const OvMsgMailMessage* msg, const char* kind);
+
   DeliveryState& state_;
   MessageEffects effects_;
+  Outbox outbox_;
+  unsigned int passes_ = 0;
   const Kavi::TokenMap<Kavi::ScanToken>* tokens_ = nullptr;
 };
 

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/core/folder.h"
@@ -13,7 +14,8 @@ class OvMsgMailMessage;
 
 namespace host::delivery {
 
-/// A folder with one file for each waiting message, "<id>.msg" (see SpoolEntry). An entry is
+/// A folder with one file for each waiting message, "<id>.msg" (see SpoolEntry), and beside it,
+/// once something was tried, "<id>.log" with what came of it (see SpoolState). An entry is
 /// written under a temporary name, flushed, renamed, and the folder flushed: after `put` succeeded
 /// it survives a power cut, and a crash at any point leaves a whole entry or a temporary file that
 /// nothing counts as one. Open once; then every operation may run on several threads, and several
@@ -22,11 +24,13 @@ class KAVI_API Spool {
  public:
   /// The largest entry that `read` takes, in bytes.
   static constexpr std::size_t kMaxEntryBytes = std::size_t{2} << 30;
+  /// The largest log that is read, in bytes.
+  static constexpr std::size_t kMaxLogBytes = std::size_t{64} << 20;
 
   explicit Spool(core::FileOps& ops = core::FileOps::system()) : folder_(ops) {}
 
   /// Opens the folder \p path, made with mode 0700 when it is missing, and removes what crashed
-  /// writers left in it.
+  /// writers left in it, logs without their entry included.
   AdapterError open(const std::string& path);
 
   /// Files \p msg as it stands now. The entry's messageId, messageBytes and envelope are taken
@@ -41,11 +45,24 @@ class KAVI_API Spool {
   /// the outputs are then as they were.
   AdapterError read(const std::string& id, SpoolEntry& entry, std::string& message) const;
 
-  /// Removes an entry for good. NotFound when there is none.
+  /// The same without the message: takes time for the head only.
+  AdapterError readHead(const std::string& id, SpoolEntry& entry) const;
+
+  /// Removes an entry for good, its log too. NotFound when there is none.
   AdapterError remove(const std::string& id);
+
+  /// Makes the caller the only one to work at an entry as long as \p hold lives; other processes
+  /// included. UnderWay when somebody else does, NotFound when there is no such entry any more.
+  AdapterError hold(const std::string& id, core::Descriptor& hold) const;
+
+  /// The log of an entry; empty when there is none.
+  AdapterError readLog(const std::string& id, std::string& log) const;
+  /// Adds a line to the log of an entry, durably. \param line  without line break
+  AdapterError appendLog(const std::string& id, std::string_view line);
 
  private:
   AdapterError store(SpoolEntry& entry, const OvMsgMailMessage& msg, const std::string& name);
+  core::FileError removeOrphans() const;
 
   core::Folder folder_;
 };

@@ -68,6 +68,7 @@ bool readEnvelopeFields(const Fields& fields, Envelope& envelope) {
     envelope.sender = sender->second;
     ++known;
   }
+  if (fields.contains("passes")) ++known;
   std::size_t count = 0;
   FieldReader(fields).number("rcpts", count);
   // Every other field is a recipient: a count that does not fit is refused before it is counted.
@@ -101,6 +102,7 @@ std::string writeSpoolHead(const SpoolEntry& entry) {
                 {"from", entry.window.fromText()},
                 {"to", entry.window.toText()},
                 {"rcpts", std::to_string(entry.envelope.recipients.size())}};
+  if (entry.passes != 0) fields["passes"] = std::to_string(entry.passes);
   if (entry.envelope.sender) fields["sender"] = *entry.envelope.sender;
   for (std::size_t index = 0; index < entry.envelope.recipients.size(); ++index) {
     fields[recipientKey(index)] = entry.envelope.recipients[index];
@@ -111,10 +113,10 @@ std::string writeSpoolHead(const SpoolEntry& entry) {
   return std::string(kMagic) + record + "\n";
 }
 
-bool parseSpoolFile(std::string_view file, SpoolEntry& entry, std::string_view& message) {
-  const std::size_t end = file.substr(0, kMaxSpoolHeadBytes).find('\n');
+bool parseSpoolHead(std::string_view head, SpoolEntry& entry, std::size_t& headBytes) {
+  const std::size_t end = head.substr(0, kMaxSpoolHeadBytes).find('\n');
   if (end == std::string_view::npos) return false;
-  const std::optional<Fields> fields = readHead(file.substr(0, end));
+  const std::optional<Fields> fields = readHead(head.substr(0, end));
   if (!fields) return false;
   SpoolEntry read;
   FieldReader reader(*fields);
@@ -124,9 +126,19 @@ bool parseSpoolFile(std::string_view file, SpoolEntry& entry, std::string_view& 
   reader.number("bytes", read.messageBytes);
   reader.timeOfDay("from", read.window.fromHour, read.window.fromMinute);
   reader.timeOfDay("to", read.window.toHour, read.window.toMinute);
+  if (fields->contains("passes")) reader.number("passes", read.passes);
   if (!reader.good() || !read.window.isValid()) return false;
   if (!readEnvelopeFields(*fields, read.envelope)) return false;
-  const std::string_view body = file.substr(end + 1);
+  entry = std::move(read);
+  headBytes = end + 1;
+  return true;
+}
+
+bool parseSpoolFile(std::string_view file, SpoolEntry& entry, std::string_view& message) {
+  SpoolEntry read;
+  std::size_t headBytes = 0;
+  if (!parseSpoolHead(file, read, headBytes)) return false;
+  const std::string_view body = file.substr(headBytes);
   if (body.size() != read.messageBytes) return false;
   entry = std::move(read);
   message = body;

@@ -1,7 +1,10 @@
 // A window of the day.
 #pragma once
 
+#include <cstdint>
 #include <string>
+
+#include "library/platform/api.h"
 
 namespace host::delivery {
 
@@ -28,5 +31,9 @@ struct TimeWindow {
     return out + std::to_string(minute);
   }
 };
+
+/// The first moment at or after \p from (seconds since 1970) that lies in \p window, which is
+/// valid.
+KAVI_API std::int64_t nextOpening(const TimeWindow& window, std::int64_t from);
 
 }  // namespace host::delivery

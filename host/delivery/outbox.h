@@ -1,0 +1,47 @@
+// What an adapter does with messages that are to be sent.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "host/delivery/delivery_settings.h"
+#include "host/delivery/smtp_outcome.h"
+#include "host/delivery/spool.h"
+#include "library/platform/api.h"
+#include "library/platform/log_msg.h"
+
+namespace host::delivery {
+
+/// Files messages for submission, and hands messages off. Nothing is submitted from here: whoever
+/// waits for the present message to be done may be the same mail system that would take the new
+/// one. One thread at a time.
+class KAVI_API Outbox {
+ public:
+  /// \param settings  null: every operation answers NotAvailable
+  /// \param log       may be null
+  Outbox(Spool& spool, const DeliverySettings* settings, Kavi::LogMsg* log)
+      : spool_(spool), settings_(settings), log_(log) {}
+
+  /// Files \p msg in the spool, due at once. What could never be sent (an address that SMTP cannot
+  /// carry, no recipients, no server to send to) is refused here, while somebody can still act.
+  /// \param kind    kResentKind or kDeliveredKind
+  /// \param passes  those through scanning that it has behind it
+  AdapterError queue(const OvMsgMailMessage& msg, const char* kind, unsigned int passes);
+
+  /// Sends \p msg to \p host and \p port within the deadline that the settings give, without its
+  /// reprocessing fields.
+  AdapterError handOff(const OvMsgMailMessage& msg, const std::string& host, int port);
+
+  /// How long one hand-off may be under way at most.
+  std::int64_t handOffLeaseSeconds() const;
+
+ private:
+  AdapterError refuse(const OvMsgMailMessage& msg, const SmtpOutcome& outcome) const;
+  SmtpOutcome send(const OvMsgMailMessage& msg, const SmtpDestination& to) const;
+
+  Spool& spool_;
+  const DeliverySettings* settings_;
+  Kavi::LogMsg* log_;
+};
+
+}  // namespace host::delivery

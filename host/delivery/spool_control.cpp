@@ -1,0 +1,97 @@
+#include "host/delivery/spool_control.h"
+
+#include <algorithm>
+
+#include "host/delivery/adapter_guard.h"
+
+namespace host::delivery {
+
+AdapterError SpoolControl::look(const std::string& id, SpoolItem& item,
+                                std::vector<SpoolEvent>& events) const {
+  SpoolItem found;
+  found.id = id;
+  std::string log;
+  AdapterError error = spool_.readHead(id, found.entry);
+  const bool damaged = error == AdapterError::Damaged;
+  if (damaged) error = AdapterError::None;
+  if (error == AdapterError::None) error = spool_.readLog(id, log);
+  if (error != AdapterError::None) return error;
+  events = parseSpoolLog(log);
+  found.state = SpoolState::of(events);
+  if (damaged) {
+    found.condition = SpoolItem::Condition::Damaged;
+  } else if (found.state.failed) {
+    found.condition = SpoolItem::Condition::Failed;
+  } else {
+    found.due = dueTime(found.entry, found.state, schedule_);
+  }
+  item = std::move(found);
+  return AdapterError::None;
+}
+
+AdapterError SpoolControl::list(std::vector<SpoolItem>& items) const {
+  return guardedOutcome([&] {
+    std::vector<std::string> ids;
+    const AdapterError listed = spool_.list(ids);
+    if (listed != AdapterError::None) return listed;
+    std::vector<SpoolItem> found;
+    std::vector<SpoolEvent> events;
+    for (const std::string& id : ids) {
+      SpoolItem item;
+      const AdapterError error = look(id, item, events);
+      if (error == AdapterError::NotFound) continue;  // sent meanwhile
+      if (error != AdapterError::None) return error;
+      found.push_back(std::move(item));
+    }
+    items.swap(found);
+    return AdapterError::None;
+  });
+}
+
+AdapterError SpoolControl::summarise(SpoolSummary& summary) const {
+  std::vector<SpoolItem> items;
+  const AdapterError error = list(items);
+  if (error != AdapterError::None) return error;
+  SpoolSummary found;
+  for (const SpoolItem& item : items) {
+    if (item.condition == SpoolItem::Condition::Waiting) ++found.waiting;
+    if (item.condition == SpoolItem::Condition::Failed) ++found.failed;
+    if (item.condition == SpoolItem::Condition::Damaged) {
+      ++found.damaged;
+      continue;
+    }
+    const std::int64_t filed = item.entry.queuedAt;
+    found.oldest = found.oldest == 0 ? filed : std::min(found.oldest, filed);
+  }
+  summary = found;
+  return AdapterError::None;
+}
+
+AdapterError SpoolControl::show(const std::string& id, SpoolItem& item,
+                                std::vector<SpoolEvent>& events) const {
+  return guardedOutcome([&] { return look(id, item, events); });
+}
+
+AdapterError SpoolControl::retry(const std::string& id, std::int64_t now) {
+  return guardedOutcome([&] {
+    core::Descriptor hold;
+    AdapterError error = spool_.hold(id, hold);
+    SpoolEntry entry;
+    if (error == AdapterError::None) error = spool_.readHead(id, entry);
+    if (error != AdapterError::None) return error;
+    SpoolEvent event;
+    event.kind = SpoolEvent::Kind::Retry;
+    event.at = now;
+    return spool_.appendLog(id, writeSpoolEvent(event));
+  });
+}
+
+AdapterError SpoolControl::remove(const std::string& id) {
+  return guardedOutcome([&] {
+    core::Descriptor hold;
+    const AdapterError error = spool_.hold(id, hold);
+    return error == AdapterError::None ? spool_.remove(id) : error;
+  });
+}
+
+}  // namespace host::delivery

@@ -1,0 +1,66 @@
+// What an administrator does with the spool.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/delivery/spool.h"
+#include "host/delivery/spool_state.h"
+#include "library/platform/api.h"
+
+namespace host::delivery {
+
+/// One message in the spool as it is shown.
+struct SpoolItem {
+  enum class Condition {
+    Waiting,  ///< for its time, or for its next attempt
+    Failed,   ///< refused for good: stays until it is retried or deleted
+    Damaged,  ///< its file is not what was written; nothing but its id is known
+  };
+  std::string id;
+  Condition condition = Condition::Waiting;
+  SpoolEntry entry;
+  SpoolState state;
+  std::int64_t due = 0;  ///< not before that, seconds since 1970; 0 unless it waits
+};
+
+struct SpoolSummary {
+  std::size_t waiting = 0;
+  std::size_t failed = 0;
+  std::size_t damaged = 0;
+  std::int64_t oldest = 0;  ///< when the oldest was filed, seconds since 1970; 0: none
+};
+
+/// Lists, shows, retries and deletes. Safe from any thread, and while workers run.
+class KAVI_API SpoolControl {
+ public:
+  /// \param schedule  the one that the worker goes by
+  explicit SpoolControl(Spool& spool, const RetrySchedule& schedule = {})
+      : spool_(spool), schedule_(schedule) {}
+
+  /// Replaces \p items by what is in the spool, the oldest first.
+  AdapterError list(std::vector<SpoolItem>& items) const;
+
+  /// How many there are of each condition.
+  AdapterError summarise(SpoolSummary& summary) const;
+
+  /// One message with everything that was tried. NotFound when there is none under \p id.
+  AdapterError show(const std::string& id, SpoolItem& item, std::vector<SpoolEvent>& events) const;
+
+  /// Makes a message due now; a failed one waits again. UnderWay while it is being sent, Damaged
+  /// when it cannot be. \param now  seconds since 1970
+  AdapterError retry(const std::string& id, std::int64_t now);
+
+  /// Removes a message for good. UnderWay while it is being sent.
+  AdapterError remove(const std::string& id);
+
+ private:
+  AdapterError look(const std::string& id, SpoolItem& item, std::vector<SpoolEvent>& events) const;
+
+  Spool& spool_;
+  RetrySchedule schedule_;
+};
+
+}  // namespace host::delivery
