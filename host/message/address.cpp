@@ -1,5 +1,7 @@
 #include "host/message/address.h"
 
+#include <algorithm>
+
 #include "host/message/ascii.h"
 #include "host/message/encoded_text.h"
 
@@ -9,7 +11,10 @@ mime::Address splitMailbox(std::string_view text) {
   text = trimmed(text);
   if (!text.ends_with('>')) return {{}, std::string(text)};
   const std::size_t open = text.rfind('<');
-  if (open == std::string_view::npos) return {{}, std::string(text)};
+  const auto isControl = [](char c) { return static_cast<unsigned char>(c) < ' ' && c != '\t'; };
+  if (open == std::string_view::npos || std::any_of(text.begin(), text.end(), isControl)) {
+    return {{}, std::string(text)};
+  }
   std::string_view name = trimmed(text.substr(0, open));
   const std::string_view address = trimmed(text.substr(open + 1, text.size() - open - 2));
   std::string plain;

@@ -9,7 +9,8 @@
 namespace host::message {
 
 /// Splits `Name <address>`, `<address>` or `address`; the name decoded to UTF-8, the address as it
-/// stands. An empty text, or "<>", gives the empty address.
+/// stands. An empty text, or "<>", gives the empty address. A text
+/// that holds control bytes is not split: no part of it is an address.
 mime::Address splitMailbox(std::string_view text);
 
 /// Whether \p address can stand between the brackets of an SMTP command: not empty, no control

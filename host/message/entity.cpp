@@ -88,9 +88,11 @@ bool Entity::addHeader(int position, const char* name, const char* value, const 
     if (composeField({name, value, charset}, lineBreak(), terminated, text) != OVMSGERR::Ok) {
       return false;
     }
-    fields.insert(index, std::make_unique<HeaderField>(*this, std::move(text)));
-    touch();
+    auto field = std::make_unique<HeaderField>(*this, std::move(text));
+    fields.makeRoomFor(1);
     message_->note(Change::Kind::HeaderAdded, name, *this);
+    fields.insert(index, std::move(field));
+    touch();
     return true;
   });
 }

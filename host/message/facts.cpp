@@ -35,48 +35,6 @@ std::optional<std::string> decodedSubject(const Message& message,
   return decodedText(plainUtf8(field->unfoldedValue(), charsets));
 }
 
-std::vector<std::string> decodedFields(const Message& message, std::string_view name) {
-  std::vector<std::string> values;
-  const Entity* root = message.firstEntity();
-  if (root == nullptr) return values;
-  const HeaderBlock& header = root->header();
-  for (std::size_t i = header.indexOf(name); i < header.size(); i = header.indexOf(name, i + 1)) {
-    values.push_back(header.at(i).decodedUtf8());
-  }
-  return values;
-}
-
-std::vector<mime::Address> addressesIn(const Message& message, std::string_view name) {
-  constexpr std::size_t kMostAddresses = 10000;
-  std::vector<mime::Address> all;
-  const Entity* root = message.firstEntity();
-  if (root == nullptr) return all;
-  const HeaderBlock& header = root->header();
-  for (std::size_t i = header.indexOf(name); i < header.size(); i = header.indexOf(name, i + 1)) {
-    for (auto& address :
-         mime::addresses(header.at(i).unfoldedValue(), kMostAddresses - all.size())) {
-      all.push_back(std::move(address));
-    }
-  }
-  return all;
-}
-
-std::vector<Attachment> attachments(const Message& message) {
-  std::vector<Attachment> found;
-  for (const Entity* entity = message.firstEntity(); entity != nullptr; entity = entity->next()) {
-    const OvMsgEntityKind kind = entity->kind();
-    auto name = entity->fileNameText();
-    const bool holdsMessage =
-        kind == OvMsgEntityKind::Message || kind == OvMsgEntityKind::OpaqueMessage;
-    const bool isOtherLeaf =
-        kind == OvMsgEntityKind::Leaf && !entity->contentType().starts_with("text/");
-    if (!name && !holdsMessage && !isOtherLeaf && entity->disposition() != "attachment") continue;
-    if (kind == OvMsgEntityKind::Multipart && !name) continue;
-    found.push_back({entity, name.value_or(""), entity->declaredContentType()});
-  }
-  return found;
-}
-
 bool isBodyText(const Entity& entity) {
   if (entity.kind() != OvMsgEntityKind::Leaf || !entity.contentType().starts_with("text/") ||
       entity.disposition() == "attachment" || entity.fileNameText()) {

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/message/edit_plan.h"
 #include "host/message/header_field.h"
 
 namespace host::message {
@@ -32,7 +33,14 @@ class HeaderBlock {
   std::size_t endPosition() const;
   void insert(std::size_t index, std::unique_ptr<HeaderField> field);
   std::unique_ptr<HeaderField> take(std::size_t index);
-  std::vector<std::unique_ptr<HeaderField>> takeAll() { return std::exchange(fields_, {}); }
+  using Fields = std::vector<std::unique_ptr<HeaderField>>;
+  Fields& fields() { return fields_; }
+  /// Makes room for \p count more fields, so that inserting them cannot fail.
+  void makeRoomFor(std::size_t count) { makeRoom(fields_, count); }
+  template <class Condition>
+  void removeIf(Condition condition) {
+    std::erase_if(fields_, [&](const auto& field) { return condition(*field); });
+  }
   /// \return how many there were.
   std::size_t removeAll(std::string_view name);
 
@@ -43,7 +51,7 @@ class HeaderBlock {
 
  private:
   std::string_view received_;
-  std::vector<std::unique_ptr<HeaderField>> fields_;
+  Fields fields_;
   std::unique_ptr<FileName> fileName_;
 };
 

@@ -53,8 +53,9 @@ HeaderField::HeaderField(Entity& owner, const RawField& field)
   take(field);
 }
 
-HeaderField::HeaderField(Entity& owner, std::string text) : owner_(&owner) {
-  replace(std::move(text));
+HeaderField::HeaderField(Entity& owner, std::string text)
+    : owner_(&owner), present_(std::make_unique<std::string>(std::move(text))) {
+  take(reread(*present_));
 }
 
 HeaderField::~HeaderField() = default;
@@ -62,17 +63,6 @@ HeaderField::~HeaderField() = default;
 void HeaderField::take(const RawField& field) {
   nameLength_ = field.nameLength;
   valueOffset_ = field.valueOffset;
-}
-
-void HeaderField::replace(std::string text) {
-  auto present = std::make_unique<std::string>(std::move(text));
-  present_ = std::move(present);
-  take(reread(*present_));
-}
-
-void HeaderField::restore() {
-  present_.reset();
-  take(reread(received_));
 }
 
 HeaderField::Texts& HeaderField::texts() const {
@@ -209,13 +199,16 @@ int HeaderField::setParameter(const char* name, const char* value) {
 
 void HeaderField::change(bool isReceived, std::string text) {
   if (isReceived ? present_ == nullptr : bytes() == text) return;
+  auto present = isReceived ? nullptr : std::make_unique<std::string>(std::move(text));
   owner_->message().note(Change::Kind::HeaderChanged, std::string(nameView()), *owner_);
-  if (isReceived) {
-    restore();
-  } else {
-    replace(std::move(text));
-  }
+  present_ = std::move(present);
+  take(reread(bytes()));
   owner_->touch();
+}
+
+void HeaderField::takeText(HeaderField& other) {
+  present_ = std::move(other.present_);
+  take(reread(bytes()));
 }
 
 }  // namespace host::message

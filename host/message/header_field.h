@@ -44,6 +44,10 @@ class KAVI_API HeaderField final : public OvMsgHeader {
   /// Whether the bytes are those at \p place in the received message.
   bool isReceivedAt(const char* place) const { return !present_ && received_.data() == place; }
 
+  /// Becomes what \p other is, and leaves that one without a text. Cannot fail.
+  void takeText(HeaderField& other);
+  void setOwner(Entity& owner) { owner_ = &owner; }
+
   /// A received field. \param field  a slice of a buffer that the message keeps.
   HeaderField(Entity& owner, const RawField& field);
   /// A new field. \param text  the whole field, its line break included.
@@ -58,8 +62,6 @@ class KAVI_API HeaderField final : public OvMsgHeader {
   struct Texts;
 
   Texts& texts() const;
-  void replace(std::string text);
-  void restore();
   void take(const RawField& field);
   /// Becomes the received field again, or \p text, and says so to the message.
   void change(bool isReceived, std::string text);

@@ -54,7 +54,7 @@ Entity& Message::newEntity() {
   return entity;
 }
 
-std::string_view Message::keep(std::string&& bytes) {
+std::string_view Message::keep(std::string bytes) {
   buffers_.push_back(Buffer::adopt(std::move(bytes)));
   return buffers_.back()->view();
 }

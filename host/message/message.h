@@ -93,7 +93,7 @@ class KAVI_API Message final : public OvMsgMailMessage {
   /// An entity that is not in the tree yet.
   Entity& newEntity();
   /// Keeps \p bytes alive as long as the message and returns them as a slice.
-  std::string_view keep(std::string&& bytes);
+  std::string_view keep(std::string bytes);
   void keepBuffersOf(const Message& other);
   void readSource();
   void note(Change::Kind kind, std::string what, const Entity& entity);

@@ -43,6 +43,69 @@ std::string asUtf8(const char* text) {
   return result;
 }
 
+/// The library reads a group in a group by recursion. No list of addresses has so many groups that
+/// cutting it would lose one.
+std::string_view withFewGroups(std::string_view value) {
+  constexpr int kMostColons = 200;
+  int colons = 0;
+  for (std::size_t i = 0; i < value.size(); ++i) {
+    if (value[i] == ':' && ++colons > kMostColons) return value.substr(0, i);
+  }
+  return value;
+}
+
+/// The comma that ends the address at \p at. The library is given one after the other: over a list
+/// of malformed ones its time grows with the square of their number.
+std::size_t addressEnd(std::string_view value, std::size_t at) {
+  bool quoted = false;
+  std::size_t comments = 0;
+  bool bracketed = false;
+  for (; at < value.size(); ++at) {
+    const char c = value[at];
+    if (c == '\\') {
+      ++at;
+    } else if (quoted || c == '"') {
+      quoted = quoted != (c == '"');
+    } else if (c == '(') {
+      ++comments;
+    } else if (comments > 0) {
+      if (c == ')') --comments;
+    } else if (c == '<' || c == '>') {
+      bracketed = c == '<';
+    } else if (c == ',' && !bracketed) {
+      return at;
+    }
+  }
+  return value.size();
+}
+
+void appendAddresses(std::string_view text, std::size_t limit, std::vector<Address>& result) {
+  constexpr std::size_t kLongestAddress = 8192;
+  const Held<InternetAddressList> list(
+      internet_address_list_parse(nullptr, asCString(text.substr(0, kLongestAddress)).c_str()));
+  if (list == nullptr) return;
+  // Groups hold lists again; what is still to be read, innermost last.
+  std::vector<std::pair<InternetAddressList*, int>> open{{list.get(), 0}};
+  while (!open.empty() && result.size() < limit) {
+    auto& [members, index] = open.back();
+    if (index >= internet_address_list_length(members)) {
+      open.pop_back();
+      continue;
+    }
+    InternetAddress* entry = internet_address_list_get_address(members, index++);
+    if (INTERNET_ADDRESS_IS_GROUP(entry)) {
+      if (auto* inner = internet_address_group_get_members(INTERNET_ADDRESS_GROUP(entry))) {
+        open.emplace_back(inner, 0);
+      }
+      continue;
+    }
+    const char* address = internet_address_mailbox_get_addr(INTERNET_ADDRESS_MAILBOX(entry));
+    const char* name = internet_address_get_name(entry);
+    result.push_back({name == nullptr ? std::string() : asUtf8(name),
+                      address == nullptr ? std::string() : asUtf8(address)});
+  }
+}
+
 Held<GMimeContentType> readContentType(std::string_view value) {
   initialise();
   return Held<GMimeContentType>(g_mime_content_type_parse(nullptr, asCString(value).c_str()));
@@ -212,28 +275,11 @@ std::optional<std::string> withParameter(std::string_view fieldName, std::string
 std::vector<Address> addresses(std::string_view value, std::size_t limit) {
   initialise();
   std::vector<Address> result;
-  const Held<InternetAddressList> list(
-      internet_address_list_parse(nullptr, asCString(value).c_str()));
-  if (list == nullptr) return result;
-  // Groups hold lists again; what is still to be read, innermost last.
-  std::vector<std::pair<InternetAddressList*, int>> open{{list.get(), 0}};
-  while (!open.empty() && result.size() < limit) {
-    auto& [members, index] = open.back();
-    if (index >= internet_address_list_length(members)) {
-      open.pop_back();
-      continue;
-    }
-    InternetAddress* entry = internet_address_list_get_address(members, index++);
-    if (INTERNET_ADDRESS_IS_GROUP(entry)) {
-      if (auto* inner = internet_address_group_get_members(INTERNET_ADDRESS_GROUP(entry))) {
-        open.emplace_back(inner, 0);
-      }
-      continue;
-    }
-    const char* address = internet_address_mailbox_get_addr(INTERNET_ADDRESS_MAILBOX(entry));
-    const char* name = internet_address_get_name(entry);
-    result.push_back({name == nullptr ? std::string() : asUtf8(name),
-                      address == nullptr ? std::string() : asUtf8(address)});
+  value = value.substr(0, kMaxInterpretedBytes);
+  for (std::size_t at = 0; at < value.size() && result.size() < limit;) {
+    const std::size_t end = addressEnd(value, at);
+    appendAddresses(withFewGroups(value.substr(at, end - at)), limit, result);
+    at = end + 1;
   }
   return result;
 }

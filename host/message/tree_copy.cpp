@@ -15,8 +15,6 @@ namespace {
 /// Looks for lines that are delimiters under some boundary, in bytes that come in pieces.
 class DelimiterSink final : public OvMsgSink {
  public:
-  using Boundaries = std::set<std::string, std::less<>>;
-
   explicit DelimiterSink(const Boundaries& boundaries) : boundaries_(boundaries) {
     for (const std::string& boundary : boundaries) {
       longest_ = std::max(longest_, boundary.size() + 4);
@@ -119,46 +117,16 @@ Entity& TreeEditor::copyNode(const Entity& source) {
   return copy;
 }
 
-void TreeEditor::renewBoundariesIn(Entity& multipart, const Entity& part) {
-  const auto boundaries = boundariesAround(&multipart);
+Boundaries boundariesIn(const Entity& part, const Boundaries& boundaries) {
   DelimiterSink sink(boundaries);
   Renderer(sink).write(part, true);
-  const auto& found = sink.found();
-  if (found.empty()) return;
-  for (Entity* around = &multipart; around != nullptr; around = around->parent_) {
-    if (around->kind_ == OvMsgEntityKind::Multipart && found.count(boundaryOf(*around)) != 0) {
-      renewBoundary(*around);
-    }
-  }
+  return sink.found();
 }
 
-void TreeEditor::renewBoundary(Entity& multipart) {
-  const std::string boundary = newBoundary();
-  const LineBreak lineBreak = multipart.lineBreak();
-  HeaderField* field = multipart.block().find("content-type");
-  field->setParameter("boundary", boundary.c_str());
-  const auto breakBefore = [](std::string_view slice) {
-    return slice.substr(0, slice.find_first_not_of("\r\n"));
-  };
-  for (Entity* part = multipart.firstChild_; part != nullptr; part = part->nextSibling_) {
-    std::string lead(breakBefore(part->lead_));
-    part->lead_ = message_.keep(lead + delimiterLine(boundary, lineBreak));
-    part->touch();
-    part->contentChanged_ = true;
-  }
-  if (!multipart.tail_.empty()) {
-    const std::string_view tail = multipart.tail_;
-    const std::string_view before = breakBefore(tail);
-    const std::size_t lf = tail.find('\n', before.size());
-    std::string renewed(before);
-    renewed.append("--").append(boundary).append("--");
-    if (lf != std::string_view::npos) {
-      renewed.append(lineBreak.text()).append(tail.substr(lf + 1));
-    }
-    multipart.tail_ = message_.keep(std::move(renewed));
-  }
-  multipart.contentChanged_ = true;
-  multipart.touch();
+bool holdsDelimiter(std::string_view bytes, const Boundaries& boundaries) {
+  DelimiterSink sink(boundaries);
+  sink.write(bytes.data(), bytes.size());
+  return !sink.found().empty();
 }
 
 }  // namespace host::message

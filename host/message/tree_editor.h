@@ -7,11 +7,13 @@
 #include <string_view>
 
 #include "host/message/ascii.h"
+#include "host/message/edit_plan.h"
 #include "host/message/entity.h"
 #include "host/message/transfer_encoding.h"
 
 namespace host::message {
 
+class HeaderField;
 class Message;
 
 /// A content to be put into an entity.
@@ -22,8 +24,10 @@ struct NewContent {
   const char* transferEncoding;  ///< null leaves the choice
 };
 
-/// Edits one message. Every operation either succeeds or leaves the tree as it was, and notes what
-/// it changed. Codes are OVMSGERR's.
+using Boundaries = std::set<std::string, std::less<>>;
+
+/// Edits one message. Every operation either succeeds or leaves the tree as it was, also when it
+/// throws, and notes what it changed. Codes are OVMSGERR's.
 class TreeEditor {
  public:
   explicit TreeEditor(Message& message) : message_(message) {}
@@ -39,40 +43,48 @@ class TreeEditor {
   int remove(Entity& entity);
 
  private:
-  int encode(const Entity& place, const NewContent& content, std::string& body,
-             TransferEncoding& encoding) const;
-  void declareContent(Entity& entity, const std::string& contentType,
-                      std::string_view transferEncoding);
-  void setField(Entity& entity, std::string_view name, std::string_view value);
-  /// Puts a multipart/mixed around \p entity, which keeps its content and the fields about it.
-  Entity& wrap(Entity& entity);
-  void splitFields(Entity& entity, Entity& wrapper, const std::string& boundary);
-  void insertPart(Entity& multipart, Entity& part, int position);
-  static std::unique_ptr<HeaderField> typeField(Entity& owner, const std::string& boundary,
-                                                LineBreak lineBreak);
-  static std::string closingLines(const std::string& boundary, const Entity& multipart);
-  /// Gives new boundaries to \p multipart and those around it whose boundary occurs in \p part.
-  void renewBoundariesIn(Entity& multipart, const Entity& part);
-  void renewBoundary(Entity& multipart);
+  int planContent(Entity& entity, const NewContent& content);
+  void planDeclaration(Entity& entity, const NewContent& content, TransferEncoding encoding);
+  void planField(Entity& entity, std::string_view name, std::string_view value);
+
+  /// \p part is not in the tree yet. An entity that is no multipart becomes one.
+  void insert(Entity& entity, Entity& part, int position);
+  void planInsertion(Entity& multipart, Entity& part, int position);
+  void planWrapping(Entity& entity, Entity& part, bool partIsFirst);
+  void planFieldSplit(Entity& entity, Entity& wrapper, const std::string& boundary);
+  /// Gives new boundaries to \p place and those around it of which \p part holds a delimiter.
+  /// \return the boundary that \p place will have.
+  std::string planBoundaries(Entity& place, const Entity& part);
+  std::string planNewBoundary(Entity& multipart);
+  void planBreakBehind(const Entity& entity);
+  void planBreak(Entity& owner, std::string_view& delimiter);
+
   Entity& copyTree(const Entity& source);
   Entity& copyNode(const Entity& source);
-  void detach(Entity& entity);
-  /// Gives the delimiter behind \p entity a line break of its own, where it stood right behind a
-  /// line that now has something between.
-  void ensureBreakBehind(Entity& entity);
-  void giveBreak(Entity& owner, std::string_view& delimiter);
+  static std::string closingLines(const std::string& boundary, LineBreak lineBreak,
+                                  const Entity* parent);
+  std::unique_ptr<HeaderField> newField(Entity& owner, std::string_view name,
+                                        std::string_view value, LineBreak lineBreak) const;
+  void note(Change::Kind kind, const Entity& entity, const Entity& place);
+  void commit();
+
+  static void link(Entity& parent, Entity* previous, Entity& part, Entity* next);
+  static void detach(Entity& entity);
 
   Message& message_;
+  EditPlan plan_;
 };
 
 /// The boundaries of \p entity and of all multiparts around it.
-std::set<std::string, std::less<>> boundariesAround(const Entity* entity);
+Boundaries boundariesAround(const Entity* entity);
+/// Those of \p boundaries of which \p part, written out, holds a delimiter line.
+Boundaries boundariesIn(const Entity& part, const Boundaries& boundaries);
+bool holdsDelimiter(std::string_view bytes, const Boundaries& boundaries);
 
+/// The boundary of \p multipart; empty when it declares none.
+std::string boundaryOf(const Entity& multipart);
 /// A boundary that occurs nowhere else.
 std::string newBoundary();
 std::string delimiterLine(std::string_view boundary, LineBreak lineBreak);
-
-/// Text of the boundary parameter in effect; empty when \p multipart has none.
-std::string boundaryOf(const Entity& multipart);
 
 }  // namespace host::message
