@@ -2,10 +2,6 @@
 // the failure result is given, nothing leaks and nothing is left behind.
 #include <gtest/gtest.h>
 
-#ifdef __SANITIZE_ADDRESS__
-#include <sanitizer/lsan_interface.h>
-#endif
-
 #include <functional>
 #include <map>
 #include <string>
@@ -23,6 +19,12 @@
 #include "tests/fakes/allocator.h"
 #include "tests/fakes/fault_plan.h"
 #include "tests/unit/host/core/temp_folder.h"
+
+#ifdef __SANITIZE_ADDRESS__
+// The leak checker's own switches.
+extern "C" void __lsan_disable();  // NOLINT(bugprone-reserved-identifier)
+extern "C" void __lsan_enable();   // NOLINT(bugprone-reserved-identifier)
+#endif
 
 namespace {
 
