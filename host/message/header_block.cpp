@@ -2,10 +2,24 @@
 
 #include <algorithm>
 
+#include "host/message/ascii.h"
 #include "host/message/entity.h"
 #include "host/message/file_name.h"
 
 namespace host::message {
+
+namespace {
+
+/// A CR that is no part of a CRLF; some readers end a line there, some do not.
+bool hasBareCr(std::string_view bytes) {
+  for (std::size_t cr = bytes.find('\r'); cr != std::string_view::npos;
+       cr = bytes.find('\r', cr + 1)) {
+    if (cr + 1 == bytes.size() || bytes[cr + 1] != '\n') return true;
+  }
+  return false;
+}
+
+}  // namespace
 
 HeaderBlock::HeaderBlock(Entity& owner, std::string_view received, std::size_t maxFields)
     : received_(received) {
@@ -36,8 +50,12 @@ HeaderField* HeaderBlock::find(std::string_view name) const {
 }
 
 std::size_t HeaderBlock::endPosition() const {
-  std::size_t position = fields_.size();
-  while (position > 0 && fields_[position - 1]->nameView().empty()) --position;
+  // A fold without a field in front of it would become the new field's.
+  std::size_t position = !fields_.empty() && isBlank(fields_.front()->bytes().front()) ? 1 : 0;
+  while (position < fields_.size() && !fields_[position]->nameView().empty()) {
+    if (hasBareCr(fields_[position]->bytes())) return position;
+    ++position;
+  }
   return position;
 }
 

@@ -28,8 +28,9 @@ class HeaderBlock {
   /// The index of the first field named \p name at or behind \p from; size() when there is none.
   std::size_t indexOf(std::string_view name, std::size_t from = 0) const;
 
-  /// Where a new field goes when no place is asked for: the end, but before lines at the end that
-  /// are no fields, so that a reader for whom those lines begin the body sees the new field too.
+  /// Where a new field goes when no place is asked for: the end, but before the first line that is
+  /// no field, and before a field with a bare CR in it. Many readers take the body to begin there;
+  /// a field behind it is one that they never see.
   std::size_t endPosition() const;
   void insert(std::size_t index, std::unique_ptr<HeaderField> field);
   std::unique_ptr<HeaderField> take(std::size_t index);

@@ -216,7 +216,12 @@ void Scanner::enterBody(Entity& entity, const Declared& declared) {
     entity.kind_ = OvMsgEntityKind::OpaqueMessage;
   } else if (isReadMessageType(type)) {
     entity.kind_ = OvMsgEntityKind::OpaqueMessage;
-    if (identity && mayDivide(entity)) nestedMessage_ = &entity;
+    if (!identity) {
+      report(DefectKind::EncodedMessage, entity.fields_.data(),
+             "a nested message is encoded: what it holds is not looked at");
+    } else if (mayDivide(entity)) {
+      nestedMessage_ = &entity;
+    }
   }
 }
 

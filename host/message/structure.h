@@ -25,6 +25,7 @@ enum class DefectKind : int {
   UnclosedMultipart,    ///< no closing delimiter
   BareCr,               ///< a CR in a header that ends no line; some readers end one there
   EncodedMultipart,     ///< a multipart under base64 or quoted-printable; read as it stands
+  EncodedMessage,       ///< a nested message under base64 or quoted-printable; not taken apart
   TooDeep,              ///< beyond Limits::maxDepth
   TooManyParts,         ///< beyond Limits::maxParts
   TooManyHeaderFields,  ///< beyond Limits::maxHeaderFields

@@ -110,8 +110,15 @@ TEST(SetHeader, AddsAtTheEndInTheStyleOfTheHeader) {
   EXPECT_EQ(setAndRender("From x\nA: 1\n\nb", "C", "3"), "From x\nA: 1\nC: 3\n\nb");
 }
 
-TEST(SetHeader, PutsANewFieldBeforeTrailingLinesThatAreNoFields) {
+// Many readers take such a line for the begin of the body.
+TEST(SetHeader, PutsANewFieldBeforeTheFirstLineThatIsNoField) {
   EXPECT_EQ(setAndRender("A: 1\nno field\n\nbody", "C", "3"), "A: 1\nC: 3\nno field\n\nbody");
+  EXPECT_EQ(setAndRender("A: 1\nno field\nB: 2\n\nb", "C", "3"), "A: 1\nC: 3\nno field\nB: 2\n\nb");
+}
+
+TEST(SetHeader, PutsANewFieldBeforeABareCr) {
+  EXPECT_EQ(setAndRender("A: 1\rB: 2\r", "C", "3"), "C: 3\r\nA: 1\rB: 2\r");
+  EXPECT_EQ(setAndRender("A: 1\nB: 2\rx\nD: 4\n\nb", "C", "3"), "A: 1\nC: 3\nB: 2\rx\nD: 4\n\nb");
 }
 
 TEST(SetHeader, LeavesEveryOtherByteAlone) {

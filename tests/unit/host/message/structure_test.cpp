@@ -166,6 +166,9 @@ TEST(Structure, ReportsDefects) {
   EXPECT_TRUE(hasDefect(*mail("Content-Type: multipart/mixed; boundary=b\n"
                               "Content-Transfer-Encoding: base64\n\n--b\n\nx\n--b--\n"),
                         DefectKind::EncodedMultipart));
+  EXPECT_TRUE(hasDefect(*mail("Content-Type: message/rfc822\n"
+                              "Content-Transfer-Encoding: base64\n\nU3ViamVjdDogeAo=\n"),
+                        DefectKind::EncodedMessage));
 }
 
 TEST(Structure, DefectListEnds) {
