@@ -1,7 +1,9 @@
 #include "host/delivery/envelope.h"
 
 #include <memory>
+#include <new>
 
+#include "host/message/message.h"
 #include "library/platform/ov_msg_functions.h"
 #include "library/platform/ov_msg_mail_message.h"
 #include "library/platform/ov_msg_session_info.h"
@@ -19,7 +21,12 @@ struct SessionDeleter {
 Envelope readEnvelope(const OvMsgMailMessage& msg) {
   Envelope envelope;
   const std::unique_ptr<OvMsgMailSessionInfo, SessionDeleter> session(msg.sessionInfo());
-  if (session == nullptr) return envelope;
+  if (session == nullptr) {
+    // None, or no memory for it; a message must not lose its recipients over that.
+    const auto* message = dynamic_cast<const message::Message*>(&msg);
+    if (message != nullptr && message->hasEnvelope()) throw std::bad_alloc();
+    return envelope;
+  }
   if (const OvMsgAddress* sender = session->sender()) envelope.sender = sender->address();
   const int count = session->recipientCount();
   for (int index = 0; index < count; ++index) {

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "host/core/atomic_file.h"
-#include "host/core/text_escape.h"
+#include "host/core/guard.h"
 #include "host/delivery/message_file.h"
 #include "library/platform/msgu.h"
 #include "library/platform/ov_msg_mail_message.h"
@@ -234,8 +234,7 @@ class FilingAttempt {
   // behind its commit.
   void takeBack(AdapterError outcome) {
     if (outcome == AdapterError::IndexFailed || outcome == AdapterError::IndexUnavailable) {
-      const store::StoreStatus ignored = filing_.index_.removePath(path_);
-      static_cast<void>(ignored);
+      core::guardedVoid([&] { static_cast<void>(filing_.index_.removePath(path_)); });
     }
     if (filing_.ops_.unlink(folder_.descriptor(), name_) == 0) {
       static_cast<void>(folder_.sync());

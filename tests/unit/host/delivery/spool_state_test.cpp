@@ -1,0 +1,182 @@
+#include "host/delivery/spool_state.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <ctime>
+
+namespace {
+
+using namespace host::delivery;
+using Kind = SpoolEvent::Kind;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+SpoolState stateOf(const std::string& log) { return SpoolState::of(parseSpoolLog(log)); }
+
+TEST(SpoolEvent, IsReadAsItWasWritten) {
+  const SpoolEvent events[] = {
+      {Kind::Attempt, 100, 0, "", 0, false},
+      {Kind::Deferred, 101, 60, "mx:25: refused for now: 450 \"busy\" \\", 161, false},
+      {Kind::Deferred, 101, 53, "lost", 161, true},
+      {Kind::Failed, 102, 63, "caf\xC3\xA9", 0, false},
+      {Kind::Retry, 103, 0, "", 0, false},
+      {Kind::Sent, 104, 0, "", 0, false},
+  };
+  std::string log;
+  for (const SpoolEvent& event : events) log += writeSpoolEvent(event) + "\n";
+  EXPECT_EQ(parseSpoolLog(log), std::vector<SpoolEvent>(std::begin(events), std::end(events)));
+}
+
+TEST(SpoolEvent, LinesThatAreNoneArePassedOver) {
+  const std::string good = writeSpoolEvent({Kind::Attempt, 5, 0, "", 0, false});
+  const std::string lines[] = {
+      "",
+      "{",
+      "null",
+      "[]",
+      "{}",
+      "text",
+      good.substr(0, good.size() - 1),
+      good + "x",
+      R"({"event": "other", "at": 1})",
+      R"({"event": 1})",
+      R"({"event": ["attempt"]})",
+      R"({"event": "attempt", "deep": {"event": "sent"}})",
+      std::string(100'000, '['),
+      "{\"event\": \"attempt\", \"text\": \"" + std::string(20'000, 'x') + "\"}"};
+  for (const std::string& line : lines) {
+    EXPECT_THAT(parseSpoolLog(line), IsEmpty()) << line.substr(0, 80);
+    // One that was cut off gets its line break from whoever writes next.
+    EXPECT_EQ(parseSpoolLog(line + "\n" + good + "\n").size(), 1u) << line.substr(0, 80);
+  }
+}
+
+TEST(SpoolState, CountsAttempts) {
+  const SpoolState state = stateOf(R"({"at": 1, "event": "attempt"}
+{"at": 2, "event": "deferred", "code": 60, "text": "busy", "due": 62}
+{"at": 62, "event": "attempt"}
+{"at": 63, "event": "deferred", "code": 54, "text": "late", "due": 183}
+)");
+  EXPECT_EQ(state.attempts, 2u);
+  EXPECT_EQ(state.recentAttempts, 2u);
+  EXPECT_EQ(state.due, 183);
+  EXPECT_EQ(state.code, 54u);
+  EXPECT_EQ(state.text, "late");
+  EXPECT_FALSE(state.failed);
+  EXPECT_FALSE(state.isPossiblyDoubled());
+}
+
+TEST(SpoolState, FailsAndIsRetried) {
+  std::string log = R"({"at": 1, "event": "attempt"}
+{"at": 2, "event": "failed", "code": 61, "text": "no"}
+)";
+  EXPECT_TRUE(stateOf(log).failed);
+  log += R"({"at": 50, "event": "retry"})";
+  const SpoolState state = stateOf(log);
+  EXPECT_FALSE(state.failed);
+  EXPECT_EQ(state.due, 50);
+  EXPECT_EQ(state.attempts, 1u);
+  EXPECT_EQ(state.recentAttempts, 0u);
+  EXPECT_EQ(state.text, "no");
+}
+
+TEST(SpoolState, RemembersThatAMessageMayBeDoubled) {
+  const std::string attempt = "{\"at\": 1, \"event\": \"attempt\"}\n";
+  const std::string deferred = "{\"at\": 2, \"event\": \"deferred\"}\n";
+  const std::string unsure = "{\"at\": 2, \"event\": \"deferred\", \"uncertain\": 1}\n";
+  EXPECT_FALSE(stateOf("").isPossiblyDoubled());
+  EXPECT_TRUE(stateOf(attempt).isPossiblyDoubled());
+  EXPECT_FALSE(stateOf(attempt + deferred).isPossiblyDoubled());
+  EXPECT_TRUE(stateOf(attempt + unsure).isPossiblyDoubled());
+  EXPECT_TRUE(stateOf(attempt + unsure + attempt + deferred).isPossiblyDoubled());
+  EXPECT_TRUE(stateOf(attempt + attempt + deferred).isPossiblyDoubled());
+  // The line that says how it ended was cut off.
+  EXPECT_TRUE(stateOf(attempt + deferred.substr(0, 20)).isPossiblyDoubled());
+}
+
+TEST(RetrySchedule, PausesGrow) {
+  const RetrySchedule schedule{60, 3600, 1000};
+  std::vector<std::int64_t> pauses;
+  for (unsigned int attempt = 1; attempt <= 9; ++attempt) {
+    pauses.push_back(schedule.pauseAfter(attempt));
+  }
+  EXPECT_THAT(pauses, ElementsAre(60, 120, 240, 480, 960, 1920, 3600, 3600, 3600));
+  EXPECT_EQ(schedule.pauseAfter(4'000'000'000u), 3600);
+  EXPECT_EQ((RetrySchedule{100, 10, 0}.pauseAfter(1)), 10);
+}
+
+TEST(DueTime, FollowsTheLog) {
+  const RetrySchedule schedule{60, 3600, 1000};
+  SpoolEntry entry;
+  entry.queuedAt = 1000;
+  entry.window = kAnyTime;
+  EXPECT_EQ(dueTime(entry, {}, schedule), 1000);
+  SpoolState state;
+  state.due = 2000;
+  EXPECT_EQ(dueTime(entry, state, schedule), 2000);
+  // Cut off in the middle of its second attempt.
+  state.open = true;
+  state.lastAttempt = 2500;
+  state.recentAttempts = 2;
+  EXPECT_EQ(dueTime(entry, state, schedule), 2620);
+}
+
+class NextOpening : public ::testing::Test {
+ protected:
+  void SetUp() override { setZone("UTC"); }
+  void TearDown() override { setZone(nullptr); }
+  static void setZone(const char* zone) {
+    if (zone != nullptr) {
+      ::setenv("TZ", zone, 1);
+    } else {
+      ::unsetenv("TZ");
+    }
+    ::tzset();
+  }
+  static std::int64_t at(const char* text) {
+    std::tm parts{};
+    ::strptime(text, "%Y-%m-%d %H:%M:%S", &parts);
+    parts.tm_isdst = -1;
+    return std::mktime(&parts);
+  }
+};
+
+TEST_F(NextOpening, IsNowOrTheNextBegin) {
+  const TimeWindow day{8, 30, 23, 59};
+  EXPECT_EQ(nextOpening(day, at("2024-03-05 07:00:01")), at("2024-03-05 08:30:00"));
+  EXPECT_EQ(nextOpening(day, at("2024-03-05 08:29:59")), at("2024-03-05 08:30:00"));
+  EXPECT_EQ(nextOpening(day, at("2024-03-05 08:30:00")), at("2024-03-05 08:30:00"));
+  EXPECT_EQ(nextOpening(day, at("2024-03-05 23:59:59")), at("2024-03-05 23:59:59"));
+  const TimeWindow morning{8, 30, 9, 0};
+  EXPECT_EQ(nextOpening(morning, at("2024-02-29 09:01:00")), at("2024-03-01 08:30:00"));
+  EXPECT_EQ(nextOpening(morning, at("2024-12-31 12:00:00")), at("2025-01-01 08:30:00"));
+}
+
+TEST_F(NextOpening, ReachesOverMidnight) {
+  const TimeWindow night{22, 0, 5, 0};
+  EXPECT_EQ(nextOpening(night, at("2024-03-05 23:00:00")), at("2024-03-05 23:00:00"));
+  EXPECT_EQ(nextOpening(night, at("2024-03-05 04:00:00")), at("2024-03-05 04:00:00"));
+  EXPECT_EQ(nextOpening(night, at("2024-03-05 05:01:00")), at("2024-03-05 22:00:00"));
+}
+
+TEST_F(NextOpening, AnyTimeIsAlwaysOpen) {
+  for (std::int64_t time = 0; time < 2 * 86'400; time += 601) {
+    EXPECT_EQ(nextOpening(kAnyTime, time), time);
+  }
+}
+
+TEST_F(NextOpening, KnowsWhenClocksChange) {
+  setZone("CET-1CEST,M3.5.0,M10.5.0/3");
+  const TimeWindow early{2, 30, 2, 40};
+  // That time of the day does not exist when summer time begins: the next moment will do.
+  const std::int64_t evening = at("2024-03-30 20:00:00");
+  const std::int64_t opening = nextOpening(early, evening);
+  EXPECT_GT(opening, evening);
+  EXPECT_LE(opening, at("2024-03-31 04:00:00"));
+  const TimeWindow morning{8, 0, 9, 0};
+  EXPECT_EQ(nextOpening(morning, evening), at("2024-03-31 08:00:00"));
+}
+
+}  // namespace
