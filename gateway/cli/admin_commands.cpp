@@ -83,7 +83,7 @@ void printFindings(const policy::Diagnostics& diagnostics, std::size_t rules, bo
 
 int policyCheckCommand(const std::string& path, bool json) {
   const std::unique_ptr<Startup> startup = Startup::begin({});
-  if (startup == nullptr) return kUsage;
+  if (startup == nullptr) return ExitUsage;
   policy::Diagnostics diagnostics(path);
   const auto loaded = policy::loadPolicyFile(path, diagnostics);
   const bool usable =
@@ -102,7 +102,7 @@ int policyCheckCommand(const std::string& path, bool json) {
   } else {
     printFindings(diagnostics, rules, usable);
   }
-  return usable ? kDone : kUsage;
+  return usable ? ExitDone : ExitUsage;
 }
 
 int actionsCommand(bool json) {
@@ -128,7 +128,7 @@ int actionsCommand(bool json) {
     }
   }
   if (json) printJson(list);
-  return kDone;
+  return ExitDone;
 }
 
 int tokensCommand(bool json) {
@@ -143,17 +143,17 @@ int tokensCommand(bool json) {
     }
   }
   if (json) printJson(list);
-  return kDone;
+  return ExitDone;
 }
 
 int settingEncodeCommand(const std::string& action, const std::string* value, bool json) {
   const std::unique_ptr<Startup> startup = Startup::begin({});
   const ActionSpec* spec = startup != nullptr ? requireAction(action) : nullptr;
-  if (spec == nullptr) return kUsage;
+  if (spec == nullptr) return ExitUsage;
   const std::string called = "action '" + std::string(spec->name) + "' ";
   if (spec->takesValue() && value == nullptr) {
     complain(called + "needs a value (" + std::string(spec->value) + ")");
-    return kUsage;
+    return ExitUsage;
   }
   policy::Node node;
   if (value != nullptr) {
@@ -163,23 +163,23 @@ int settingEncodeCommand(const std::string& action, const std::string* value, bo
   std::string setting;
   const bool encoded = spec->encode(
       node, setting, [&](int, const std::string& message) { complain(called + message); });
-  if (!encoded) return kUsage;
+  if (!encoded) return ExitUsage;
   printSetting(*spec, value != nullptr ? *value : std::string(), setting, setting, json);
-  return kDone;
+  return ExitDone;
 }
 
 int settingDecodeCommand(const std::string& action, const std::string& setting, bool json) {
   const std::unique_ptr<Startup> startup = Startup::begin({});
   const ActionSpec* spec = startup != nullptr ? requireAction(action) : nullptr;
-  if (spec == nullptr) return kUsage;
+  if (spec == nullptr) return ExitUsage;
   std::string value;
   if (!spec->decode(setting, value)) {
     complain("action '" + std::string(spec->name) + "' refuses the setting " +
              policy::inQuotes(setting));
-    return kUsage;
+    return ExitUsage;
   }
   printSetting(*spec, value, setting, host::core::printable(value), json);
-  return kDone;
+  return ExitDone;
 }
 
 }  // namespace gateway::cli

@@ -129,11 +129,11 @@ int main(int argc, char** argv) {
       app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
       // Help and version are no errors; every other way to end here is one of usage.
-      return app.exit(error) == 0 ? kDone : kUsage;
+      return app.exit(error) == 0 ? ExitDone : ExitUsage;
     }
     return dispatch(app, arguments);
   } catch (const std::exception& fault) {
     std::fprintf(stderr, "kavi: %s\n", fault.what());
-    return kFailed;
+    return ExitFailed;
   }
 }

@@ -104,9 +104,9 @@ class Reporter {
     }
     if (std::fflush(stdout) != 0) {
       complain("standard output cannot be written");
-      return kFailed;
+      return ExitFailed;
     }
-    return summary_.failed() || failed_ ? kFailed : kDone;
+    return summary_.failed() || failed_ ? ExitFailed : ExitDone;
   }
 
  private:
@@ -180,11 +180,11 @@ bool readAddresses(const RunOptions& options, JobSettings& settings) {
 
 int runCommand(const RunOptions& options) {
   JobSettings settings;
-  if (!readAddresses(options, settings)) return kUsage;
+  if (!readAddresses(options, settings)) return ExitUsage;
   const std::unique_ptr<Startup> startup = Startup::begin(options.config);
-  if (startup == nullptr) return kUsage;
+  if (startup == nullptr) return ExitUsage;
   settings.policy = loadSnapshot(options.policy);
-  if (settings.policy == nullptr) return kUsage;
+  if (settings.policy == nullptr) return ExitUsage;
   settings.log = &startup->log();
   settings.logLevel = options.verbose ? 3 : 2;
   settings.hostName = hostName();
@@ -196,7 +196,7 @@ int runCommand(const RunOptions& options) {
     if (const std::string path = out->inputInTheWay(); !path.empty()) {
       complain("the result would replace the input " + host::core::printable(path) +
                " (choose another --out folder)");
-      return kUsage;
+      return ExitUsage;
     }
     settings.out = &*out;
   }

@@ -232,6 +232,36 @@ void checkBytes(std::string_view text) {
   }
 }
 
+struct YamlRemedy {
+  std::string_view fault;  ///< part of the parser's own text
+  std::string_view remedy;
+};
+
+/// What usually lies behind a fault that the parser finds.
+constexpr YamlRemedy kRemedies[] = {
+    {"anchor", "put a text that begins with '*' or '&' in quotes"},
+    {"alias", "put a text that begins with '*' or '&' in quotes"},
+    {"unknown escape", "double the backslash, or put the text in single quotes"},
+    {"EOF in scalar", "close the quotation mark"},
+    {"flow", "close each bracket that is opened, and none else"},
+    {"map value", "put a text with ': ' in quotes, and check the indentation"},
+    {"map key", "put a text with ': ' in quotes, and check the indentation"},
+    {"end of map", "put a text with ': ' or quotation marks in quotes, and check the indentation"},
+    {"unknown token", "put a text that begins with a special character in quotes"},
+    {"tab", "indent with blanks, not tabs"},
+    {"block entry", "indent with blanks, not tabs"},
+};
+
+std::string withRemedy(const std::string& fault) {
+  std::string_view remedy = "check indentation, brackets and quotation marks";
+  for (const YamlRemedy& row : kRemedies) {
+    if (fault.find(row.fault) == std::string::npos) continue;
+    remedy = row.remedy;
+    break;
+  }
+  return "not YAML: " + fault + " (" + std::string(remedy) + ")";
+}
+
 /// The SAX side of JSON: the same tree.
 class JsonHandler : public nlohmann::json_sax<nlohmann::json> {
  public:
@@ -291,7 +321,7 @@ std::unique_ptr<Document> readYaml(std::string_view text, Diagnostics& diagnosti
   } catch (const Refused& refused) {
     diagnostics.error(refused.line, "", refused.message);
   } catch (const YAML::Exception& fault) {
-    diagnostics.error(fault.mark.line + 1, "", "not YAML: " + fault.msg);
+    diagnostics.error(fault.mark.line + 1, "", withRemedy(fault.msg));
   }
   return nullptr;
 }

@@ -51,9 +51,20 @@ TEST(YamlReader, EmptyTextHasNoRoot) {
   EXPECT_EQ(reading.document->root(), nullptr);
 }
 
-TEST(YamlReader, NamesTheLineOfASyntaxError) {
-  EXPECT_THAT(read("a: 1\nb: [1, 2\nc: 3\n").faults, ElementsAre(StartsWith("p:3: not YAML: ")));
+TEST(YamlReader, NamesLineAndRemedyOfASyntaxError) {
+  EXPECT_THAT(read("a: 1\nb: [1, 2\nc: 3\n").faults,
+              ElementsAre("p:3: not YAML: end of sequence flow not found (close each bracket that "
+                          "is opened, and none else)"));
   EXPECT_THAT(read("a: 1\n\tb: 2\n").faults, ElementsAre(StartsWith("p:2: not YAML: ")));
+  EXPECT_THAT(read("a: 1\nb: [*.exe]\n").faults,
+              ElementsAre("p:2: not YAML: the referenced anchor is not defined (put a text that "
+                          "begins with '*' or '&' in quotes)"));
+  EXPECT_THAT(read("a: \"\\d\"\n").faults,
+              ElementsAre("p:1: not YAML: unknown escape character: d (double the backslash, or "
+                          "put the text in single quotes)"));
+  EXPECT_THAT(read("a: X-Flag: yes\n").faults,
+              ElementsAre("p:1: not YAML: illegal map value (put a text with ': ' in quotes, and "
+                          "check the indentation)"));
 }
 
 TEST(YamlReader, ReportsKeysThatStandTwice) {
