@@ -1,10 +1,12 @@
 // A message for adapters: bytes, an id and an envelope.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "host/message/message.h"
 #include "library/platform/ov_msg_mail_message.h"
 
 namespace testing_host {
@@ -39,9 +41,7 @@ class PlainMessage final : public OvMsgMailMessage {
  private:
   std::string bytes_;
   std::string id_ = "0123456789abcdef";
-  bool hasEnvelope_ = false;
-  std::optional<std::string> sender_;
-  std::vector<std::string> recipients_;
+  std::unique_ptr<host::message::Message> envelope_;  ///< holds it, if there is one
   std::optional<std::size_t> failAt_;
   std::optional<std::size_t> claimedSize_;
 };
