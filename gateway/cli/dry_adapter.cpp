@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "library/platform/ov_msg_mail_message.h"
+#include "library/actions/disposition/quarantine.h"
 
 namespace gateway::cli {
 
@@ -27,7 +27,9 @@ int DryAdapter::handoffMessage(unsigned int& error, OvMsgMailMessage*, const cha
 
 int DryAdapter::quarantineMessage(unsigned int& error, OvMsgMailMessage* msg, const char*,
                                   const char*, char (&path)[kQuarantinePathSize]) {
-  std::snprintf(path, sizeof path, "dry-run/quarantine/%s", msg != nullptr ? msg->id() : "");
+  std::string filed;
+  ActQuarantine::_genQuarantinePath(filed, msg);
+  std::snprintf(path, sizeof path, "%s", filed.c_str());
   return note(error, "quarantine");
 }
 

@@ -18,7 +18,7 @@ class DryAdapter final : public OvIsAdapter {
                       unsigned char toMinute) override;
   int handoffMessage(unsigned int& error, OvMsgMailMessage* msg, const char* host,
                      int port) override;
-  /// The path is that of a folder that does not exist.
+  /// The path is that under which a gateway would file the message; nothing is there.
   int quarantineMessage(unsigned int& error, OvMsgMailMessage* msg, const char* reserved,
                         const char* directory, char (&path)[kQuarantinePathSize]) override;
   int archiveMessage(unsigned int& error, OvMsgMailMessage* msg, const char* reserved,

@@ -44,8 +44,6 @@ const char* wordOf(Verdict verdict) {
 }
 
 ordered_json toJson(const ActionReport& action) {
-  std::string value;
-  action.spec->decode(action.setting, value);
   ordered_json changes = ordered_json::array();
   for (const Change& change : action.changes) {
     changes.push_back(
@@ -55,7 +53,7 @@ ordered_json toJson(const ActionReport& action) {
   for (const auto& line : action.log) log.push_back({{"level", line.level}, {"text", line.text}});
   ordered_json json = {{"action", action.spec->name},
                        {"code", static_cast<int>(action.spec->type)},
-                       {"value", value},
+                       {"value", action.value},
                        {"setting", action.setting},
                        {"result", action.result},
                        {"flag", action.flag},

@@ -120,10 +120,8 @@ class TextReport {
   }
 
   void writeAction(const ActionReport& action) {
-    std::string value;
-    action.spec->decode(action.setting, value);
     std::string called = std::string(action.spec->name);
-    if (!value.empty()) called += ": " + printable(value);
+    if (!action.value.empty()) called += ": " + printable(action.value);
     std::string text = std::string(11, ' ') + padded(called, 28) + " ";
     if (!action.result) {
       text += style_.bad("failed");

@@ -1,6 +1,7 @@
 #include "gateway/cli/startup.h"
 
 #include <cstdio>
+#include <utility>
 
 #include "library/framework/init_action_lib.h"
 
@@ -21,6 +22,21 @@ host::core::LogOptions logOptions(host::core::IniSettings& settings) {
   return options;
 }
 
+/// Where an installed gateway files mail. A run that only shows what would happen has to name a
+/// folder too, or %QUARANTINE_PATH% would stand for nothing.
+constexpr std::pair<const char*, const char*> kFolders[] = {
+    {"queue_quarantine", "/var/spool/kavi/quarantine"},
+    {"queue_archive", "/var/spool/kavi/archive"}};
+
+void setMissingFolders(host::core::IniSettings& settings) {
+  for (const auto& [key, folder] : kFolders) {
+    std::string value;
+    if (settings.getString(key, value, "general", 0) != 0 || value.empty()) {
+      settings.override("general", key, folder);
+    }
+  }
+}
+
 }  // namespace
 
 std::unique_ptr<Startup> Startup::begin(const std::string& configPath) {
@@ -30,6 +46,7 @@ std::unique_ptr<Startup> Startup::begin(const std::string& configPath) {
     std::fprintf(stderr, "%s\n", error.c_str());
     return nullptr;
   }
+  setMissingFolders(startup->settings_);
   startup->log_ = std::make_unique<host::core::ProcessLog>(logOptions(startup->settings_));
   InitActionLib(startup->settings_, *startup->log_);
   return startup;

@@ -5,6 +5,7 @@
 #include <optional>
 #include <utility>
 
+#include "gateway/engine/records.h"
 #include "gateway/engine/tokens.h"
 #include "gateway/scan/message_facts.h"
 #include "library/framework/kavi_action.h"
@@ -45,7 +46,11 @@ class Run {
  public:
   Run(host::message::Message& message, const Snapshot& policy, const Surroundings& surroundings,
       Outcome& outcome)
-      : message_(message), policy_(policy), surroundings_(surroundings), outcome_(outcome) {}
+      : message_(message),
+        policy_(policy),
+        surroundings_(surroundings),
+        outcome_(outcome),
+        records_(policy) {}
 
   void run() {
     const scan::MessageFacts facts(message_);
@@ -82,12 +87,13 @@ class Run {
 
   void runRule(const Snapshot::Rule& rule, RuleReport& report) {
     fillRuleTokens(tokens_, rule, report.attachments);
+    records_.addFor(rule);
     std::vector<std::unique_ptr<KaviAction>> actions;
     for (const Snapshot::Action& action : rule.actions) {
       actions.push_back(action.spec->build(action.setting));
     }
     for (const std::unique_ptr<KaviAction>& action : actions) {
-      if (action != nullptr) action->fillInTokenMap(tokens_, namedObjects_);
+      if (action != nullptr) action->fillInTokenMap(tokens_, records_.manager());
     }
     for (std::size_t i = 0; i < actions.size() && !failed_; ++i) {
       runAction(rule.actions[i], actions[i].get(), report.actions.emplace_back());
@@ -97,6 +103,7 @@ class Run {
   void runAction(const Snapshot::Action& entry, KaviAction* action, ActionReport& report) {
     report.spec = entry.spec;
     report.setting = entry.setting;
+    report.value = valueOf(entry);
     report.bytesBefore = message_.renderedSize();
     const std::size_t changesBefore = message_.changes().size();
     const Lines lines(surroundings_);
@@ -121,7 +128,7 @@ class Run {
     const host::message::Message* original =
         action.requiresOriginalMsg() ? &std::as_const(message_).received() : nullptr;
     report.result = action.takeAction(&message_, original, report.flag, tokens_,
-                                      surroundings_.adapter, namedObjects_);
+                                      surroundings_.adapter, records_.manager());
   }
 
   Verdict verdict() const {
@@ -135,7 +142,7 @@ class Run {
   const Surroundings& surroundings_;
   Outcome& outcome_;
   Tokens tokens_;
-  NamedObjMgrForScanner namedObjects_;
+  Records records_;
   bool failed_ = false;
 };
 

@@ -24,6 +24,7 @@ enum class Verdict { Unchanged, Changed, Disposed, Failed };
 struct ActionReport {
   const policy::ActionSpec* spec = nullptr;  ///< never null
   std::string setting;
+  std::string value;      ///< as in a policy; empty for none
   bool result = false;    ///< the action succeeded
   bool flag = false;      ///< its own flag after the run
   bool disposed = false;  ///< both: it took the message out of the stream

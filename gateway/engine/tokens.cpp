@@ -41,9 +41,14 @@ void fillRuleTokens(Tokens& tokens, const policy::Snapshot::Rule& rule,
   tokens.set(ScanToken::FileName, joined(attachments, '\n'));
 }
 
+std::string valueOf(const policy::Snapshot::Action& action) {
+  std::string value = action.value;
+  if (value.empty()) action.spec->decode(action.setting, value);
+  return value;
+}
+
 void noteAction(Tokens& tokens, const policy::Snapshot::Action& action) {
-  std::string detail;
-  action.spec->decode(action.setting, detail);
+  const std::string detail = valueOf(action);
   for (const ScanToken token : {ScanToken::RawActions, ScanToken::RawTotalActions}) {
     std::string list = tokens.valueOrEmpty(token);
     host::core::appendTakenAction(list, {action.spec->type, detail});

@@ -25,6 +25,9 @@ void fillMessageTokens(Tokens& tokens, const host::message::Message& message,
 void fillRuleTokens(Tokens& tokens, const policy::Snapshot::Rule& rule,
                     const std::vector<std::string>& attachments);
 
+/// The value of \p action as in a policy.
+std::string valueOf(const policy::Snapshot::Action& action);
+
 /// Records that \p action has succeeded.
 void noteAction(Tokens& tokens, const policy::Snapshot::Action& action);
 

@@ -2,11 +2,17 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <limits>
 
+#include "gateway/policy/delivery_codecs.h"
+#include "gateway/policy/settings_object.h"
 #include "gateway/policy/suggest.h"
+#include "library/actions/disposition/archive.h"
 #include "library/actions/disposition/delete.h"
+#include "library/actions/disposition/encryption.h"
+#include "library/actions/disposition/handoff.h"
 #include "library/actions/disposition/postpone.h"
+#include "library/actions/disposition/quarantine.h"
+#include "library/actions/disposition/readdress.h"
 #include "library/actions/disposition/virus_clean.h"
 #include "library/actions/modification/x_header.h"
 
@@ -16,13 +22,6 @@ namespace {
 template <class Action>
 std::unique_ptr<KaviAction> make() {
   return std::make_unique<Action>();
-}
-
-bool constructFrom(KaviAction& object, const std::string& setting) {
-  // A settings string travels as a C string: what stands behind a NUL would be lost.
-  if (setting.find('\0') != std::string::npos) return false;
-  if (setting.size() > std::numeric_limits<unsigned int>::max()) return false;
-  return object.construct(setting.c_str(), static_cast<unsigned int>(setting.size()));
 }
 
 // --- Actions without settings ---
@@ -39,9 +38,8 @@ bool encodeNothing(const Node& value, std::string& setting, const FaultSink& fau
 
 template <class Settings>
 bool decodeNothing(const std::string& setting, std::string& value) {
-  Settings settings;
   value.clear();
-  return setting.empty() && constructFrom(settings, setting);
+  return setting == Settings().serialize();
 }
 
 // --- postpone ---
@@ -161,6 +159,30 @@ std::string doubtXHeader(const std::string& setting) {
 }
 
 const ActionSpec kActions[] = {
+    {.name = "archive",
+     .type = KaviAction::Archive,
+     .disposes = false,
+     .doesNothing = false,
+     .changesMessage = false,
+     .value = "AREA",
+     .example = "archive: journal",
+     .summary = "Keeps a copy in an archive area; the message goes on.",
+     .make = make<ActArchive>,
+     .encode = encodeArea,
+     .decode = decodeArea,
+     .objectType = KaviNamedObj::ArchiveAreaType},
+    {.name = "bcc",
+     .type = KaviAction::Bcc,
+     .disposes = false,
+     .doesNothing = false,
+     .changesMessage = true,
+     .value = "ADDRESSES",
+     .example = "bcc: [audit@example.org]",
+     .summary = "Adds recipients whom nobody sees.",
+     .make = make<ActBcc>,
+     .encode = encodeBcc,
+     .decode = decodeRecipients,
+     .doubt = doubtRecipients},
     {.name = "delete",
      .type = KaviAction::Delete,
      .disposes = true,
@@ -172,6 +194,50 @@ const ActionSpec kActions[] = {
      .make = make<ActDelete>,
      .encode = encodeNothing<uiDelete>,
      .decode = decodeNothing<uiDelete>},
+    {.name = "handoff",
+     .type = KaviAction::Handoff,
+     .disposes = true,
+     .doesNothing = false,
+     .changesMessage = false,
+     .value = "HOST:PORT",
+     .example = "handoff: \"mail.example.org:25\"",
+     .summary = "Passes the message to another mail host.",
+     .make = make<ActHandoff>,
+     .encode = encodeHandoff,
+     .decode = decodeHandoff},
+    {.name = "ibe_decrypt",
+     .type = KaviAction::IBEDecrypt,
+     .disposes = false,
+     .doesNothing = true,
+     .changesMessage = false,
+     .value = "",
+     .example = "ibe_decrypt",
+     .summary = "Does nothing; kept for policies that name it.",
+     .make = make<ActIBEDecrypt>,
+     .encode = encodeNothing<ActIBEDecrypt>,
+     .decode = decodeNothing<ActIBEDecrypt>},
+    {.name = "ibe_encrypt",
+     .type = KaviAction::IBEEncrypt,
+     .disposes = false,
+     .doesNothing = true,
+     .changesMessage = false,
+     .value = "",
+     .example = "ibe_encrypt",
+     .summary = "Does nothing; kept for policies that name it.",
+     .make = make<ActIBEEncrypt>,
+     .encode = encodeNothing<uiIBEEncrypt>,
+     .decode = decodeNothing<uiIBEEncrypt>},
+    {.name = "ibe_reencrypt",
+     .type = KaviAction::IBEReEncrypt,
+     .disposes = false,
+     .doesNothing = true,
+     .changesMessage = false,
+     .value = "",
+     .example = "ibe_reencrypt",
+     .summary = "Does nothing; kept for policies that name it.",
+     .make = make<ActIBEReEncrypt>,
+     .encode = encodeNothing<uiIBEEncrypt>,
+     .decode = decodeNothing<uiIBEEncrypt>},
     {.name = "postpone",
      .type = KaviAction::Postpone,
      .disposes = true,
@@ -183,6 +249,30 @@ const ActionSpec kActions[] = {
      .make = make<ActPostpone>,
      .encode = encodePostpone,
      .decode = decodePostpone},
+    {.name = "quarantine",
+     .type = KaviAction::Quarantine,
+     .disposes = true,
+     .doesNothing = false,
+     .changesMessage = false,
+     .value = "AREA",
+     .example = "quarantine: virus",
+     .summary = "Files the message in a quarantine area instead of delivering it.",
+     .make = make<ActQuarantine>,
+     .encode = encodeArea,
+     .decode = decodeArea,
+     .objectType = KaviNamedObj::QuarantineAreaType},
+    {.name = "readdress",
+     .type = KaviAction::Readdress,
+     .disposes = true,
+     .doesNothing = false,
+     .changesMessage = false,
+     .value = "ADDRESSES",
+     .example = "readdress: [postmaster@example.org]",
+     .summary = "Sends the message to other recipients, through scanning again.",
+     .make = make<ActReaddress>,
+     .encode = encodeReaddress,
+     .decode = decodeRecipients,
+     .doubt = doubtRecipients},
     {.name = "virus_clean",
      .type = KaviAction::VirusClean,
      .disposes = false,
@@ -214,6 +304,12 @@ std::unique_ptr<KaviAction> ActionSpec::build(const std::string& setting) const 
   std::unique_ptr<KaviAction> action = make();
   if (action == nullptr || !constructFrom(*action, setting)) return nullptr;
   return action;
+}
+
+std::vector<unsigned int> ActionSpec::objectIds(const std::string& setting) const {
+  std::vector<unsigned int> ids;
+  if (objectType != 0) make()->getNamedObjectIds(setting, ids);
+  return ids;
 }
 
 std::span<const ActionSpec> allActions() { return kActions; }

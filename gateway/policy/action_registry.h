@@ -33,9 +33,14 @@ struct ActionSpec {
   bool (*decode)(const std::string& setting, std::string& value);
   /// What an administrator may not have meant by \p setting; empty when nothing. May be null.
   std::string (*doubt)(const std::string& setting) = nullptr;
+  /// The kind of named object that the value names (KaviNamedObj); 0 for none. `encode` and
+  /// `decode` then deal in ids.
+  unsigned int objectType = 0;
 
   /// A scanner-side object built from \p setting; null when its `construct` refuses that.
   std::unique_ptr<KaviAction> build(const std::string& setting) const;
+  /// The ids of the named objects that \p setting refers to.
+  std::vector<unsigned int> objectIds(const std::string& setting) const;
   bool takesValue() const { return !value.empty(); }
 };
 

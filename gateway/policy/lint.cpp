@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -26,6 +27,7 @@ class Linter {
     }
     for (std::size_t i = 0; i < rows_.rules.size(); ++i) lintRule(i);
     for (std::size_t i = 0; i < rows_.objects.size(); ++i) {
+      if (used_.count(rows_.objects[i].id) != 0) continue;
       diagnostics_.warning(lines_.ofObject(i), "",
                            "no rule refers to " + inQuotes(rows_.objects[i].name) +
                                " (remove it, or leave it for later)");
@@ -76,6 +78,7 @@ class Linter {
     for (std::size_t i = 0; i < rule.actions.size(); ++i) {
       const ActionSpec* spec = findAction(rule.actions[i].type);
       if (spec == nullptr) continue;
+      for (const unsigned int id : spec->objectIds(rule.actions[i].setting)) used_.insert(id);
       const std::string called = "action '" + std::string(spec->name) + "'";
       const int line = lines_.ofAction(index, i);
       if (spec->doesNothing) warn(line, called + " does nothing (remove it)");
@@ -130,6 +133,7 @@ class Linter {
   std::string place_;
   std::string endOfAll_;  ///< the rule that takes every message, once there is one
   std::unordered_map<std::string, unsigned int> names_;
+  std::unordered_set<unsigned int> used_;  ///< ids of the objects that actions refer to
 };
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <unordered_map>
 #include <utility>
@@ -15,6 +16,7 @@
 
 #include "gateway/policy/action_registry.h"
 #include "gateway/policy/condition.h"
+#include "gateway/policy/named_objects.h"
 #include "gateway/policy/suggest.h"
 #include "gateway/policy/yaml_reader.h"
 
@@ -22,25 +24,6 @@ namespace gateway::policy {
 namespace {
 
 constexpr std::size_t kMaxNameLength = 255;
-
-/// A kind of named object: the list that declares its objects, and the fields of each besides the
-/// name.
-struct ObjectKind {
-  std::string_view key;
-  unsigned int type;
-  std::string_view example;
-  std::vector<std::string_view> numbers;  ///< optional fields, whole numbers
-};
-
-const std::vector<ObjectKind>& objectKinds() {
-  static const std::vector<ObjectKind> kKinds = {
-      {"quarantine_areas",
-       KaviNamedObj::QuarantineAreaType,
-       "- {name: virus, aging_days: 7}",
-       {"aging_days"}},
-  };
-  return kKinds;
-}
 
 template <class Number>
 bool parseNumber(const Node& value, Number& number) {
@@ -65,9 +48,9 @@ class Loader {
       return {};
     }
     std::vector<std::string_view> known = {"rules"};
-    for (const ObjectKind& kind : objectKinds()) known.push_back(kind.key);
+    for (const ObjectKind& kind : allObjectKinds()) known.push_back(kind.key);
     refuseUnknownKeys(*root, known, "a policy");
-    for (const ObjectKind& kind : objectKinds()) {
+    for (const ObjectKind& kind : allObjectKinds()) {
       if (const Node* list = root->find(kind.key)) readObjects(kind, *list);
     }
     readRules(*root);
@@ -108,27 +91,34 @@ class Loader {
       return;
     }
     NamedObjectRow row;
+    row.id = static_cast<unsigned int>(policy_.rows.objects.size() + 1);
     row.type = kind.type;
-    readName(*item.find("name"), row.name);
+    const bool named = readName(*item.find("name"), row.name);
     if (const auto [first, isNew] = seen.emplace(row.name, item.line); !isNew) {
       fail(item.line, "name " + inQuotes(row.name) + " is taken by line " +
                           std::to_string(first->second) + " (choose another)");
     }
-    std::vector<std::string_view> known = {"name"};
-    known.insert(known.end(), kind.numbers.begin(), kind.numbers.end());
-    refuseUnknownKeys(item, known, "an entry");
-    for (std::string_view key : kind.numbers) {
-      const Node* value = item.find(key);
-      unsigned int number = 0;
-      if (value == nullptr) continue;
-      if (!parseNumber(*value, number)) {
-        fail(value->line, std::string(key) + " " + inQuotes(value->text) +
-                              " (write a whole number, 0 or above)");
-      }
-      row.fields[std::string(key)] = std::to_string(number);
+    refuseUnknownKeys(item, {"name", "aging_days"}, "an entry");
+    const unsigned int days = readAgingDays(item);
+    row.setting = kind.encodeArea(row.name, days);
+    // The scanner side builds the record from this string: what it refuses must not get so far.
+    if (named && kind.build(row.setting) == nullptr) {
+      fail(item.line, "the record does not accept its own settings string");
     }
+    objects_[kind.type].emplace(row.name, row.id);
     policy_.rows.objects.push_back(std::move(row));
     policy_.lines.objects.push_back(item.line);
+  }
+
+  unsigned int readAgingDays(const Node& item) {
+    const Node* value = item.find("aging_days");
+    unsigned int days = 0;
+    if (value != nullptr && (!parseNumber(*value, days) || days > kMaxAgingDays)) {
+      fail(value->line, "aging_days " + inQuotes(value->text) + " (write a whole number, 0 to " +
+                            std::to_string(kMaxAgingDays) + "; 0 keeps mail for good)");
+      days = 0;
+    }
+    return days;
   }
 
   bool readName(const Node& value, std::string& name) {
@@ -270,18 +260,46 @@ class Loader {
       fail(line, called + "needs a value (write: " + std::string(spec->example) + ")");
       return;
     }
-    const bool encoded =
-        spec->encode(value, action.setting, [&](int valueLine, const std::string& message) {
-          fail(valueLine > 0 ? valueLine : line, called + message);
-        });
+    Node id;
+    if (spec->objectType != 0 && !resolveObject(*spec, value, called, id)) return;
+    const bool encoded = spec->encode(spec->objectType != 0 ? id : value, action.setting,
+                                      [&](int valueLine, const std::string& message) {
+                                        fail(valueLine > 0 ? valueLine : line, called + message);
+                                      });
     // The scanner side builds the action from this string: what it refuses must not get so far.
     if (encoded && spec->build(action.setting) == nullptr) {
       fail(line, called + "does not accept its own settings string " + inQuotes(action.setting));
     }
   }
 
+  /// Puts the id of the object that \p value names into \p id.
+  bool resolveObject(const ActionSpec& spec, const Node& value, const std::string& called,
+                     Node& id) {
+    const ObjectKind& kind = *findObjectKind(spec.objectType);
+    const std::map<std::string, unsigned int>& objects = objects_[kind.type];
+    const auto object = objects.find(value.text);
+    if (value.kind == Node::Kind::Scalar && object != objects.end()) {
+      id.kind = Node::Kind::Scalar;
+      id.line = value.line;
+      id.text = std::to_string(object->second);
+      return true;
+    }
+    std::string remedy = "(write: " + std::string(spec.example) + ")";
+    if (value.kind == Node::Kind::Scalar) {
+      std::vector<std::string_view> names;
+      for (const auto& [name, unused] : objects) names.push_back(name);
+      remedy = names.empty() ? "(declare it under " + std::string(kind.key) +
+                                   ": - {name: " + value.text + "})"
+                             : remedyFor(value.text, names);
+    }
+    fail(value.line, called + "names no " + std::string(kind.word) + ": " + inQuotes(value.text) +
+                         " " + remedy);
+    return false;
+  }
+
   Diagnostics& diagnostics_;
   LoadedPolicy policy_;
+  std::map<unsigned int, std::map<std::string, unsigned int>> objects_;  ///< type, name, id
   std::string place_;
   unsigned int position_ = 0;
   std::unordered_map<unsigned int, int> ids_;

@@ -1,7 +1,6 @@
 // A policy as the store keeps it: plain rows, no pointers, nothing compiled.
 #pragma once
 
-#include <map>
 #include <string>
 #include <vector>
 
@@ -22,11 +21,12 @@ struct RuleRow {
   std::vector<ActionRow> actions;
 };
 
-/// A named object as declared; kinds are the record types of KaviNamedObj.
+/// A named object: actions refer to it by id, the record is built from the settings string.
 struct NamedObjectRow {
-  unsigned int type = 0;
-  std::string name;
-  std::map<std::string, std::string> fields;
+  unsigned int id = 0;    ///< positive, unique among all kinds
+  unsigned int type = 0;  ///< record type of KaviNamedObj
+  std::string name;       ///< unique within its kind
+  std::string setting;
 };
 
 struct PolicyRows {

@@ -6,14 +6,48 @@
 #include <unordered_set>
 #include <utility>
 
+#include "gateway/policy/named_objects.h"
 #include "gateway/policy/suggest.h"
 
 namespace gateway::policy {
 namespace {
 
+/// Compiles one action; nothing when it has a fault, whose text is then in \p fault.
+std::optional<Snapshot::Action> compileAction(const ActionRow& row, const Snapshot& objects,
+                                              std::string& fault) {
+  const ActionSpec* spec = findAction(row.type);
+  if (spec == nullptr) {
+    fault = "unknown action type " + std::to_string(row.type) +
+            " (the policy needs a newer version of this program)";
+    return std::nullopt;
+  }
+  const std::string called = "action '" + std::string(spec->name) + "' ";
+  if (spec->build(row.setting) == nullptr) {
+    fault = called + "refuses its setting " + inQuotes(row.setting);
+    return std::nullopt;
+  }
+  Snapshot::Action action{spec, row.setting, {}, spec->objectIds(row.setting)};
+  if (spec->objectType == 0) {
+    spec->decode(row.setting, action.value);
+    return action;
+  }
+  for (const unsigned int id : action.objects) {
+    const Snapshot::Object* object = objects.findObject(id);
+    if (object == nullptr || object->type != spec->objectType) {
+      fault = called + "refers to the object " + std::to_string(id) + ", which is no " +
+              std::string(findObjectKind(spec->objectType)->word);
+      return std::nullopt;
+    }
+    if (!action.value.empty()) action.value += ", ";
+    action.value += object->name;
+  }
+  return action;
+}
+
 /// Compiles one rule; nothing when it has a fault.
 std::optional<Snapshot::Rule> compileRule(const RuleRow& row, std::size_t index,
-                                          const SourceLines& lines, Diagnostics& diagnostics) {
+                                          const SourceLines& lines, const Snapshot& objects,
+                                          Diagnostics& diagnostics) {
   const std::string place = "rule " + std::to_string(row.id);
   bool usable = row.id != 0;
   if (!usable) diagnostics.error(lines.ofRule(index), place, "a rule id is 1 or above");
@@ -22,20 +56,12 @@ std::optional<Snapshot::Rule> compileRule(const RuleRow& row, std::size_t index,
   });
   std::vector<Snapshot::Action> actions;
   for (std::size_t i = 0; i < row.actions.size(); ++i) {
-    const ActionRow& action = row.actions[i];
-    const ActionSpec* spec = findAction(action.type);
-    if (spec == nullptr) {
-      diagnostics.error(lines.ofAction(index, i), place,
-                        "unknown action type " + std::to_string(action.type) +
-                            " (the policy needs a newer version of this program)");
-      usable = false;
-    } else if (spec->build(action.setting) == nullptr) {
-      diagnostics.error(lines.ofAction(index, i), place,
-                        "action '" + std::string(spec->name) + "' refuses its setting " +
-                            inQuotes(action.setting));
-      usable = false;
+    std::string fault;
+    if (auto action = compileAction(row.actions[i], objects, fault)) {
+      actions.push_back(std::move(*action));
     } else {
-      actions.push_back({spec, action.setting});
+      diagnostics.error(lines.ofAction(index, i), place, fault);
+      usable = false;
     }
   }
   if (!condition || !usable) return std::nullopt;
@@ -43,6 +69,27 @@ std::optional<Snapshot::Rule> compileRule(const RuleRow& row, std::size_t index,
 }
 
 }  // namespace
+
+bool Snapshot::addObject(const NamedObjectRow& row, int line, Diagnostics& diagnostics) {
+  const ObjectKind* kind = findObjectKind(row.type);
+  if (kind == nullptr || row.id == 0 || kind->build(row.setting) == nullptr) {
+    diagnostics.error(line, "",
+                      "the object " + std::to_string(row.id) + " of type " +
+                          std::to_string(row.type) + " cannot be built from " +
+                          inQuotes(row.setting));
+    return false;
+  }
+  if (!objects_.emplace(row.id, Object{row.type, row.name, row.setting}).second) {
+    diagnostics.error(line, "", "the object id " + std::to_string(row.id) + " stands twice");
+    return false;
+  }
+  return true;
+}
+
+const Snapshot::Object* Snapshot::findObject(unsigned int id) const {
+  const auto object = objects_.find(id);
+  return object == objects_.end() ? nullptr : &object->second;
+}
 
 std::shared_ptr<const Snapshot> Snapshot::build(const PolicyRows& rows, Diagnostics& diagnostics,
                                                 const SourceLines& lines) {
@@ -54,6 +101,9 @@ std::shared_ptr<const Snapshot> Snapshot::build(const PolicyRows& rows, Diagnost
   std::shared_ptr<Snapshot> snapshot(new Snapshot());
   std::unordered_set<unsigned int> ids;
   bool usable = true;
+  for (std::size_t i = 0; i < rows.objects.size(); ++i) {
+    usable = snapshot->addObject(rows.objects[i], lines.ofObject(i), diagnostics) && usable;
+  }
   for (const std::size_t index : order) {
     const RuleRow& row = rows.rules[index];
     if (!ids.insert(row.id).second) {
@@ -62,7 +112,7 @@ std::shared_ptr<const Snapshot> Snapshot::build(const PolicyRows& rows, Diagnost
       usable = false;
     }
     // Disabled rules are compiled too: a fault must not wait until somebody enables them.
-    std::optional<Rule> rule = compileRule(row, index, lines, diagnostics);
+    std::optional<Rule> rule = compileRule(row, index, lines, *snapshot, diagnostics);
     usable = usable && rule.has_value();
     if (rule && row.enabled) snapshot->rules_.push_back(std::move(*rule));
   }

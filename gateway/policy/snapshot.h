@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "gateway/policy/action_registry.h"
@@ -17,8 +18,16 @@ namespace gateway::policy {
 class Snapshot {
  public:
   struct Action {
-    const ActionSpec* spec = nullptr;  ///< never null
-    std::string setting;               ///< accepted by the action's `construct`
+    const ActionSpec* spec = nullptr;     ///< never null
+    std::string setting;                  ///< accepted by the action's `construct`
+    std::string value{};                  ///< as in a policy: areas by name
+    std::vector<unsigned int> objects{};  ///< ids of the named objects that it refers to
+  };
+  /// A named object; each message builds a record of its own from the settings string.
+  struct Object {
+    unsigned int type = 0;
+    std::string name;
+    std::string setting;  ///< accepted by the record's `construct`
   };
   struct Rule {
     unsigned int id = 0;
@@ -37,10 +46,15 @@ class Snapshot {
   static std::shared_ptr<const Snapshot> of(std::vector<Rule> rules);
 
   const std::vector<Rule>& rules() const { return rules_; }
+  /// Null when there is none of that id.
+  const Object* findObject(unsigned int id) const;
 
  private:
   Snapshot() = default;
+  bool addObject(const NamedObjectRow& row, int line, Diagnostics& diagnostics);
+
   std::vector<Rule> rules_;
+  std::unordered_map<unsigned int, Object> objects_;
 };
 
 }  // namespace gateway::policy

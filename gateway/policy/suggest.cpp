@@ -45,6 +45,11 @@ constexpr std::pair<std::string_view, std::string_view> kSynonyms[] = {
     {"defer", "postpone"},
     {"add_header", "x_header"},
     {"header", "x_header"},
+    {"redirect", "readdress"},
+    {"forward", "readdress"},
+    {"relay", "handoff"},
+    {"copy", "bcc"},
+    {"journal", "archive"},
 };
 
 std::string folded(std::string_view word) {

@@ -5,7 +5,7 @@ usage: run.py KAVI [--update] [CASE...]
 
 A case is a folder beside this file: in.eml, policy.yaml, and what comes out: out.eml, or nothing
 when the message does not go on. `verdict` holds the verdict's word, `options` (optional) further
-options of `kavi run`. Fields that differ from run to run are masked: their names stand in
+options of `kavi run`. What would be sent or filed stands under `filed`, as in the out folder. Fields that differ from run to run are masked: their names stand in
 `masked_fields`, one to a line. --update rewrites out.eml and verdict; its changes are read before
 they are committed.
 """
@@ -13,6 +13,7 @@ import json
 import pathlib
 import re
 import shlex
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -27,7 +28,7 @@ def mask(message: bytes, fields: list[str]) -> bytes:
     return message
 
 
-def run_case(kavi: str, case: pathlib.Path) -> tuple[str, bytes | None]:
+def run_case(kavi: str, case: pathlib.Path) -> tuple[str, bytes | None, dict[str, bytes]]:
     options = case / "options"
     extra = shlex.split(options.read_text()) if options.exists() else []
     with tempfile.TemporaryDirectory() as out:
@@ -41,13 +42,45 @@ def run_case(kavi: str, case: pathlib.Path) -> tuple[str, bytes | None]:
         if done.returncode != (1 if report["verdict"] == "failed" else 0):
             raise RuntimeError(f"exit status {done.returncode} with verdict {report['verdict']}")
         result = pathlib.Path(out) / "in.eml"
-        return report["verdict"], result.read_bytes() if result.exists() else None
+        filed = {call["file"]: (pathlib.Path(out) / call["file"]).read_bytes()
+                 for call in report["calls"] if "file" in call}
+        return report["verdict"], result.read_bytes() if result.exists() else None, filed
+
+
+def difference(expected: pathlib.Path, actual: bytes) -> str:
+    with tempfile.NamedTemporaryFile() as file:
+        file.write(actual)
+        file.flush()
+        return subprocess.run(["diff", "-a", "-u", expected, file.name],
+                              capture_output=True, check=False).stdout.decode(errors="replace")
+
+
+def check_filed(case: pathlib.Path, filed: dict[str, bytes], masked: list[str]) -> list[str]:
+    folder = case / "filed"
+    expected = {str(path.relative_to(folder)): path for path in folder.rglob("*.eml")}
+    if not folder.exists():
+        return []
+    if expected.keys() != filed.keys():
+        return [f"filed {sorted(filed)}, expected {sorted(expected)}"]
+    return [f"the filed message differs from {name}:\n" + difference(expected[name], filed[name])
+            for name in sorted(filed) if filed[name] != mask(expected[name].read_bytes(), masked)]
+
+
+def update_filed(case: pathlib.Path, filed: dict[str, bytes]) -> None:
+    if not (case / "filed").exists():
+        return
+    shutil.rmtree(case / "filed")
+    for name, message in filed.items():
+        path = case / "filed" / name
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_bytes(message)
 
 
 def check(kavi: str, case: pathlib.Path, update: bool) -> list[str]:
     fields = case / "masked_fields"
     masked = fields.read_text().split() if fields.exists() else []
-    verdict, result = run_case(kavi, case)
+    verdict, result, filed = run_case(kavi, case)
+    filed = {name: mask(message, masked) for name, message in filed.items()}
     result = None if result is None else mask(result, masked)
     out, word = case / "out.eml", case / "verdict"
     if update:
@@ -56,6 +89,7 @@ def check(kavi: str, case: pathlib.Path, update: bool) -> list[str]:
             out.unlink(missing_ok=True)
         else:
             out.write_bytes(result)
+        update_filed(case, filed)
         return []
     faults = []
     expected = word.read_text().strip() if word.exists() else "(no verdict file)"
@@ -66,13 +100,8 @@ def check(kavi: str, case: pathlib.Path, update: bool) -> list[str]:
     elif result is not None and not out.exists():
         faults.append("a message came out, expected none")
     elif result is not None and result != mask(out.read_bytes(), masked):
-        faults.append("the message differs from out.eml:")
-        with tempfile.NamedTemporaryFile() as actual:
-            actual.write(result)
-            actual.flush()
-            faults.append(subprocess.run(["diff", "-a", "-u", out, actual.name],
-                                         capture_output=True, check=False).stdout.decode(
-                                             errors="replace"))
+        faults.append("the message differs from out.eml:\n" + difference(out, result))
+    faults += check_filed(case, filed, masked)
     return faults
 
 

@@ -325,8 +325,12 @@ class AdministrationTest(KaviTest):
     def test_every_action_is_listed(self):
         actions = json.loads(kavi("actions", "--json").stdout)
         self.assertEqual({a["action"]: (a["code"], a["named_objects"]) for a in actions},
-                         {"delete": (1, False), "postpone": (12, False),
-                          "virus_clean": (5, False), "x_header": (18, False)})
+                         {"archive": (0, True), "bcc": (9, False), "delete": (1, False),
+                          "handoff": (11, False), "ibe_decrypt": (20, False),
+                          "ibe_encrypt": (21, False), "ibe_reencrypt": (22, False),
+                          "postpone": (12, False), "quarantine": (2, True),
+                          "readdress": (3, False), "virus_clean": (5, False),
+                          "x_header": (18, False)})
         text = kavi("actions").stdout.decode()
         for action in actions:
             self.assertIn(action["action"], text)

@@ -56,13 +56,76 @@ TEST_P(Settings, GoThroughTheStringAndBack) {
   EXPECT_EQ(back, GetParam().back);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, Settings,
-                         testing::Values(Setting{"delete", nullptr, ""},
-                                         Setting{"virus_clean", nullptr, ""},
-                                         Setting{"postpone", "8:05", "08:05"},
-                                         Setting{"postpone", "00:00", "00:00"},
-                                         Setting{"postpone", "23:59", "23:59"},
-                                         Setting{"x_header", " X-A : b:c ", "X-A: b:c"}));
+INSTANTIATE_TEST_SUITE_P(
+    All, Settings,
+    testing::Values(Setting{"delete", nullptr, ""}, Setting{"virus_clean", nullptr, ""},
+                    Setting{"postpone", "8:05", "08:05"}, Setting{"postpone", "00:00", "00:00"},
+                    Setting{"postpone", "23:59", "23:59"},
+                    Setting{"x_header", " X-A : b:c ", "X-A: b:c"}, Setting{"quarantine", "7", "7"},
+                    Setting{"archive", "4294967295", "4294967295"},
+                    Setting{"handoff", "mail.example.org:25", "mail.example.org:25"},
+                    Setting{"handoff", "[2001:db8::1]:65535", "[2001:db8::1]:65535"},
+                    Setting{"readdress", "a@x.example", "a@x.example"},
+                    Setting{"bcc", " <a@x.example> ;b@x.example; ", "a@x.example; b@x.example"},
+                    Setting{"ibe_encrypt", nullptr, ""}, Setting{"ibe_decrypt", nullptr, ""},
+                    Setting{"ibe_reencrypt", nullptr, ""}));
+
+struct Refusal {
+  const char* action;
+  const char* value;
+};
+
+class Refusals : public testing::TestWithParam<Refusal> {};
+
+TEST_P(Refusals, ComeWithOneFault) {
+  Node value;
+  value.kind = Node::Kind::Scalar;
+  value.text = GetParam().value;
+  std::string setting;
+  int faults = 0;
+  EXPECT_FALSE(
+      findAction(GetParam().action)->encode(value, setting, [&faults](int, const std::string&) {
+        ++faults;
+      }));
+  EXPECT_EQ(faults, 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, Refusals,
+    testing::Values(Refusal{"quarantine", ""}, Refusal{"quarantine", "0"},
+                    Refusal{"quarantine", "-1"}, Refusal{"quarantine", "4294967296"},
+                    Refusal{"archive", "7 8"}, Refusal{"handoff", ""}, Refusal{"handoff", "host"},
+                    Refusal{"handoff", ":25"}, Refusal{"handoff", "host:"},
+                    Refusal{"handoff", "host:0"}, Refusal{"handoff", "host:65536"},
+                    Refusal{"handoff", "host:25x"}, Refusal{"handoff", "a b:25"},
+                    Refusal{"handoff", "2001:db8::1:25"}, Refusal{"handoff", "[host]:25"},
+                    Refusal{"handoff", "[]:25"}, Refusal{"bcc", ""}, Refusal{"bcc", ";"},
+                    Refusal{"bcc", "a\r\nb@x.example"}, Refusal{"bcc", "a b@x.example"},
+                    Refusal{"readdress", "\xc3\xa4@x.example"}));
+
+TEST(ActionRegistry, TakesAddressesAsAList) {
+  Node first;
+  first.kind = Node::Kind::Scalar;
+  first.text = "a@x.example";
+  Node second = first;
+  second.text = "b@x.example";
+  Node list;
+  list.kind = Node::Kind::List;
+  list.items = {&first, &second};
+  const ActionSpec* spec = findAction("readdress");
+  std::string setting;
+  std::string value;
+  ASSERT_TRUE(spec->encode(list, setting, kNoFault));
+  ASSERT_TRUE(spec->decode(setting, value));
+  EXPECT_EQ(value, "a@x.example; b@x.example");
+  list.items.clear();
+  EXPECT_FALSE(spec->encode(list, setting, [](int, const std::string&) {}));
+}
+
+TEST(ActionRegistry, NamesTheObjectsThatASettingRefersTo) {
+  EXPECT_EQ(findAction("quarantine")->objectIds("2-7-9"), (std::vector<unsigned int>{7, 9}));
+  EXPECT_TRUE(findAction("delete")->objectIds("").empty());
+}
 
 TEST(ActionRegistry, RefusesTimesThatAreNone) {
   const ActionSpec* spec = findAction("postpone");

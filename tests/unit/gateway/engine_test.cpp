@@ -10,9 +10,11 @@
 #include <vector>
 
 #include "gateway/cli/dry_adapter.h"
+#include "gateway/engine/records.h"
 #include "host/core/action_list.h"
 #include "host/core/ini_settings.h"
 #include "library/framework/init_action_lib.h"
+#include "library/namedobj/quarantine_area.h"
 #include "library/platform/msgu.h"
 #include "tests/unit/gateway/messages.h"
 #include "tests/unit/gateway/policy_texts.h"
@@ -263,6 +265,58 @@ TEST_F(EngineTest, NamesTheAttachmentsThatMadeARuleMatch) {
   ASSERT_THAT(outcome.rules, SizeIs(1));
   EXPECT_THAT(outcome.rules[0].attachments, ElementsAre("Tool.EXE", "image/png"));
   EXPECT_EQ(outcome.verdict, Verdict::Unchanged);
+}
+
+constexpr char kAreas[] =
+    "quarantine_areas: [{name: virus, aging_days: 7}]\n"
+    "archive_areas: [{name: journal}]\n";
+
+TEST_F(EngineTest, GivesActionsTheirRecords) {
+  const Outcome outcome = run(*policy::snapshotOf(
+      std::string(kAreas) +
+      "rules:\n- {id: 15, when: always, actions: [{archive: journal}, {quarantine: virus}]}\n"));
+  EXPECT_EQ(outcome.verdict, Verdict::Disposed);
+  EXPECT_THAT(adapter_.operations(), ElementsAre("archive", "quarantine"));
+  EXPECT_FALSE(outcome.rules[0].actions[0].disposed);
+  EXPECT_EQ(outcome.rules[0].actions[0].value, "journal");
+  EXPECT_EQ(outcome.rules[0].actions[1].value, "virus");
+}
+
+TEST_F(EngineTest, SendsOnToOthers) {
+  message_ = withHeader("Subject: x\n");
+  message_->setEnvelope(
+      {.sender = "a@x.example", .recipients = {"b@x.example"}, .senderDisplayName = {}});
+  const Outcome outcome = run(*policy::snapshotOf(
+      "rules:\n- {id: 1, when: always, actions: [{bcc: [c@x.example]}, {readdress: "
+      "[r@x.example]}]}\n"));
+  EXPECT_EQ(outcome.verdict, Verdict::Disposed);
+  EXPECT_THAT(adapter_.operations(), ElementsAre("resend"));
+  EXPECT_THAT(message_->envelope().recipients, ElementsAre("r@x.example", "c@x.example"));
+}
+
+TEST_F(EngineTest, HandsOff) {
+  const Outcome outcome = run(*policy::snapshotOf(
+      "rules:\n- {id: 1, when: always, actions: [{handoff: 'h.example:25'}, ibe_encrypt]}\n"));
+  EXPECT_EQ(outcome.verdict, Verdict::Disposed);
+  EXPECT_THAT(adapter_.operations(), ElementsAre("handoff"));
+}
+
+TEST(Records, AreOfOneRunOnly) {
+  const auto policy = policy::snapshotOf(
+      std::string(kAreas) + "rules:\n- {id: 1, when: always, actions: [{quarantine: virus}]}\n");
+  const Snapshot::Rule& rule = policy->rules()[0];
+  const unsigned int id = rule.actions[0].objects.at(0);
+  Records one(*policy);
+  Records two(*policy);
+  EXPECT_EQ(one.manager().find(id), nullptr);
+  one.addFor(rule);
+  auto* record = dynamic_cast<uiQuarantineArea*>(one.manager().find(id));
+  ASSERT_NE(record, nullptr);
+  record->areaName = "changed";
+  one.addFor(rule);
+  EXPECT_EQ(one.manager().find(id), record) << "built once";
+  two.addFor(rule);
+  EXPECT_EQ(dynamic_cast<uiQuarantineArea&>(*two.manager().find(id)).areaName, "virus");
 }
 
 /// Refuses everything.

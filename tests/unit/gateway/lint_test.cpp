@@ -90,6 +90,28 @@ INSTANTIATE_TEST_SUITE_P(
               "names are matched by globs (write: '*.exe')"},
         Doubt{"Type", "rules:\n- {id: 1, when: {attachment_type: pdf}, actions: [delete]}\n",
               "p:2: warning: rule 1: attachment_type 'pdf' matches no type (write: '*/pdf')"},
+        Doubt{"UsedArea",
+              "quarantine_areas: [{name: virus}, {name: spam}]\n"
+              "rules:\n- {id: 1, when: always, actions: [{quarantine: spam}]}\n",
+              "p:1: warning: no rule refers to 'virus' (remove it, or leave it for later)"},
+        Doubt{"TwoPlaces",
+              "quarantine_areas: [{name: v}]\n"
+              "rules:\n- {id: 1, when: always, actions: [{quarantine: v}, {handoff: 'h:25'}]}\n",
+              "p:3: warning: rule 1: action 'handoff' and 'quarantine' both dispose of the message "
+              "(keep one)"},
+        Doubt{"LateCopy",
+              "rules:\n- {id: 1, when: always, actions: [{readdress: [a@x.example]}, {bcc: "
+              "[b@x.example]}]}\n",
+              "p:2: warning: rule 1: action 'bcc' comes behind 'readdress', which has disposed of "
+              "the message: its change is lost (put it first)"},
+        Doubt{"AddressTwice",
+              "rules:\n- {id: 1, when: always, actions: [{bcc: [a@x.example, A@X.example]}]}\n",
+              "p:2: warning: rule 1: action 'bcc' names 'A@X.example' twice (remove one)"},
+        Doubt{"NoDomain", "rules:\n- {id: 1, when: always, actions: [{bcc: [root]}]}\n",
+              "p:2: warning: rule 1: action 'bcc' sends to 'root', which has no domain (write: "
+              "user@example.org)"},
+        Doubt{"Encryption", "rules:\n- {id: 1, when: always, actions: [ibe_decrypt]}\n",
+              "p:2: warning: rule 1: action 'ibe_decrypt' does nothing (remove it)"},
         Doubt{"UnusedArea",
               "quarantine_areas: [{name: virus}]\n"
               "rules:\n- {id: 1, when: always, actions: [delete]}\n",

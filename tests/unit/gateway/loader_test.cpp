@@ -55,7 +55,32 @@ rules:
   ASSERT_EQ(policy.rows.objects.size(), 1u);
   EXPECT_EQ(policy.rows.objects[0].type, 3u);
   EXPECT_EQ(policy.rows.objects[0].name, "virus");
-  EXPECT_EQ(policy.rows.objects[0].fields.at("aging_days"), "7");
+  EXPECT_EQ(policy.rows.objects[0].id, 1u);
+  EXPECT_EQ(policy.rows.objects[0].setting, "7:5:virus:");
+}
+
+TEST(Loader, GivesAreasIdsThatActionsReferTo) {
+  const LoadedPolicy policy = loadGood(R"(
+archive_areas:
+  - {name: journal}
+quarantine_areas:
+  - {name: spam, aging_days: 14}
+  - {name: journal, aging_days: 1}
+rules:
+  - id: 1
+    when: always
+    actions: [{archive: journal}, {quarantine: journal}]
+)");
+  ASSERT_EQ(policy.rows.objects.size(), 3u);
+  std::vector<std::string> settings;
+  for (const NamedObjectRow& row : policy.rows.objects) {
+    settings.push_back(std::to_string(row.type) + " " + std::to_string(row.id) + " " + row.setting);
+  }
+  EXPECT_THAT(settings, ElementsAre("3 1 14:4:spam:", "3 2 1:7:journal:", "4 3 0:7:journal:"));
+  const std::vector<ActionRow>& actions = policy.rows.rules[0].actions;
+  ASSERT_EQ(actions.size(), 2u);
+  EXPECT_EQ(actions[0].setting, "1-3") << "names belong to their kind";
+  EXPECT_EQ(actions[1].setting, "1-2");
 }
 
 TEST(Loader, TakesAPolicyWithoutRules) { EXPECT_THAT(faultsOf("rules: []\n"), IsEmpty()); }
@@ -80,7 +105,8 @@ INSTANTIATE_TEST_SUITE_P(
         Fault{"Action", RULE "  - x_header: 'X-A: b'\n  - delte\n",
               "policy.yaml:6: rule 15: unknown action 'delte' (did you mean 'delete'?)"},
         Fault{"ActionList", RULE "  - frobnicate\n",
-              "policy.yaml:5: rule 15: unknown action 'frobnicate' (known: delete, postpone, "
+              "policy.yaml:5: rule 15: unknown action 'frobnicate' (known: archive, bcc, delete, "
+              "handoff, ibe_decrypt, ibe_encrypt, ibe_reencrypt, postpone, quarantine, readdress, "
               "virus_clean, x_header)"},
         Fault{"ValueMissing", RULE "  - postpone\n",
               "policy.yaml:5: rule 15: action 'postpone' needs a value (write: postpone: "
@@ -160,8 +186,37 @@ INSTANTIATE_TEST_SUITE_P(
         Fault{"AreaName", "rules: []\nquarantine_areas:\n- {aging_days: 1}\n",
               "policy.yaml:3: quarantine_areas: an entry needs a name (write: - {name: virus, "
               "aging_days: 7})"},
-        Fault{"AreaDays", "rules: []\nquarantine_areas:\n- {name: a, aging_days: x}\n",
-              "policy.yaml:3: quarantine_areas: aging_days 'x' (write a whole number, 0 or above)"},
+        Fault{
+            "AreaDays", "rules: []\nquarantine_areas:\n- {name: a, aging_days: x}\n",
+            "policy.yaml:3: quarantine_areas: aging_days 'x' (write a whole number, 0 to 36500; 0 "
+            "keeps mail for good)"},
+        Fault{"AreaDaysTooMany", "rules: []\narchive_areas:\n- {name: a, aging_days: 36501}\n",
+              "policy.yaml:3: archive_areas: aging_days '36501' (write a whole number, 0 to 36500; "
+              "0 keeps mail for good)"},
+        Fault{"AreaUnknown",
+              "quarantine_areas:\n- {name: virus}\nrules:\n"
+              "- {id: 1, when: always, actions: [{quarantine: virsu}]}\n",
+              "policy.yaml:4: rule 1: action 'quarantine' names no quarantine area: 'virsu' (did "
+              "you mean 'virus'?)"},
+        Fault{"AreaOfAnotherKind",
+              "quarantine_areas:\n- {name: virus}\nrules:\n"
+              "- {id: 1, when: always, actions: [{archive: virus}]}\n",
+              "policy.yaml:4: rule 1: action 'archive' names no archive area: 'virus' (declare it "
+              "under archive_areas: - {name: virus})"},
+        Fault{"AreaAsList",
+              "quarantine_areas:\n- {name: virus}\nrules:\n"
+              "- {id: 1, when: always, actions: [{quarantine: [virus]}]}\n",
+              "policy.yaml:4: rule 1: action 'quarantine' names no quarantine area: '' (write: "
+              "quarantine: virus)"},
+        Fault{"AreaMissing", "rules:\n- {id: 1, when: always, actions: [quarantine]}\n",
+              "policy.yaml:2: rule 1: action 'quarantine' needs a value (write: quarantine: "
+              "virus)"},
+        Fault{"NoAddress",
+              "rules:\n- {id: 1, when: always, actions: [{bcc: [a@x.example, 'b c']}]}\n",
+              "policy.yaml:2: rule 1: action 'bcc' 'b c' is no address (write: user@example.org)"},
+        Fault{"NoPort", "rules:\n- {id: 1, when: always, actions: [{handoff: mail.example}]}\n",
+              "policy.yaml:2: rule 1: action 'handoff' needs a host and a port, not 'mail.example' "
+              "(write: \"mail.example.org:25\", \"[2001:db8::1]:25\")"},
         Fault{"AreaKey", "rules: []\nquarantine_areas:\n- {name: a, ageing_days: 1}\n",
               "policy.yaml:3: quarantine_areas: unknown key 'ageing_days' in an entry (did you "
               "mean 'aging_days'?)"},

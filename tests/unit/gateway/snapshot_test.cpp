@@ -63,6 +63,40 @@ TEST(Snapshot, RefusesRowsThatNobodyCanRun) {
   EXPECT_THAT(buildFaults(rows), ElementsAre("store: rule 0: a rule id is 1 or above"));
 }
 
+TEST(Snapshot, RefusesObjectsThatNobodyCanUse) {
+  PolicyRows rows;
+  rows.objects = {{1, 3, "a", "7:1:a:"}, {1, 3, "b", "7:1:b:"}};
+  EXPECT_THAT(buildFaults(rows), ElementsAre("store: the object id 1 stands twice"));
+  rows.objects = {{1, 9, "a", "7:1:a:"}};
+  EXPECT_THAT(buildFaults(rows),
+              ElementsAre("store: the object 1 of type 9 cannot be built from '7:1:a:'"));
+  rows.objects = {{1, 3, "a", "7:5:a:"}};
+  EXPECT_THAT(buildFaults(rows),
+              ElementsAre("store: the object 1 of type 3 cannot be built from '7:5:a:'"));
+  rows.objects = {{1, 3, "a", "7:1:a:"}};
+  rows.rules = {rule(1, 1)};
+  rows.rules[0].actions = {{2, "1-2"}};
+  EXPECT_THAT(buildFaults(rows), ElementsAre("store: rule 1: action 'quarantine' refers to the "
+                                             "object 2, which is no quarantine area"));
+  rows.rules[0].actions = {{0, "1-1"}};
+  EXPECT_THAT(buildFaults(rows), ElementsAre("store: rule 1: action 'archive' refers to the "
+                                             "object 1, which is no archive area"));
+}
+
+TEST(Snapshot, NamesTheAreasOfItsActions) {
+  PolicyRows rows;
+  rows.objects = {{5, 3, "virus", "7:5:virus:"}};
+  rows.rules = {rule(1, 1)};
+  rows.rules[0].actions = {{2, "1-5"}};
+  Diagnostics diagnostics("store");
+  const auto snapshot = Snapshot::build(rows, diagnostics);
+  ASSERT_NE(snapshot, nullptr);
+  EXPECT_EQ(snapshot->rules()[0].actions[0].value, "virus");
+  ASSERT_NE(snapshot->findObject(5), nullptr);
+  EXPECT_EQ(snapshot->findObject(5)->setting, "7:5:virus:");
+  EXPECT_EQ(snapshot->findObject(6), nullptr);
+}
+
 TEST(Snapshot, ChecksDisabledRulesToo) {
   PolicyRows rows;
   rows.rules = {rule(1, 1)};

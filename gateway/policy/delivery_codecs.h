@@ -1,0 +1,28 @@
+// The values of actions that say where mail goes: areas, hosts, recipients.
+#pragma once
+
+#include <string>
+
+#include "gateway/policy/condition.h"
+#include "gateway/policy/node.h"
+
+namespace gateway::policy {
+
+// Codecs of ActionSpec (gateway/policy/action_registry.h).
+
+/// An area. The value is the id of the named object, in decimal: the loader puts it in the place of
+/// the name.
+bool encodeArea(const Node& value, std::string& setting, const FaultSink& fault);
+bool decodeArea(const std::string& setting, std::string& value);
+
+/// "host:port", "[address]:port" for an IPv6 address.
+bool encodeHandoff(const Node& value, std::string& setting, const FaultSink& fault);
+bool decodeHandoff(const std::string& setting, std::string& value);
+
+/// Addresses: a list of texts, or one text, of addresses separated by ";".
+bool encodeReaddress(const Node& value, std::string& setting, const FaultSink& fault);
+bool encodeBcc(const Node& value, std::string& setting, const FaultSink& fault);
+bool decodeRecipients(const std::string& setting, std::string& value);
+std::string doubtRecipients(const std::string& setting);
+
+}  // namespace gateway::policy
