@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "library/framework/guard.h"
-#include "library/platform/global_setting.h"
+#include "library/framework/setting_readers.h"
 #include "library/platform/log_msg.h"
 #include "library/platform/res_bundle.h"
 
@@ -15,18 +15,6 @@ constexpr char kGeneral[] = "general";
 constexpr char kMessageModule[] = "MessageModule";
 constexpr char kGeneralNotification[] = "General-Notification";
 constexpr std::size_t kMaxLine = 2048;
-
-// A lookup that throws counts as a missing key: nothing may stop the start-up.
-bool readString(Kavi::GlobalSetting& settings, const char* key, const char* section,
-                std::string& value) {
-  return library::guarded("Kavi::GlobalSetting::getString", false,
-                          [&] { return settings.getString(key, value, section, 0) == 0; });
-}
-
-bool readInt(Kavi::GlobalSetting& settings, const char* key, const char* section, int& value) {
-  return library::guarded("Kavi::GlobalSetting::getInt", false,
-                          [&] { return settings.getInt(key, value, section, 0) == 0; });
-}
 
 std::string notifyTimeFormatFromResource(const std::string& locale) {
   return library::guarded("Kavi::OvResbundle::getString", std::string(), [&] {
@@ -62,7 +50,7 @@ bool ActionUtils::init(Kavi::GlobalSetting& settings, Kavi::LogMsg& log) {
 void ActionUtils::readDefaultDstCharset(Kavi::GlobalSetting& settings) {
   constexpr char kKey[] = "PreferredCharset";
   std::string charset = kDefaultCharset;
-  const bool found = readString(settings, kKey, kGeneralNotification, charset);
+  const bool found = library::readString(settings, kKey, kGeneralNotification, charset);
   s_defaultDstCharset = std::move(charset);
   if (!found) {
     L2("Assume 'us-ascii' for default destination (preferred) charset. The value is missing in "
@@ -76,7 +64,7 @@ void ActionUtils::readDefaultDstCharset(Kavi::GlobalSetting& settings) {
 void ActionUtils::readLocalCharset(Kavi::GlobalSetting& settings) {
   constexpr char kKey[] = "DefaultSourceCharset";
   std::string charset = kDefaultCharset;
-  const bool found = readString(settings, kKey, kMessageModule, charset);
+  const bool found = library::readString(settings, kKey, kMessageModule, charset);
   s_localCharset = std::move(charset);
   if (!found) {
     L2("Assume 'us-ascii' for default source charset. The value is missing in global setting, "
@@ -91,7 +79,7 @@ void ActionUtils::readUseMailCharset(Kavi::GlobalSetting& settings) {
   constexpr char kKey[] = "UseMailCharsetAsDestinationCharset";
   s_useMailCharset = false;
   int value = 0;
-  if (!readInt(settings, kKey, kMessageModule, value)) {
+  if (!library::readInt(settings, kKey, kMessageModule, value)) {
     L2("Use mail charset is off. The value is missing in global setting, section: %s, value: %s",
        kMessageModule, kKey);
     return;
@@ -107,7 +95,7 @@ void ActionUtils::readUseUtf8ForStamp(Kavi::GlobalSetting& settings) {
   constexpr char kKey[] = "UseUTF8AsPreferCharsetForStamp";
   s_useUtf8ForStamp = false;
   int value = 0;
-  if (!readInt(settings, kKey, kMessageModule, value)) {
+  if (!library::readInt(settings, kKey, kMessageModule, value)) {
     L2("Use UseUTF8AsPreferCharsetForStamp is off. The value is missing in global setting, "
        "section: %s, value: %s",
        kMessageModule, kKey);
@@ -121,12 +109,12 @@ void ActionUtils::readUseUtf8ForStamp(Kavi::GlobalSetting& settings) {
 
 void ActionUtils::readNotifyTime(Kavi::GlobalSetting& settings) {
   std::string locale;
-  readString(settings, "locale", kGeneral, locale);
+  library::readString(settings, "locale", kGeneral, locale);
   const bool japanese = locale == "ja";
 
   std::string useKaviLocale = "no";
   if (japanese) {
-    readString(settings, "useKaviLocaleForNotificationTime", kGeneral, useKaviLocale);
+    library::readString(settings, "useKaviLocaleForNotificationTime", kGeneral, useKaviLocale);
   }
   s_useKaviLocaleForNotifyTime = std::move(useKaviLocale);
 
