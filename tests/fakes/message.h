@@ -1,4 +1,4 @@
-// A message of one entity, for the actions that touch header fields only.
+// A message that answers what a test has put into it.
 #pragma once
 
 #include <list>
@@ -8,59 +8,12 @@
 #include <utility>
 #include <vector>
 
-#include "library/platform/ov_msg_entity.h"
-#include "library/platform/ov_msg_header.h"
 #include "library/platform/ov_msg_mail_message.h"
+#include "tests/fakes/entity.h"
 
 namespace fakes {
 
-/// A field that keeps its name and value as they are given.
-class Header : public OvMsgHeader {
- public:
-  Header(std::string name, std::string value);
-
-  const char* name() const override;
-  const char* value() const override;
-  const char* decodedValue(int& hadEncodedWords) const override;
-  const char* rawValue() const override;
-  const char* charset() const override;
-  const char* address() const override;
-  int setValue(const char* value, const char* charset) override;
-  int setRawValue(const char* value, const char* charset) override;
-  int setParameter(const char* name, const char* value) override;
-
- private:
-  std::string name_;
-  std::string value_;
-  std::string raw_;
-};
-
-/// A leaf with header fields; its content cannot be changed (OVMSGERR::NotSupported).
-class Entity : public OvMsgEntity {
- public:
-  OvMsgEntityKind kind() const override;
-  OvMsgEntity* nextEntity() override;
-  OvMsgEntity* parentEntity() override;
-  bool isSubordinate() const override;
-  int headerCount() const override;
-  OvMsgHeader* headerAt(int index) override;
-  OvMsgHeader* header(const char* name) override;
-  bool addHeader(int position, const char* name, const char* value, const char* charset) override;
-  bool removeHeader(const char* name) override;
-  bool removeHeaderAt(int index) override;
-  OvMsgFileName* fileName() override;
-  int setContent(const OvMsgResourceLocator* content, const char* contentType, const char* charset,
-                 const char* transferEncoding) override;
-  int insertTextBody(const OvMsgResourceLocator* text, const char* contentType, const char* charset,
-                     const char* transferEncoding) override;
-  int insertChild(const OvMsgEntity* child, int position) override;
-  int attachMessage(const OvMsgMailMessage* message, int position) override;
-
- private:
-  std::vector<std::unique_ptr<Header>> headers_;
-};
-
-/// What the message utilities answer about a message, and what they were asked.
+/// What the message and the message utilities answer, and what they were asked.
 struct MessageFacts {
   std::optional<std::string> headers;
   std::optional<std::string> charset;
@@ -68,8 +21,13 @@ struct MessageFacts {
   bool subjectAnswer = true;  ///< what getSubject answers after it wrote a subject
   std::optional<std::string> xMailId;
   std::list<std::string> recipients;
-  std::string refusedRecipient;    ///< no address: a list that holds it is not set
-  std::vector<std::string> calls;  ///< "getSubject us-ascii (null)", "setRcpt a;b; append"
+  std::string refusedRecipient;  ///< no address: a list that holds it is not set
+  bool smimeSigned = false;
+  bool pgpSigned = false;
+  std::list<OvMsgEntity*> ofLookedUpType;  ///< what findContentType finds
+  bool lookupAnswer = true;                ///< what findContentType answers
+  int insertionAnswer = 0;                 ///< what insertText answers
+  std::vector<std::string> calls;          ///< "getSubject us-ascii (null)", "setRcpt a;b; append"
 };
 
 /// A message with a root entity, or (`Message(false)`) without one.
@@ -95,9 +53,11 @@ class Message : public OvMsgMailMessage {
   std::size_t renderedSize() const override;
 
  private:
+  std::string rendered() const;
+
   std::unique_ptr<Entity> root_;
   std::string id_ = "0123456789abcdef";
-  MessageFacts facts_;
+  mutable MessageFacts facts_;
 };
 
 }  // namespace fakes

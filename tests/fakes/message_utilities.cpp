@@ -51,16 +51,34 @@ std::list<std::string> addressesIn(const std::string& text) {
 
 namespace msgu {
 
+OvMsgEntity* getRootEntity(OvMsgMailMessage* msg) {
+  return fakes::platformCallFails() || msg == nullptr ? nullptr
+                                                      : static_cast<fakes::Message*>(msg)->root();
+}
+
 bool getHeader(OvMsgEntity* entity, const char* name, std::string& value) {
   value.clear();
   if (fakes::platformCallFails() || entity == nullptr) {
     return false;
   }
-  const OvMsgHeader* header = entity->header(name);
+  const fakes::Header* header = static_cast<fakes::Entity*>(entity)->findField(name);
   if (header == nullptr) {
     return false;
   }
-  value = header->value();
+  value = header->valueText();
+  return true;
+}
+
+bool setHeader(OvMsgEntity* entity, const char* name, const char* value, const char* /*charset*/) {
+  if (fakes::platformCallFails() || entity == nullptr) {
+    return false;
+  }
+  auto& fake = static_cast<fakes::Entity&>(*entity);
+  if (fakes::Header* header = fake.findField(name)) {
+    header->assign(value);
+  } else {
+    fake.addField(name, value);
+  }
   return true;
 }
 

@@ -1,5 +1,7 @@
 #include "tests/fakes/resources.h"
 
+#include <utility>
+
 #include "library/platform/res_bundle.h"
 #include "tests/fakes/fault_plan.h"
 
@@ -84,6 +86,19 @@ bool OvResbundle::getString(const char* id, std::string& text) const {
 const char* OvResbundle::GetResourceFileName() {
   fakes::platformCallFails();  // has no failure result: may only throw
   return "texts";
+}
+
+OvCachedResbundle::OvCachedResbundle(const char* group) {
+  fakes::platformCallFails();  // has no failure result: may only throw
+  auto bundle = std::make_shared<OvResbundle>();
+  bundle->_init("texts", group, "cached");
+  bundle_ = std::move(bundle);
+}
+
+OvCachedResbundle::~OvCachedResbundle() = default;
+
+bool OvCachedResbundle::getString(const char* id, std::string& text) const {
+  return bundle_->getString(id, text);
 }
 
 }  // namespace Kavi

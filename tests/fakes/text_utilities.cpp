@@ -1,14 +1,13 @@
 // The platform's operations on texts, able to fail on demand.
-#include <iconv.h>
+#include <strings.h>
 
-#include <cerrno>
-#include <cstring>
 #include <string>
 #include <vector>
 
 #include "library/platform/msgu.h"
 #include "library/platform/ov_msg_error.h"
 #include "library/platform/text_utils.h"
+#include "tests/fakes/conversion.h"
 #include "tests/fakes/fault_plan.h"
 
 void tokenize(const std::string& text, std::vector<std::string>& parts, char separator) {
@@ -22,6 +21,11 @@ void tokenize(const std::string& text, std::vector<std::string>& parts, char sep
       part.clear();
     }
   }
+}
+
+int platform_icasencmp(const char* left, const char* right, std::size_t length) {
+  fakes::platformCallFails();  // has no failure result: may only throw
+  return strncasecmp(left, right, length);
 }
 
 void ReformatSpecialToken(Kavi::TokenMap<Kavi::ScanToken>& tokens, Kavi::ScanToken token) {
@@ -46,29 +50,9 @@ namespace msgu {
 bool conv(const char* text, const char* fromCharset, const char* toCharset, std::string& out,
           int& error, bool /*lossy*/) {
   out.clear();
-  error = OVMSGERR::Ok;
-  if (fakes::platformCallFails()) {
-    error = OVMSGERR::MalformedText;
-    return false;
-  }
-  std::vector<char> bytes(4 * std::strlen(text) + 1);
-  const iconv_t converter = iconv_open(toCharset, fromCharset);
-  if (converter == reinterpret_cast<iconv_t>(-1)) {
-    error = OVMSGERR::UnknownCharset;
-    return false;
-  }
-  char* source = const_cast<char*>(text);
-  std::size_t sourceLeft = std::strlen(text);
-  char* target = bytes.data();
-  std::size_t room = bytes.size();
-  const bool converted = iconv(converter, &source, &sourceLeft, &target, &room) == 0;
-  iconv_close(converter);
-  if (!converted) {
-    error = OVMSGERR::MalformedText;
-    return false;
-  }
-  out.assign(bytes.data(), target);
-  return true;
+  error = fakes::platformCallFails() ? static_cast<int>(OVMSGERR::MalformedText)
+                                     : fakes::convert(text, fromCharset, toCharset, out);
+  return error == OVMSGERR::Ok;
 }
 
 }  // namespace msgu
