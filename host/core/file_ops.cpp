@@ -70,7 +70,10 @@ int FileOps::rename(int folder, const std::string& from, const std::string& to) 
   const int linked =
       repeated([&] { return ::linkat(folder, from.c_str(), folder, to.c_str(), 0); });
   if (linked < 0) return linked;
-  return unlink(folder, from);
+  const int unlinked = unlink(folder, from);
+  // Under both names it would be stored and reported as failed.
+  if (unlinked < 0) unlink(folder, to);
+  return unlinked;
 }
 
 int FileOps::readAll(int file, std::size_t limit, std::string& bytes) {
