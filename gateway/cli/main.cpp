@@ -8,6 +8,7 @@
 #include <string>
 
 #include "gateway/cli/admin_commands.h"
+#include "gateway/cli/expand_command.h"
 #include "gateway/cli/run_command.h"
 #include "gateway/cli/startup.h"
 
@@ -20,6 +21,7 @@ constexpr char kExamples[] = R"(Examples:
   kavi run --policy policy.yaml --out result inbox the same for a folder, results into result/
   kavi run --policy policy.yaml --json - < mail    for programs: one JSON object per message
   kavi policy check policy.yaml                    errors and doubts, before it is used
+  kavi expand '%SUBJECT% from %SENDER%' mail.eml   a template with its tokens replaced
   kavi actions                                     what a rule can do
 
 Exit status: 0 all done, 1 an action failed or a message could not be read or written,
@@ -28,6 +30,7 @@ Exit status: 0 all done, 1 an action failed or a message could not be read or wr
 /// What the subcommands put their arguments into.
 struct Arguments {
   RunOptions run;
+  ExpandOptions expand;
   std::string from;
   std::string policyFile;
   std::string action;
@@ -56,6 +59,9 @@ void addRun(CLI::App& app, Arguments& arguments) {
   run->add_option("--jobs,-j", options.jobs, "Messages to run at once; default: one per processor")
       ->check(CLI::Range(1U, 1024U))
       ->type_name("N");
+  run->add_flag("--trusted", options.trusted,
+                "Reprocessing fields of the inputs count as if they were sealed: rules that they "
+                "name are skipped");
   run->add_flag("--json", options.json, "One JSON object per message and line");
   run->add_flag("--verbose,-v", options.verbose,
                 "Show log lines, and what is wrong with a message's form");
@@ -67,6 +73,27 @@ void addRun(CLI::App& app, Arguments& arguments) {
   run->add_option("inputs", options.inputs, "Files, folders, mbox files, or - for standard input")
       ->required()
       ->type_name("FILE|FOLDER|MBOX|-");
+}
+
+void addExpand(CLI::App& app, Arguments& arguments) {
+  ExpandOptions& options = arguments.expand;
+  CLI::App* expand =
+      app.add_subcommand("expand", "Print a template with its tokens replaced for a message");
+  expand->add_option("text", options.text, "The template")->required()->type_name("TEXT");
+  expand->add_option("file", options.file, "The message, or - for standard input")
+      ->required()
+      ->type_name("FILE");
+  expand
+      ->add_option("--policy,-p", options.policy,
+                   "Take the values of rules from the first of its rules that matches")
+      ->type_name("FILE");
+  expand->add_option("--config,-c", options.config, "Global settings, an INI file")
+      ->type_name("FILE");
+  expand->add_option("--from", arguments.from, "Envelope sender; as for run")->type_name("ADDRESS");
+  expand->add_option("--rcpt", options.recipients, "Envelope recipient, may be repeated")
+      ->type_name("ADDRESS")
+      ->allow_extra_args(false);
+  expand->add_flag("--trusted", options.trusted, "As for run");
 }
 
 void addAdmin(CLI::App& app, Arguments& arguments) {
@@ -98,6 +125,10 @@ int dispatch(CLI::App& app, Arguments& arguments) {
     if (run->count("--from") != 0) arguments.run.from = arguments.from;
     return runCommand(arguments.run);
   }
+  if (CLI::App* expand = app.get_subcommand("expand"); expand->parsed()) {
+    if (expand->count("--from") != 0) arguments.expand.from = arguments.from;
+    return expandCommand(arguments.expand);
+  }
   if (app.get_subcommand("policy")->parsed()) {
     return policyCheckCommand(arguments.policyFile, arguments.json);
   }
@@ -124,6 +155,7 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     Arguments arguments;
     addRun(app, arguments);
+    addExpand(app, arguments);
     addAdmin(app, arguments);
     try {
       app.parse(argc, argv);

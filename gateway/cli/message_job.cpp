@@ -1,9 +1,14 @@
 #include "gateway/cli/message_job.h"
 
+#include <unistd.h>
+
+#include <array>
 #include <exception>
 #include <utility>
 
 #include "gateway/cli/dry_adapter.h"
+#include "gateway/cli/startup.h"
+#include "host/core/text_escape.h"
 #include "host/delivery/recording_adapter.h"
 
 namespace gateway::cli {
@@ -31,6 +36,7 @@ engine::Outcome runEngine(Message& message, const JobSettings& settings, OvIsAda
                                     .logLevel = settings.logLevel,
                                     .protocol = "SMTP",
                                     .hostName = settings.hostName};
+  if (settings.trusted) surroundings.trust = host::delivery::ReprocessTrust::Assumed;
   return engine::runMessage(message, *settings.policy, surroundings);
 }
 
@@ -112,6 +118,33 @@ MessageResult runJob(InputMessage input, const JobSettings& settings) {
     result.error = fault.what();
   }
   return result;
+}
+
+bool readAddresses(const std::optional<std::string>& from,
+                   const std::vector<std::string>& recipients, JobSettings& settings) {
+  if (from) {
+    settings.from = plainAddress(*from);
+    if (!settings.from) {
+      complain("--from " + host::core::printable(*from) +
+               ": no address (write: user@example.org, or <> for the null sender)");
+      return false;
+    }
+  }
+  for (const std::string& text : recipients) {
+    const std::optional<std::string> address = plainAddress(text);
+    if (!address || address->empty()) {
+      complain("--rcpt " + host::core::printable(text) + ": no address (write: user@example.org)");
+      return false;
+    }
+    settings.recipients.push_back(*address);
+  }
+  return true;
+}
+
+std::string hostName() {
+  std::array<char, 256> name{};
+  if (::gethostname(name.data(), name.size() - 1) != 0) return {};
+  return name.data();
 }
 
 }  // namespace gateway::cli

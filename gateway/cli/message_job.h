@@ -24,6 +24,7 @@ struct JobSettings {
   std::vector<std::string> recipients;
   const OutputFolder* out = nullptr;  ///< null: nothing is written
   std::string hostName;
+  bool trusted = false;  ///< reprocessing fields of the input count as if they were sealed
 };
 
 /// Something that an action asked of the adapter.
@@ -52,6 +53,14 @@ struct MessageResult {
   std::string rendered;   ///< of a message of an mbox that goes on: its bytes
   std::string separator;  ///< what stands behind it in the mbox
 };
+
+/// Puts the addresses of the command line into \p settings.
+/// \return false after writing to standard error which one is none.
+bool readAddresses(const std::optional<std::string>& from,
+                   const std::vector<std::string>& recipients, JobSettings& settings);
+
+/// The name of this machine; empty when it has none.
+std::string hostName();
 
 /// Reads, runs and, but for messages of an mbox, writes one message. Never throws.
 MessageResult runJob(InputMessage input, const JobSettings& settings);

@@ -62,6 +62,12 @@ ordered_json toJson(const ActionReport& action) {
                        {"bytes_before", action.bytesBefore},
                        {"bytes_after", action.bytesAfter},
                        {"log", std::move(log)}};
+  for (const engine::HandOver& handOver : action.handOvers) {
+    if (handOver.rules.empty()) continue;
+    json["reprocess"] = {{"rules_handed_over", handOver.rules},
+                         {"type", handOver.type},
+                         {"rules_left", action.rulesLeft}};
+  }
   if (!action.failure.empty()) json["failure"] = action.failure;
   return json;
 }
@@ -69,11 +75,8 @@ ordered_json toJson(const ActionReport& action) {
 ordered_json toJson(const RuleReport& rule) {
   ordered_json actions = ordered_json::array();
   for (const ActionReport& action : rule.actions) actions.push_back(toJson(action));
-  return {{"id", rule.id},
-          {"name", rule.name},
-          {"attachments", rule.attachments},
-          {"reached", rule.reached},
-          {"actions", std::move(actions)}};
+  return {{"id", rule.id},           {"name", rule.name},       {"attachments", rule.attachments},
+          {"skipped", rule.skipped}, {"reached", rule.reached}, {"actions", std::move(actions)}};
 }
 
 void addRun(const MessageResult& result, ordered_json& json) {
@@ -88,6 +91,13 @@ void addRun(const MessageResult& result, ordered_json& json) {
     defects.push_back({{"offset", defect.offset}, {"text", defect.text}});
   }
   json["defects"] = std::move(defects);
+  const host::delivery::Reprocessing& reprocessing = result.outcome.reprocessing;
+  if (reprocessing.honoured || !reprocessing.refusal.empty()) {
+    json["reprocessing"] = {{"honoured", reprocessing.honoured},
+                            {"rules", reprocessing.rules},
+                            {"type", reprocessing.type},
+                            {"refusal", reprocessing.refusal}};
+  }
   ordered_json rules = ordered_json::array();
   for (const RuleReport& rule : result.outcome.rules) rules.push_back(toJson(rule));
   json["rules"] = std::move(rules);

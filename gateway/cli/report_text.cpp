@@ -100,6 +100,7 @@ class TextReport {
                         style_.dim(" at byte " + withThousands(defect.offset)));
       }
     }
+    writeReprocessing();
     for (const RuleReport& rule : result_.outcome.rules) writeRule(rule);
     if (result_.outcome.rules.empty()) row("rules", "none matched");
     row("verdict", verdict());
@@ -109,12 +110,26 @@ class TextReport {
     }
   }
 
+  void writeReprocessing() {
+    const host::delivery::Reprocessing& fields = result_.outcome.reprocessing;
+    if (fields.honoured) {
+      std::string ids;
+      for (const unsigned int id : fields.rules) ids += " " + std::to_string(id);
+      row("rescan", "came back for scanning, skips" + ids);
+    } else if (!fields.refusal.empty()) {
+      row("rescan", style_.doubtful("reprocessing fields taken out: " + printable(fields.refusal)));
+    }
+  }
+
   std::string source(const std::string& where) const { return style_.dim(" (" + where + ")"); }
 
   void writeRule(const RuleReport& rule) {
     std::string text = style_.bold(std::to_string(rule.id)) + " " + printable(rule.name);
     if (!rule.attachments.empty()) text += style_.dim("  for ") + listed(rule.attachments);
-    if (!rule.reached) text += style_.dim("  matched, but not reached");
+    if (rule.skipped) {
+      text += style_.dim("  matched, but skipped: the message came back because of it");
+    } else if (!rule.reached)
+      text += style_.dim("  matched, but not reached");
     row("rule", text);
     for (const ActionReport& action : rule.actions) writeAction(action);
   }
@@ -133,6 +148,13 @@ class TextReport {
       if (changes.empty() && !action.disposed) text += style_.dim(", nothing changed");
     }
     out_ += text + "\n";
+    for (const engine::HandOver& handOver : action.handOvers) {
+      if (handOver.rules.empty()) continue;
+      out_ += std::string(13, ' ') + style_.dim("rules to skip: ") + printable(handOver.rules) +
+              style_.dim(" as handed over, ") +
+              (action.rulesLeft.empty() ? "none" : printable(action.rulesLeft)) +
+              style_.dim(" left in the stream") + "\n";
+    }
     for (const auto& line : action.log) {
       // A failure gives its reason even when nobody asked for the log.
       if (!verbose_ && (action.result || line.level > 2)) continue;

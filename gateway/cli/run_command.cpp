@@ -1,9 +1,6 @@
 #include "gateway/cli/run_command.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <cstdio>
 #include <memory>
@@ -20,12 +17,6 @@
 
 namespace gateway::cli {
 namespace {
-
-std::string hostName() {
-  std::array<char, 256> name{};
-  if (::gethostname(name.data(), name.size() - 1) != 0) return {};
-  return name.data();
-}
 
 unsigned int threadsFor(const RunOptions& options) {
   if (options.jobs != 0) return options.jobs;
@@ -156,31 +147,11 @@ class Reporter {
   bool failed_ = false;
 };
 
-bool readAddresses(const RunOptions& options, JobSettings& settings) {
-  if (options.from) {
-    settings.from = plainAddress(*options.from);
-    if (!settings.from) {
-      complain("--from " + host::core::printable(*options.from) +
-               ": no address (write: user@example.org, or <> for the null sender)");
-      return false;
-    }
-  }
-  for (const std::string& text : options.recipients) {
-    const std::optional<std::string> address = plainAddress(text);
-    if (!address || address->empty()) {
-      complain("--rcpt " + host::core::printable(text) + ": no address (write: user@example.org)");
-      return false;
-    }
-    settings.recipients.push_back(*address);
-  }
-  return true;
-}
-
 }  // namespace
 
 int runCommand(const RunOptions& options) {
   JobSettings settings;
-  if (!readAddresses(options, settings)) return ExitUsage;
+  if (!readAddresses(options.from, options.recipients, settings)) return ExitUsage;
   const std::unique_ptr<Startup> startup = Startup::begin(options.config);
   if (startup == nullptr) return ExitUsage;
   settings.policy = loadSnapshot(options.policy);
@@ -188,6 +159,7 @@ int runCommand(const RunOptions& options) {
   settings.log = &startup->log();
   settings.logLevel = options.verbose ? 3 : 2;
   settings.hostName = hostName();
+  settings.trusted = options.trusted;
 
   const Inputs inputs = Inputs::collect(options.inputs, options.out, adapterNames());
   std::optional<OutputFolder> out;

@@ -19,7 +19,8 @@ struct RunOptions {
   unsigned int jobs = 0;  ///< 0: as many as there are processors
   bool json = false;
   bool verbose = false;
-  bool quiet = false;  ///< leaves out messages that nothing happened to
+  bool trusted = false;  ///< reprocessing fields of the inputs count as if they were sealed
+  bool quiet = false;    ///< leaves out messages that nothing happened to
   Colour colour = Colour::Auto;
 };
 

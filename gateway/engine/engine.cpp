@@ -1,14 +1,21 @@
 #include "gateway/engine/engine.h"
 
+#include <algorithm>
+#include <ctime>
 #include <exception>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <utility>
 
+#include "gateway/engine/match.h"
 #include "gateway/engine/records.h"
 #include "gateway/engine/tokens.h"
 #include "gateway/scan/message_facts.h"
+#include "host/delivery/reprocess_fields.h"
 #include "library/framework/kavi_action.h"
+#include "library/platform/msgu.h"
+#include "library/tokens/action_utils.h"
 
 namespace gateway::engine {
 namespace {
@@ -50,43 +57,78 @@ class Run {
         policy_(policy),
         surroundings_(surroundings),
         outcome_(outcome),
+        adapter_(surroundings.adapter),
         records_(policy) {}
 
   void run() {
+    admit();
+    runRules();
+    outcome_.verdict = verdict();
+  }
+
+  void expand(const std::string& text, Expansion& expansion) {
+    admit();
     const scan::MessageFacts facts(message_);
-    const std::vector<const Snapshot::Rule*> matched = match(facts);
+    const std::vector<Match> matched = match(facts);
+    fillMessageTokens(tokens_, message_, facts, surroundings_.protocol, surroundings_.hostName);
+    for (std::size_t i = 0; i < matched.size() && expansion.rule == 0; ++i) {
+      if (outcome_.rules[i].skipped) continue;
+      prepareRule(matched[i]);
+      expansion.rule = matched[i].rule->id;
+    }
+    if (!ActionUtils::replaceTokens(tokens_, text, message_, expansion.text)) {
+      expansion.failure = "the tokens cannot be replaced";
+    }
+  }
+
+ private:
+  void admit() {
+    const host::delivery::AdapterError error =
+        host::delivery::admitReprocessing(message_, surroundings_.trust, surroundings_.sealKeys,
+                                          std::time(nullptr), outcome_.reprocessing);
+    if (error != host::delivery::AdapterError::None) {
+      throw std::runtime_error("the seal of the reprocessing fields cannot be checked");
+    }
+    if (outcome_.reprocessing.honoured) tokens_.set(Kavi::ScanToken::Rescanned, "yes");
+  }
+
+  bool isSkipped(const Snapshot::Rule& rule) const {
+    const std::vector<unsigned int>& ids = outcome_.reprocessing.rules;
+    return std::find(ids.begin(), ids.end(), rule.id) != ids.end();
+  }
+
+  void runRules() {
+    const scan::MessageFacts facts(message_);
+    const std::vector<Match> matched = match(facts);
     if (matched.empty()) return;
     fillMessageTokens(tokens_, message_, facts, surroundings_.protocol, surroundings_.hostName);
     for (std::size_t i = 0; i < matched.size(); ++i) {
       RuleReport& report = outcome_.rules[i];
-      report.reached = !outcome_.disposed && !failed_;
-      if (report.reached) runRule(*matched[i], report);
+      report.reached = !outcome_.disposed && !failed_ && !report.skipped;
+      if (report.reached) runRule(matched[i], report);
     }
-    outcome_.verdict = verdict();
   }
 
- private:
   /// All rules see the message as it came, so that no rule depends on what another one changed.
-  std::vector<const Snapshot::Rule*> match(const scan::MessageFacts& facts) {
-    std::vector<const Snapshot::Rule*> matched;
+  std::vector<Match> match(const scan::MessageFacts& facts) {
+    std::vector<Match> matched;
     std::vector<std::size_t> marked;
     for (const Snapshot::Rule& rule : policy_.rules()) {
       if (!rule.matcher.matches(facts, marked)) continue;
-      matched.push_back(&rule);
+      matched.push_back(describeMatch(rule, facts, marked));
       RuleReport& report = outcome_.rules.emplace_back();
       report.id = rule.id;
       report.name = rule.name;
-      for (const std::size_t index : marked) {
-        const scan::Attachment& attachment = facts.attachments()[index];
-        report.attachments.push_back(attachment.fileName.empty() ? attachment.type
-                                                                 : attachment.fileName);
-      }
+      report.skipped = isSkipped(rule);
+      report.attachments = matched.back().attachments;
     }
     return matched;
   }
 
-  void runRule(const Snapshot::Rule& rule, RuleReport& report) {
-    fillRuleTokens(tokens_, rule, report.attachments);
+  /// The objects of a rule's actions, once all of them have filled in the token map.
+  std::vector<std::unique_ptr<KaviAction>> prepareRule(const Match& match) {
+    const Snapshot::Rule& rule = *match.rule;
+    fillRuleTokens(tokens_, match);
     records_.addFor(rule);
     std::vector<std::unique_ptr<KaviAction>> actions;
     for (const Snapshot::Action& action : rule.actions) {
@@ -95,8 +137,13 @@ class Run {
     for (const std::unique_ptr<KaviAction>& action : actions) {
       if (action != nullptr) action->fillInTokenMap(tokens_, records_.manager());
     }
+    return actions;
+  }
+
+  void runRule(const Match& match, RuleReport& report) {
+    const std::vector<std::unique_ptr<KaviAction>> actions = prepareRule(match);
     for (std::size_t i = 0; i < actions.size() && !failed_; ++i) {
-      runAction(rule.actions[i], actions[i].get(), report.actions.emplace_back());
+      runAction(match.rule->actions[i], actions[i].get(), report.actions.emplace_back());
     }
   }
 
@@ -105,6 +152,7 @@ class Run {
     report.setting = entry.setting;
     report.value = valueOf(entry);
     report.bytesBefore = message_.renderedSize();
+    const std::size_t handOversBefore = adapter_.handOvers().size();
     const std::size_t changesBefore = message_.changes().size();
     const Lines lines(surroundings_);
     if (action == nullptr) {
@@ -114,6 +162,12 @@ class Run {
     }
     if (!report.failure.empty()) report.result = false;
     lines.moveTo(report.log);
+    const std::vector<HandOver>& handOvers = adapter_.handOvers();
+    report.handOvers.assign(handOvers.begin() + static_cast<std::ptrdiff_t>(handOversBefore),
+                            handOvers.end());
+    if (OvMsgEntity* root = message_.firstEntity(); root != nullptr) {
+      msgu::getHeader(root, host::delivery::kReprocessRules, report.rulesLeft);
+    }
     const auto changes = message_.changes();
     report.changes.assign(changes.begin() + static_cast<std::ptrdiff_t>(changesBefore),
                           changes.end());
@@ -127,13 +181,15 @@ class Run {
   void take(KaviAction& action, ActionReport& report) {
     const host::message::Message* original =
         action.requiresOriginalMsg() ? &std::as_const(message_).received() : nullptr;
-    report.result = action.takeAction(&message_, original, report.flag, tokens_,
-                                      surroundings_.adapter, records_.manager());
+    report.result =
+        action.takeAction(&message_, original, report.flag, tokens_, adapter_, records_.manager());
   }
 
-  Verdict verdict() const {
+  Verdict verdict() {
     if (failed_) return Verdict::Failed;
     if (outcome_.disposed) return Verdict::Disposed;
+    // It goes on to somebody else, who must not see how it was scanned.
+    host::delivery::removeReprocessing(message_);
     return message_.changed() ? Verdict::Changed : Verdict::Unchanged;
   }
 
@@ -141,6 +197,7 @@ class Run {
   const Snapshot& policy_;
   const Surroundings& surroundings_;
   Outcome& outcome_;
+  WatchedAdapter adapter_;
   Tokens tokens_;
   Records records_;
   bool failed_ = false;
@@ -154,6 +211,16 @@ Outcome runMessage(host::message::Message& message, const policy::Snapshot& poli
   outcome.failure = failureOf([&] { Run(message, policy, surroundings, outcome).run(); });
   if (!outcome.failure.empty()) outcome.verdict = Verdict::Failed;
   return outcome;
+}
+
+Expansion expandText(const std::string& text, host::message::Message& message,
+                     const policy::Snapshot& policy, const Surroundings& surroundings) {
+  Expansion expansion;
+  Outcome outcome;
+  const std::string failure =
+      failureOf([&] { Run(message, policy, surroundings, outcome).expand(text, expansion); });
+  if (!failure.empty()) expansion.failure = failure;
+  return expansion;
 }
 
 }  // namespace gateway::engine

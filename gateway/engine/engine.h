@@ -11,8 +11,10 @@
 #include <string>
 #include <vector>
 
+#include "gateway/engine/watched_adapter.h"
 #include "gateway/policy/snapshot.h"
 #include "host/core/log.h"
+#include "host/delivery/reprocessing.h"
 #include "host/message/message.h"
 #include "library/platform/is_adapter.h"
 
@@ -29,6 +31,9 @@ struct ActionReport {
   bool flag = false;      ///< its own flag after the run
   bool disposed = false;  ///< both: it took the message out of the stream
   std::string failure;    ///< what stopped it, when that is known beyond its log lines
+  /// The message's reprocessing fields at each hand-over to the adapter, and behind the action.
+  std::vector<HandOver> handOvers;
+  std::string rulesLeft;
   std::vector<host::message::Change> changes;
   std::vector<host::core::LogLine> log;
   std::size_t bytesBefore = 0;
@@ -40,7 +45,8 @@ struct RuleReport {
   unsigned int id = 0;
   std::string name;
   std::vector<std::string> attachments;  ///< those that made it match: file names, else types
-  bool reached = true;  ///< false: the message was gone, or the run had failed, before its turn
+  bool skipped = false;  ///< the message came back for scanning because of this rule
+  bool reached = true;   ///< false: the message was gone, or the run had failed, before its turn
   std::vector<ActionReport> actions;  ///< those that ran
 };
 
@@ -48,8 +54,9 @@ struct Outcome {
   Verdict verdict = Verdict::Unchanged;
   /// Whether an action took the message out of the stream; also set when a later one then failed.
   bool disposed = false;
-  std::vector<RuleReport> rules;  ///< in the order of the policy
-  std::string failure;            ///< why the run failed, when no action is to blame
+  std::vector<RuleReport> rules;              ///< in the order of the policy
+  std::string failure;                        ///< why the run failed, when no action is to blame
+  host::delivery::Reprocessing reprocessing;  ///< what the message's own fields said on the way in
 };
 
 /// What a run uses besides the message and the policy. All borrowed.
@@ -59,8 +66,14 @@ struct Surroundings {
   int logLevel = 2;                             ///< the most verbose lines to collect
   std::string protocol = "SMTP";                ///< how the message came
   std::string hostName{};
+  /// Whether reprocessing fields of the message count, and the keys of their seals (may be null).
+  host::delivery::ReprocessTrust trust = host::delivery::ReprocessTrust::Nobody;
+  const host::delivery::SealKeys* sealKeys = nullptr;
 };
 
+/// First takes out reprocessing fields that do not count, so that nobody else sees them; rules that
+/// fields which count name are skipped, and those fields go when the message goes on.
+///
 /// Matches every rule against the message as it came, then runs the actions of those that match,
 /// rule by rule. Each action is built from its settings string for this message and gets its own
 /// flag; the message is disposed of once an action's flag and result are both true. The other
@@ -68,5 +81,17 @@ struct Surroundings {
 /// built ends the run. Never throws; the message is not shared while it runs.
 Outcome runMessage(host::message::Message& message, const policy::Snapshot& policy,
                    const Surroundings& surroundings);
+
+/// A template's text for one message.
+struct Expansion {
+  std::string text;
+  unsigned int rule = 0;  ///< id of the rule whose values stand in it; 0 when none matched
+  std::string failure;    ///< why there is no text; empty for success
+};
+
+/// Replaces the tokens of \p text as the first action of the first matching rule would. Nothing
+/// runs, the message stays as it is but for reprocessing fields that do not count. Never throws.
+Expansion expandText(const std::string& text, host::message::Message& message,
+                     const policy::Snapshot& policy, const Surroundings& surroundings);
 
 }  // namespace gateway::engine

@@ -2,8 +2,8 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
+#include "gateway/engine/match.h"
 #include "gateway/policy/snapshot.h"
 #include "gateway/scan/message_facts.h"
 #include "host/message/message.h"
@@ -14,16 +14,14 @@ namespace gateway::engine {
 
 using Tokens = Kavi::TokenMap<Kavi::ScanToken>;
 
-/// The values that hold for the whole run. The subject, the header and the charsets are left out:
-/// the library finds them by itself when a text asks for them.
+/// The values that hold for the whole run (docs/tokens.md). The subject, the header and the
+/// charsets are left out: the library finds them by itself when a text asks for them.
 void fillMessageTokens(Tokens& tokens, const host::message::Message& message,
                        const scan::MessageFacts& facts, const std::string& protocol,
                        const std::string& hostName);
 
 /// The values of the rule whose actions run next.
-/// \param attachments  what made the rule match
-void fillRuleTokens(Tokens& tokens, const policy::Snapshot::Rule& rule,
-                    const std::vector<std::string>& attachments);
+void fillRuleTokens(Tokens& tokens, const Match& match);
 
 /// The value of \p action as in a policy.
 std::string valueOf(const policy::Snapshot::Action& action);

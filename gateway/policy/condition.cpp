@@ -355,4 +355,11 @@ std::optional<Condition> parseCanonicalText(std::string_view text, const FaultSi
   return parseCondition(*document->root(), fault);
 }
 
+std::string_view wordOf(Condition::Kind kind) {
+  for (const KindRow& row : kKinds) {
+    if (row.kind == kind) return row.key;
+  }
+  return {};
+}
+
 }  // namespace gateway::policy

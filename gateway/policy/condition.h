@@ -51,6 +51,9 @@ std::string canonicalText(const Condition& condition);
 /// Reads the stored form back.
 std::optional<Condition> parseCanonicalText(std::string_view text, const FaultSink& fault);
 
+/// The word of a policy for a kind of condition.
+std::string_view wordOf(Condition::Kind kind);
+
 /// The deepest nesting of `all`, `any` and `not`.
 inline constexpr int kMaxConditionDepth = 20;
 

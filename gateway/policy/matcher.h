@@ -23,6 +23,8 @@ class Matcher {
   /// \param marked  receives, in document order and each once, the indexes of the attachments that
   ///   made the condition hold; emptied when it does not hold.
   bool matches(const scan::MessageFacts& facts, std::vector<std::size_t>& marked) const;
+  /// The kind of the outermost condition.
+  Condition::Kind kind() const { return kind_; }
 
  private:
   bool holds(const scan::MessageFacts& facts, std::vector<std::size_t>& marked) const;

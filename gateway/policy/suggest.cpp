@@ -80,7 +80,17 @@ std::size_t distance(std::string_view left, std::string_view right) {
   return last[right.size()];
 }
 
-std::string_view closest(std::string_view word, const std::vector<std::string_view>& known) {
+std::string_view synonymOf(std::string_view word, const std::vector<std::string_view>& known) {
+  const std::string typed = folded(word.substr(0, kLongestWord + 1));
+  for (const auto& [foreign, ours] : kSynonyms) {
+    if (typed == foreign && std::find(known.begin(), known.end(), ours) != known.end()) return ours;
+  }
+  return {};
+}
+
+}  // namespace
+
+std::string_view closestTo(std::string_view word, const std::vector<std::string_view>& known) {
   if (word.empty() || word.size() > kLongestWord) return {};
   const std::string typed = folded(word);
   std::string_view best;
@@ -92,17 +102,12 @@ std::string_view closest(std::string_view word, const std::vector<std::string_vi
       bestDistance = candidateDistance;
     }
   }
-  if (!best.empty()) return best;
-  for (const auto& [foreign, ours] : kSynonyms) {
-    if (typed == foreign && std::find(known.begin(), known.end(), ours) != known.end()) return ours;
-  }
-  return {};
+  return best;
 }
 
-}  // namespace
-
 std::string remedyFor(std::string_view word, const std::vector<std::string_view>& known) {
-  const std::string_view meant = closest(word, known);
+  std::string_view meant = closestTo(word, known);
+  if (meant.empty()) meant = synonymOf(word, known);
   if (!meant.empty()) return "(did you mean '" + std::string(meant) + "'?)";
   std::string text = "(known: ";
   for (std::size_t i = 0; i < known.size(); ++i) {

@@ -50,14 +50,22 @@ const std::vector<std::string>& MessageFacts::recipients() const {
 const std::vector<Attachment>& MessageFacts::attachments() const {
   if (attachments_) return *attachments_;
   std::vector<Attachment>& found = attachments_.emplace();
+  std::size_t number = 0;
   for (const Entity* entity = message_.firstEntity(); entity != nullptr; entity = entity->next()) {
     Attachment facts;
     facts.entity = entity;
+    facts.number = ++number;
     facts.fileName = entity->fileNameText().value_or(std::string());
     facts.type = entity->contentType();
     if (isAttachment(*entity, facts)) found.push_back(std::move(facts));
   }
   return found;
+}
+
+std::size_t MessageFacts::attachmentSize(std::size_t index) const {
+  const auto [entry, isNew] = attachmentSizes_.try_emplace(index);
+  if (isNew) entry->second = attachments().at(index).entity->decodedSize();
+  return entry->second;
 }
 
 }  // namespace gateway::scan

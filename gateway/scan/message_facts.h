@@ -19,6 +19,7 @@ namespace gateway::scan {
 /// text nor a multipart.
 struct Attachment {
   const host::message::Entity* entity = nullptr;  ///< borrowed from the message
+  std::size_t number = 0;                         ///< of the entity, the root being 1
   std::string fileName;                           ///< as declared, UTF-8; empty when none is
   std::string type;                               ///< as declared, lower-cased: "application/pdf"
 };
@@ -45,10 +46,13 @@ class MessageFacts {
   const std::vector<std::string>& recipients() const;
   /// In document order, those inside nested messages included.
   const std::vector<Attachment>& attachments() const;
+  /// The size of one of them once decoded, in bytes.
+  std::size_t attachmentSize(std::size_t index) const;
 
  private:
   const host::message::Message& message_;
   mutable std::optional<std::vector<Attachment>> attachments_;
+  mutable std::unordered_map<std::size_t, std::size_t> attachmentSizes_;
   mutable std::unordered_map<std::string, std::vector<std::string>> headers_;
 };
 

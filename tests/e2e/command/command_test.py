@@ -19,6 +19,76 @@ def mbox_of(*subjects):
         for subject in subjects)
 
 
+class ReprocessingTest(KaviTest):
+    MARKED = (b"From: a@x.example\nTo: b@x.example\nX-kavi-reprocess-rules: 12\n"
+              b"X-kavi-reprocess-type: quarantine\nSubject: hello\n\nbody\n")
+    POLICY = ("quarantine_areas: [{name: virus, aging_days: 7}]\n"
+              "rules:\n- {id: 15, when: always, actions: [{quarantine: virus}]}\n")
+
+    def stored(self, *options):
+        policy, message = self.put("policy.yaml", self.POLICY), self.put("m.eml", self.MARKED)
+        out = self.folder / "out"
+        [report] = self.run_json("--policy", policy, "--out", out, *options, message)
+        [call] = report["calls"]
+        fields = [line for line in (out / call["file"]).read_text().splitlines()
+                  if line.startswith("X-kavi-reprocess-rules")]
+        return fields, report["rules"][0]["actions"][0]["reprocess"], report["reprocessing"]
+
+    def test_trusted_fields_are_kept_and_added_to(self):
+        fields, reprocess, reprocessing = self.stored("--trusted")
+        self.assertEqual(fields, ["X-kavi-reprocess-rules: 12 15"])
+        self.assertEqual(reprocess["rules_handed_over"], "12 15")
+        self.assertEqual(reprocess["rules_left"], "12")
+        self.assertTrue(reprocessing["honoured"])
+
+    def test_unsealed_fields_are_taken_out_first(self):
+        fields, reprocess, reprocessing = self.stored()
+        self.assertEqual(fields, ["X-kavi-reprocess-rules: 15"])
+        self.assertEqual(reprocess["rules_left"], "")
+        self.assertFalse(reprocessing["honoured"])
+
+    def test_the_text_report_shows_both(self):
+        policy, message = self.put("policy.yaml", self.POLICY), self.put("m.eml", self.MARKED)
+        done = kavi("run", "--policy", policy, "--trusted", message)
+        self.assertIn(b"12 15 as handed over, 12 left in the stream", done.stdout)
+
+    def test_a_skipped_rule_is_reported(self):
+        policy = self.policy("{id: 12, name: n, when: always, actions: [delete]}")
+        message = self.put("m.eml", self.MARKED)
+        [report] = self.run_json("--policy", policy, "--trusted", message)
+        self.assertTrue(report["rules"][0]["skipped"])
+        self.assertEqual(report["calls"], [])
+        done = kavi("run", "--policy", policy, "--trusted", message)
+        self.assertIn(b"matched, but skipped", done.stdout)
+
+
+class ExpandTest(KaviTest):
+
+    def test_prints_the_text_for_a_message(self):
+        done = kavi("expand", "%SUBJECT% from %SENDER% to %RCPTS%", "--from", "s@x.example",
+                    "--rcpt", "r@x.example", self.put("m.eml", MESSAGE))
+        self.assertEqual((done.returncode, done.stdout, done.stderr),
+                         (0, b"hello from s@x.example to r@x.example\n", b""))
+
+    def test_reads_standard_input_and_a_policy(self):
+        policy = self.policy("{id: 7, name: seven, when: always, actions: []}")
+        done = kavi("expand", "%RULENAME%", "-", "--policy", policy, stdin=MESSAGE)
+        self.assertEqual(done.stdout, b"seven\n")
+
+    def test_points_out_what_looks_mistyped(self):
+        done = kavi("expand", "%SENDR% 100% %UNRELATEDWORD%", self.put("m.eml", MESSAGE))
+        self.assertEqual(done.returncode, 0)
+        self.assertEqual(done.stdout, b"%SENDR% 100% %UNRELATEDWORD%\n")
+        self.assertEqual(done.stderr.decode(), "kavi: %SENDR% is no token and stays as it is "
+                                               "(did you mean %SENDER%?)\n")
+
+    def test_says_what_it_cannot_read(self):
+        self.assertEqual(kavi("expand", "x", self.folder / "none.eml").returncode, 1)
+        self.assertEqual(kavi("expand", "x").returncode, 2)
+        self.assertEqual(kavi("expand", "x", self.put("m.eml", MESSAGE), "--from", "a b").returncode,
+                         2)
+
+
 class UsageTest(KaviTest):
 
     def test_version_and_help_succeed(self):
@@ -78,7 +148,8 @@ class RunTest(KaviTest):
             "envelope": {"from": "a@x.example", "from_source": "From", "rcpt": ["b@x.example"],
                          "rcpt_source": "To"},
             "defects": [],
-            "rules": [{"id": 1, "name": "n", "attachments": [], "reached": True, "actions": [{
+            "rules": [{"id": 1, "name": "n", "attachments": [],
+                       "skipped": False, "reached": True, "actions": [{
                 "action": "x_header", "code": 18, "value": "X-A: b", "setting": "X-A:b",
                 "result": True, "flag": False, "disposed": False,
                 "changes": [{"kind": "header_added", "what": "X-A", "part": "1"}],

@@ -1,0 +1,61 @@
+#include "gateway/cli/expand_command.h"
+
+#include <cstdio>
+#include <memory>
+
+#include "gateway/cli/dry_adapter.h"
+#include "gateway/cli/message_job.h"
+#include "gateway/cli/startup.h"
+#include "gateway/cli/token_check.h"
+#include "gateway/engine/engine.h"
+#include "host/core/text_escape.h"
+
+namespace gateway::cli {
+namespace {
+
+using host::message::Buffer;
+using host::message::Message;
+
+void nameDoubtfulTokens(const std::string& text) {
+  for (const DoubtfulToken& token : doubtfulTokens(text)) {
+    complain(host::core::printable(token.word) + " is no token and stays as it is (did you mean " +
+             token.meant + "?)");
+  }
+}
+
+}  // namespace
+
+int expandCommand(const ExpandOptions& options) {
+  JobSettings settings;
+  if (!readAddresses(options.from, options.recipients, settings)) return ExitUsage;
+  const std::unique_ptr<Startup> startup = Startup::begin(options.config);
+  if (startup == nullptr) return ExitUsage;
+  settings.policy =
+      options.policy.empty() ? policy::Snapshot::of({}) : loadSnapshot(options.policy);
+  if (settings.policy == nullptr) return ExitUsage;
+  std::string error;
+  auto bytes = Buffer::readFile(options.file == "-" ? "/dev/stdin" : options.file, error);
+  if (bytes == nullptr) {
+    complain(host::core::printable(options.file + ": " + error));
+    return ExitFailed;
+  }
+  const std::unique_ptr<Message> message = Message::parse(std::move(bytes));
+  message->setEnvelope(chooseEnvelope(*message, settings.from, settings.recipients).envelope);
+  DryAdapter adapter;
+  engine::Surroundings surroundings{.adapter = adapter, .hostName = hostName()};
+  if (options.trusted) surroundings.trust = host::delivery::ReprocessTrust::Assumed;
+  const engine::Expansion expansion =
+      engine::expandText(options.text, *message, *settings.policy, surroundings);
+  if (!expansion.failure.empty()) {
+    complain(expansion.failure);
+    return ExitFailed;
+  }
+  std::printf("%s\n", expansion.text.c_str());
+  nameDoubtfulTokens(options.text);
+  if (!options.policy.empty() && expansion.rule == 0) {
+    complain("no rule matches the message: values of rules are missing");
+  }
+  return ExitDone;
+}
+
+}  // namespace gateway::cli

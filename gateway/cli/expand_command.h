@@ -1,0 +1,24 @@
+// `kavi expand`
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace gateway::cli {
+
+struct ExpandOptions {
+  std::string text;
+  std::string file;    ///< the message; "-" for standard input
+  std::string policy;  ///< empty for none: values of rules are then missing
+  std::string config;  ///< settings file; empty for none
+  std::optional<std::string> from;
+  std::vector<std::string> recipients;
+  bool trusted = false;
+};
+
+/// Prints the text with its tokens replaced for the message; words that look like mistyped tokens
+/// are named on standard error. \return the exit status.
+int expandCommand(const ExpandOptions& options);
+
+}  // namespace gateway::cli

@@ -1,0 +1,83 @@
+#include "gateway/cli/token_check.h"
+
+#include <algorithm>
+#include <cctype>
+#include <string_view>
+#include <unordered_set>
+
+#include "gateway/policy/suggest.h"
+#include "library/tokens/action_utils.h"
+#include "library/tokens/token_table.h"
+
+namespace gateway::cli {
+namespace {
+
+constexpr std::size_t kLongestToken = 40;
+
+std::string lowered(std::string_view text) {
+  std::string out(text);
+  std::transform(out.begin(), out.end(), out.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return out;
+}
+
+/// The names of all tokens, in lower case, without "%".
+const std::vector<std::string>& tokenNames() {
+  static const std::vector<std::string> kNames = [] {
+    std::vector<std::string> names;
+    for (const library::TokenRow* row = ActionUtils::getTokenNames(); row->text[0] != '\0'; ++row) {
+      const std::string_view text = row->text;
+      names.push_back(lowered(text.substr(1, text.size() - 2)));
+    }
+    return names;
+  }();
+  return kNames;
+}
+
+/// Whether \p word could be a name; what has blanks in it is prose between two percentages.
+bool isWord(std::string_view word) {
+  if (word.size() < 2 || word.size() > kLongestToken) return false;
+  return std::all_of(word.begin(), word.end(), [](unsigned char c) {
+    return std::isalnum(c) != 0 || c == '_' || c == '&' || c == '-';
+  });
+}
+
+std::string upper(std::string_view text) {
+  std::string out(text);
+  std::transform(out.begin(), out.end(), out.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+  return out;
+}
+
+/// The token that \p word is, or comes close to, without "%"; empty for none.
+std::string tokenMeantBy(std::string_view word) {
+  if (!isWord(word)) return {};
+  const std::vector<std::string_view> names(tokenNames().begin(), tokenNames().end());
+  const std::string typed = lowered(word);
+  const auto exact = std::find(names.begin(), names.end(), typed);
+  return upper(exact != names.end() ? *exact : policy::closestTo(typed, names));
+}
+
+}  // namespace
+
+std::vector<DoubtfulToken> doubtfulTokens(const std::string& text) {
+  std::vector<DoubtfulToken> doubtful;
+  std::unordered_set<std::string> seen;
+  std::size_t open = text.find('%');
+  while (open != std::string::npos) {
+    const std::size_t close = text.find('%', open + 1);
+    if (close == std::string::npos) break;
+    const std::string word = text.substr(open, std::min(close + 1 - open, kLongestToken + 3));
+    const std::string meant =
+        tokenMeantBy(std::string_view(text).substr(open + 1, close - open - 1));
+    const bool isToken = word == "%" + meant + "%";
+    if (!meant.empty() && !isToken && seen.insert(word).second) {
+      doubtful.push_back({word, "%" + meant + "%"});
+    }
+    // The closing sign of what is no token may open the next one.
+    open = isToken || close == open + 1 ? text.find('%', close + 1) : close;
+  }
+  return doubtful;
+}
+
+}  // namespace gateway::cli

@@ -1,0 +1,18 @@
+// Words of a template that look like mistyped tokens.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace gateway::cli {
+
+/// A word between two "%" that is no token but comes close to one.
+struct DoubtfulToken {
+  std::string word;   ///< with both "%"
+  std::string meant;  ///< the token
+};
+
+/// Reads \p text as token replacement does. Each word is named once, in order. Linear in the text.
+std::vector<DoubtfulToken> doubtfulTokens(const std::string& text);
+
+}  // namespace gateway::cli

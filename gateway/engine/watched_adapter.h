@@ -1,0 +1,46 @@
+// Notes what a message says of its reprocessing whenever an action hands it over.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "library/platform/is_adapter.h"
+
+namespace gateway::engine {
+
+/// The reprocessing fields of a message as it was handed to the adapter.
+struct HandOver {
+  std::string rules;  ///< ids separated by blanks; empty when there is no such field
+  std::string type;   ///< the word of the action that wrote them
+};
+
+/// Passes every call on. One per message.
+class WatchedAdapter final : public OvIsAdapter {
+ public:
+  /// \param adapter  borrowed
+  explicit WatchedAdapter(OvIsAdapter& adapter) : adapter_(adapter) {}
+
+  int deleteMessage(unsigned int& error, OvMsgMailMessage* msg) override;
+  int postponeMessage(unsigned int& error, OvMsgMailMessage* msg, unsigned char fromHour,
+                      unsigned char fromMinute, unsigned char toHour,
+                      unsigned char toMinute) override;
+  int handoffMessage(unsigned int& error, OvMsgMailMessage* msg, const char* host,
+                     int port) override;
+  int quarantineMessage(unsigned int& error, OvMsgMailMessage* msg, const char* reserved,
+                        const char* directory, char (&path)[kQuarantinePathSize]) override;
+  int archiveMessage(unsigned int& error, OvMsgMailMessage* msg, const char* reserved,
+                     const char* directory, const char (&area)[kArchiveAreaNameSize]) override;
+  int resendMessage(unsigned int& error, OvMsgMailMessage* msg, int flag) override;
+  int deliverMessage(unsigned int& error, OvMsgMailMessage* msg) override;
+
+  /// Every hand-over so far, in order.
+  const std::vector<HandOver>& handOvers() const { return handOvers_; }
+
+ private:
+  void note(OvMsgMailMessage* msg);
+
+  OvIsAdapter& adapter_;
+  std::vector<HandOver> handOvers_;
+};
+
+}  // namespace gateway::engine
