@@ -102,6 +102,11 @@ bool OutputNames::isFree(const std::string& name) const {
   return true;
 }
 
+/// Numbers are never given back, so that many inputs of one name take linear time.
+unsigned int& OutputNames::nextNumber(const std::string& name) {
+  return next_.try_emplace(name, 2).first->second;
+}
+
 std::string OutputNames::reserve(const std::string& wanted) {
   std::string name = wanted;
   // A folder whose name is taken by a file goes under another name, with all that is in it.
@@ -115,7 +120,10 @@ std::string OutputNames::reserve(const std::string& wanted) {
     folders_.insert(free);
   }
   std::string free = name;
-  for (unsigned int i = 2; !isFree(free); ++i) free = numbered(name, i);
+  if (!isFree(free)) {
+    unsigned int& number = nextNumber(name);
+    while (!isFree(free)) free = numbered(name, number++);
+  }
   files_.insert(free);
   return free;
 }
@@ -126,6 +134,10 @@ Inputs Inputs::collect(const std::vector<std::string>& arguments, const std::str
   OutputNames names(reserved);
   for (const std::string& argument : arguments) {
     if (argument == kStandardInput) {
+      struct stat status {};
+      if (::fstat(STDIN_FILENO, &status) == 0 && S_ISREG(status.st_mode)) {
+        inputs.identities_.emplace(status.st_dev, status.st_ino);
+      }
       inputs.files_.push_back({argument, names.reserve("stdin.eml"), false});
       continue;
     }
@@ -157,6 +169,11 @@ void Inputs::addFolder(const std::string& folder, const std::string& outFolder,
   for (const fs::path& path : filesBelow(folder, outFolder, faults_)) {
     add(path.string(), path.lexically_relative(folder).generic_string(), names);
   }
+}
+
+void Inputs::protect(const std::string& path) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) == 0) identities_.emplace(status.st_dev, status.st_ino);
 }
 
 bool Inputs::isInput(const std::string& path) const {

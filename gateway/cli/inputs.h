@@ -8,6 +8,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -40,9 +41,11 @@ class OutputNames {
 
  private:
   bool isFree(const std::string& name) const;
+  unsigned int& nextNumber(const std::string& name);
 
   std::unordered_set<std::string> files_;
   std::unordered_set<std::string> folders_;
+  std::unordered_map<std::string, unsigned int> next_;  ///< number to try for a name
 };
 
 /// The files that the arguments of a command name.
@@ -57,7 +60,9 @@ class Inputs {
 
   const std::vector<InputFile>& files() const { return files_; }
   const std::vector<InputFault>& faults() const { return faults_; }
-  /// Whether \p path is one of the inputs, by whatever name.
+  /// Counts the file \p path, if there is one, among those that no result may replace.
+  void protect(const std::string& path);
+  /// Whether \p path is one of the inputs or protected, by whatever name.
   bool isInput(const std::string& path) const;
 
  private:

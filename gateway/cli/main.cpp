@@ -10,6 +10,7 @@
 #include "gateway/cli/admin_commands.h"
 #include "gateway/cli/expand_command.h"
 #include "gateway/cli/run_command.h"
+#include "gateway/cli/standard_streams.h"
 #include "gateway/cli/startup.h"
 
 namespace {
@@ -146,6 +147,7 @@ int dispatch(CLI::App& app, Arguments& arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  holdStandardDescriptors();
   // A file size limit is an error like a full disk, not an end.
   std::signal(SIGXFSZ, SIG_IGN);
   try {
@@ -161,9 +163,9 @@ int main(int argc, char** argv) {
       app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
       // Help and version are no errors; every other way to end here is one of usage.
-      return app.exit(error) == 0 ? ExitDone : ExitUsage;
+      return finishOutput(app.exit(error) == 0 ? ExitDone : ExitUsage);
     }
-    return dispatch(app, arguments);
+    return finishOutput(dispatch(app, arguments));
   } catch (const std::exception& fault) {
     std::fprintf(stderr, "kavi: %s\n", fault.what());
     return ExitFailed;

@@ -9,6 +9,7 @@
 #include "gateway/cli/dry_adapter.h"
 #include "gateway/cli/startup.h"
 #include "host/core/text_escape.h"
+#include "host/delivery/adapter_error.h"
 #include "host/delivery/recording_adapter.h"
 
 namespace gateway::cli {
@@ -30,6 +31,11 @@ std::string adapterName(const InputMessage& input) {
   return name + "-" + std::to_string(input.number) + ".eml";
 }
 
+/// Keeps the first fault.
+void noteFault(MessageResult& result, const std::string& fault) {
+  if (result.error.empty()) result.error = fault;
+}
+
 engine::Outcome runEngine(Message& message, const JobSettings& settings, OvIsAdapter& adapter) {
   engine::Surroundings surroundings{.adapter = adapter,
                                     .log = settings.log,
@@ -46,19 +52,26 @@ void act(Message& message, const InputMessage& input, const JobSettings& setting
     DryAdapter adapter;
     result.outcome = runEngine(message, settings, adapter);
     for (const std::string& operation : adapter.operations()) {
-      result.calls.push_back({operation, {}, 0});
+      result.calls.push_back({operation, {}, 0, {}});
     }
     return;
   }
   host::delivery::RecordingAdapter adapter(settings.out->path(), adapterName(input));
   result.outcome = runEngine(message, settings, adapter);
   for (const host::delivery::RecordedCall& call : adapter.calls()) {
-    result.calls.push_back({call.operation, call.file, call.error});
+    AdapterCall& entry = result.calls.emplace_back();
+    entry.operation = call.operation;
+    entry.file = call.file;
+    entry.error = call.error;
+    if (call.error != 0) entry.reason = host::delivery::adapterErrorText(call.error);
+    if (!call.file.empty()) noteFault(result, settings.out->record(call.file));
   }
+  if (!adapter.calls().empty()) noteFault(result, settings.out->record("calls.jsonl"));
 }
 
 /// What goes on: the message as it stands, or as it came when the run failed.
-void writeResult(const Message& message, const JobSettings& settings, MessageResult& result) {
+void writeResult(const Message& message, std::shared_ptr<const Buffer> received,
+                 const JobSettings& settings, MessageResult& result) {
   using engine::Verdict;
   const Verdict verdict = result.outcome.verdict;
   const bool asReceived = verdict == Verdict::Failed || verdict == Verdict::Unchanged;
@@ -69,19 +82,17 @@ void writeResult(const Message& message, const JobSettings& settings, MessageRes
   const std::string& name = result.file->outputName;
   if (result.number != 0) {
     if (verdict == Verdict::Disposed) return;
-    result.rendered = asReceived ? std::string(message.receivedBytes()) : message.toString();
-    result.output = settings.out->pathOf(name);
-  } else if (verdict == Verdict::Disposed) {
-    result.error = settings.out->remove(name);
-  } else {
+    result.rendered = asReceived ? std::move(received) : Buffer::adopt(message.toString());
+  } else if (verdict != Verdict::Disposed) {
     OutputFile file(*settings.out, name);
     if (asReceived) {
       file.write(message.receivedBytes().data(), message.receivedBytes().size());
     } else {
       message.render(file);  // what fails is answered by commit
     }
-    result.error = file.commit();
-    if (result.error.empty()) result.output = settings.out->pathOf(name);
+    const std::string fault = file.commit();
+    noteFault(result, fault);
+    if (fault.empty()) result.output = settings.out->pathOf(name);
   }
 }
 
@@ -94,14 +105,14 @@ void run(InputMessage& input, const JobSettings& settings, MessageResult& result
     return;
   }
   result.bytes = input.bytes->size();
-  const std::unique_ptr<Message> message = Message::parse(std::move(input.bytes));
+  const std::unique_ptr<Message> message = Message::parse(input.bytes);
   result.ran = true;
   result.id = message->id();
   result.envelope = chooseEnvelope(*message, settings.from, settings.recipients);
   message->setEnvelope(result.envelope.envelope);
   result.defects.assign(message->defects().begin(), message->defects().end());
   act(*message, input, settings, result);
-  writeResult(*message, settings, result);
+  writeResult(*message, std::move(input.bytes), settings, result);
 }
 
 }  // namespace

@@ -32,6 +32,7 @@ struct AdapterCall {
   std::string operation;
   std::string file;  ///< what was written, relative to the output folder; may be empty
   unsigned int error = 0;
+  std::string reason;  ///< of an error
 };
 
 struct MessageResult {
@@ -47,10 +48,12 @@ struct MessageResult {
   engine::Outcome outcome;
   std::vector<host::message::Defect> defects;
   std::vector<AdapterCall> calls;
-  std::string output;  ///< path of the resulting message; empty when none was written
+  /// Path of the resulting message; empty when none was written, or into an mbox.
+  std::string output;
   std::size_t outputBytes = 0;
 
-  std::string rendered;   ///< of a message of an mbox that goes on: its bytes
+  /// Of a message of an mbox that goes on: its bytes; else null.
+  std::shared_ptr<const host::message::Buffer> rendered;
   std::string separator;  ///< what stands behind it in the mbox
 };
 

@@ -1,6 +1,14 @@
 #include "gateway/cli/output_folder.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 #include <tuple>
+#include <unordered_set>
 #include <utility>
 
 namespace gateway::cli {
@@ -16,12 +24,49 @@ std::pair<std::string, std::string> divided(const std::string& path, const std::
   return {path + "/" + name.substr(0, slash), name.substr(slash + 1)};
 }
 
+constexpr char kRecord[] = ".kavi-outputs";
+
+/// Names end in NUL, the one byte that none can hold. A last one without it was cut off.
+std::vector<std::string> namesIn(const std::string& record) {
+  std::vector<std::string> names;
+  std::size_t begin = 0;
+  for (std::size_t end = record.find('\0'); end != std::string::npos;
+       end = record.find('\0', begin)) {
+    names.push_back(record.substr(begin, end - begin));
+    begin = end + 1;
+  }
+  return names;
+}
+
+/// Removes the file \p name below \p folder without following a link, whatever the record says:
+/// nothing outside the folder can be meant.
+/// \return 0 or the errno value; a name that is not there is no error.
+int removeBelow(int folder, const std::string& name) {
+  int at = ::dup(folder);
+  std::size_t begin = 0;
+  int error = at < 0 ? errno : 0;
+  for (std::size_t end = name.find('/'); error == 0 && end != std::string::npos;
+       end = name.find('/', begin)) {
+    const std::string step = name.substr(begin, end - begin);
+    begin = end + 1;
+    if (step.empty() || step == "." || step == "..") error = EINVAL;
+    if (error != 0) break;
+    const int next = ::openat(at, step.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (next < 0) error = errno;
+    ::close(at);
+    at = next;
+  }
+  if (error == 0 && ::unlinkat(at, name.c_str() + begin, 0) != 0) error = errno;
+  if (at >= 0) ::close(at);
+  return error == ENOENT || error == ENOTDIR ? 0 : error;
+}
+
 }  // namespace
 
 const std::vector<std::string>& adapterNames() {
-  static const std::vector<std::string> kNames = {"deleted",    "postponed",  "handoff",
-                                                  "quarantine", "archive",    "resend",
-                                                  "delivered",  "calls.jsonl"};
+  static const std::vector<std::string> kNames = {"deleted",    "postponed",   "handoff",
+                                                  "quarantine", "archive",     "resend",
+                                                  "delivered",  "calls.jsonl", ".kavi-outputs"};
   return kNames;
 }
 
@@ -37,13 +82,68 @@ std::string OutputFolder::inputInTheWay() const {
   return {};
 }
 
-std::string OutputFolder::remove(const std::string& name) const {
-  if (isInput(name)) return pathOf(name) + ": is an input";
-  const auto [folderPath, fileName] = divided(path_, name);
-  Folder folder;
-  if (folder.open(folderPath, false) != FileError::None) return {};
-  folder.ops().unlink(folder.descriptor(), fileName);
+OutputFolder::~OutputFolder() {
+  if (record_ >= 0) ::close(record_);
+}
+
+std::string OutputFolder::strangerInTheWay(const std::vector<std::string>& recorded) const {
+  const std::unordered_set<std::string> known(recorded.begin(), recorded.end());
+  std::vector<std::string> wanted = {"calls.jsonl"};
+  for (const InputFile& file : inputs_.files()) wanted.push_back(file.outputName);
+  for (const std::string& name : wanted) {
+    struct stat status {};
+    if (known.count(name) != 0 || ::lstat(pathOf(name).c_str(), &status) != 0) continue;
+    return pathOf(name) +
+           (S_ISDIR(status.st_mode) ? ": is a folder" : ": is not from an earlier run");
+  }
   return {};
+}
+
+std::string OutputFolder::removeRecorded(const std::vector<std::string>& recorded) const {
+  for (const std::string& name : recorded) {
+    if (isInput(name)) return pathOf(name) + ": is an input";
+  }
+  Folder folder;
+  if (folder.open(path_, false) != FileError::None) return path_ + ": cannot be opened";
+  for (const std::string& name : recorded) {
+    if (const int error = removeBelow(folder.descriptor(), name); error != 0) {
+      return pathOf(name) + ": " + std::strerror(error);
+    }
+  }
+  std::size_t swept = 0;
+  host::core::sweepTemporaries(folder, swept);
+  return {};
+}
+
+std::string OutputFolder::begin() {
+  Folder folder;
+  if (folder.open(path_, true) != FileError::None) return {};
+  host::core::FileOps& ops = folder.ops();
+  const int opened = ops.openFile(folder.descriptor(), kRecord, O_RDWR | O_CREAT | O_APPEND);
+  if (opened < 0) return pathOf(kRecord) + ": " + std::strerror(-opened);
+  record_ = opened;
+  if (ops.lock(record_, false) < 0) return path_ + ": another run writes there";
+  constexpr std::size_t kMaxRecord = std::size_t{1} << 30;
+  std::string bytes;
+  if (const int error = ops.readAll(record_, kMaxRecord, bytes); error < 0) {
+    return pathOf(kRecord) + ": " + std::strerror(-error);
+  }
+  const std::vector<std::string> recorded = namesIn(bytes);
+  std::string fault = strangerInTheWay(recorded);
+  if (fault.empty()) fault = removeRecorded(recorded);
+  if (!fault.empty()) {
+    if (recorded.empty()) ops.unlink(folder.descriptor(), kRecord);
+    return fault;
+  }
+  const int emptied = ops.truncate(record_, 0);
+  return emptied < 0 ? pathOf(kRecord) + ": " + std::strerror(-emptied) : std::string();
+}
+
+std::string OutputFolder::record(const std::string& name) const {
+  if (record_ < 0) return {};
+  // One write, appended: threads do not get into each other's names.
+  const int error = host::core::FileOps::system().writeAll(record_, name.c_str(), name.size() + 1);
+  return error < 0 ? pathOf(kRecord) + ": " + std::strerror(-error) : std::string();
 }
 
 OutputFile::OutputFile(const OutputFolder& folder, const std::string& name)
@@ -65,13 +165,8 @@ bool OutputFile::write(const char* data, std::size_t size) {
 
 std::string OutputFile::commit() {
   if (error_ != FileError::None) return failure(error_);
-  FileError error = file_->commit(fileName_);
-  if (error == FileError::Exists) {
-    if (out_.isInput(name_)) return out_.pathOf(name_) + ": is an input";
-    folder_.ops().unlink(folder_.descriptor(), fileName_);
-    error = file_->commit(fileName_);
-  }
-  return error == FileError::None ? std::string() : failure(error);
+  const FileError error = file_->commit(fileName_);
+  return error == FileError::None ? out_.record(name_) : failure(error);
 }
 
 std::string OutputFile::failure(FileError error) const {

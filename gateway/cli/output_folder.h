@@ -1,9 +1,14 @@
 // The folder that `kavi run` writes its results into.
+//
+// What a run writes there it records, in the file ".kavi-outputs". The next run removes what is
+// recorded before it begins, so that results of different runs never mix, and replaces nothing
+// else.
 #pragma once
 
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "gateway/cli/inputs.h"
@@ -14,7 +19,7 @@
 
 namespace gateway::cli {
 
-/// Names at the top of the folder that the recording adapter uses.
+/// Names at the top of the folder that the recording adapter and the folder itself use.
 const std::vector<std::string>& adapterNames();
 
 class OutputFolder {
@@ -22,24 +27,36 @@ class OutputFolder {
   /// \param path    made when it is missing
   /// \param inputs  borrowed
   OutputFolder(std::string path, const Inputs& inputs);
+  ~OutputFolder();
+  OutputFolder(const OutputFolder&) = delete;
+  OutputFolder& operator=(const OutputFolder&) = delete;
 
   /// A result that would replace an input; empty when there is none.
   std::string inputInTheWay() const;
 
-  /// Removes the result of an earlier run. \return an error text, empty for success.
-  std::string remove(const std::string& name) const;
+  /// Makes the folder, removes what an earlier run recorded, and keeps other runs out while this
+  /// object lives. A folder that cannot be made is no error here: writing then says why.
+  /// \return an error text, empty for success; then nothing may be written, and nothing that an
+  ///   earlier run did not record was touched.
+  std::string begin();
+
+  /// Records that \p name was written. Safe from several threads. \return as for `begin`.
+  std::string record(const std::string& name) const;
 
   const std::string& path() const { return path_; }
   std::string pathOf(const std::string& name) const { return path_ + "/" + name; }
   bool isInput(const std::string& name) const { return inputs_.isInput(pathOf(name)); }
 
  private:
+  std::string strangerInTheWay(const std::vector<std::string>& recorded) const;
+  std::string removeRecorded(const std::vector<std::string>& recorded) const;
+
   std::string path_;
   const Inputs& inputs_;
+  int record_ = -1;  ///< the file of records, open and locked
 };
 
-/// One result: written under a temporary name, there whole once committed. A file of an earlier run
-/// is replaced, an input never.
+/// One result: written under a temporary name, there whole once committed. It replaces nothing.
 class OutputFile final : public OvMsgSink {
  public:
   /// \param folder  borrowed
@@ -48,7 +65,7 @@ class OutputFile final : public OvMsgSink {
   ~OutputFile();
 
   bool write(const char* data, std::size_t size) override;
-  /// \return an error text, empty for success; then the file is there.
+  /// \return an error text, empty for success; then the file is there and recorded.
   std::string commit();
 
  private:

@@ -41,12 +41,44 @@ class Pipeline {
   /// Lets everybody go: no more results are wanted.
   void abandon() {
     const std::lock_guard lock(mutex_);
+    drop();
+  }
+
+  /// The body of a thread. What it throws ends the run, and `take` passes it on.
+  void work() {
+    try {
+      workOn();
+    } catch (...) {
+      const std::lock_guard lock(mutex_);
+      if (!fault_) fault_ = std::current_exception();
+      drop();
+      resultReady_.notify_all();
+    }
+  }
+
+  std::optional<MessageResult> take() {
+    std::unique_lock lock(mutex_);
+    resultReady_.wait(lock, [this] {
+      return fault_ || results_.count(consumed_) != 0 || (closed_ && consumed_ == queued_);
+    });
+    if (fault_) std::rethrow_exception(fault_);
+    const auto entry = results_.find(consumed_);
+    if (entry == results_.end()) return std::nullopt;
+    MessageResult result = std::move(entry->second);
+    results_.erase(entry);
+    ++consumed_;
+    placeFree_.notify_one();
+    return result;
+  }
+
+ private:
+  void drop() {
     abandoned_ = true;
     queue_.clear();
     placeFree_.notify_all();
   }
 
-  void work() {
+  void workOn() {
     for (;;) {
       std::unique_lock lock(mutex_);
       inputReady_.wait(lock, [this] { return closed_ || !queue_.empty(); });
@@ -61,21 +93,6 @@ class Pipeline {
     }
   }
 
-  std::optional<MessageResult> take() {
-    std::unique_lock lock(mutex_);
-    resultReady_.wait(lock, [this] {
-      return results_.count(consumed_) != 0 || (closed_ && consumed_ == queued_);
-    });
-    const auto entry = results_.find(consumed_);
-    if (entry == results_.end()) return std::nullopt;
-    MessageResult result = std::move(entry->second);
-    results_.erase(entry);
-    ++consumed_;
-    placeFree_.notify_one();
-    return result;
-  }
-
- private:
   const JobSettings& settings_;
   const std::size_t window_;
   std::mutex mutex_;
@@ -88,24 +105,43 @@ class Pipeline {
   std::size_t consumed_ = 0;
   bool closed_ = false;
   bool abandoned_ = false;
+  std::exception_ptr fault_;
 };
+
+/// \return whether the thread runs; false when the system has none left.
+template <class Body>
+bool start(std::vector<std::jthread>& threads, Body body) {
+  try {
+    threads.emplace_back(std::move(body));
+    return true;
+  } catch (const std::exception&) {  // no thread, or no memory for one
+    return false;
+  }
+}
+
+void runInline(const JobSettings& settings, const Producer& produce,
+               const std::function<void(MessageResult)>& consume) {
+  produce([&](InputMessage input) {
+    consume(runJob(std::move(input), settings));
+    return true;
+  });
+}
 
 }  // namespace
 
 void runMessages(unsigned int jobs, const JobSettings& settings, const Producer& produce,
                  const std::function<void(MessageResult)>& consume) {
   if (jobs <= 1) {
-    produce([&](InputMessage input) {
-      consume(runJob(std::move(input), settings));
-      return true;
-    });
+    runInline(settings, produce, consume);
     return;
   }
   Pipeline pipeline(jobs, settings);
-  std::vector<std::jthread> threads;
-  for (unsigned int i = 0; i < jobs; ++i) threads.emplace_back([&pipeline] { pipeline.work(); });
   std::exception_ptr fault;
-  threads.emplace_back([&pipeline, &produce, &fault] {
+  std::vector<std::jthread> threads;
+  threads.reserve(jobs + 1);
+  while (threads.size() < jobs && start(threads, [&pipeline] { pipeline.work(); })) {
+  }
+  const bool started = !threads.empty() && start(threads, [&pipeline, &produce, &fault] {
     try {
       produce([&pipeline](InputMessage input) { return pipeline.put(std::move(input)); });
     } catch (...) {
@@ -113,6 +149,12 @@ void runMessages(unsigned int jobs, const JobSettings& settings, const Producer&
     }
     pipeline.close();
   });
+  if (!started) {
+    pipeline.close();
+    threads.clear();
+    runInline(settings, produce, consume);
+    return;
+  }
   try {
     while (std::optional<MessageResult> result = pipeline.take()) consume(std::move(*result));
   } catch (...) {

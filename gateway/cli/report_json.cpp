@@ -104,6 +104,7 @@ void addRun(const MessageResult& result, ordered_json& json) {
   ordered_json calls = ordered_json::array();
   for (const AdapterCall& call : result.calls) {
     ordered_json entry = {{"operation", call.operation}, {"error", call.error}};
+    if (!call.reason.empty()) entry["error_text"] = call.reason;
     if (!call.file.empty()) entry["file"] = call.file;
     calls.push_back(std::move(entry));
   }

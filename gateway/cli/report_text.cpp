@@ -94,7 +94,7 @@ class TextReport {
     }
     row("to", (recipients.empty() ? "nobody" : listed(recipients)) +
                   source(result_.envelope.recipientsSource));
-    if (verbose_) {
+    if (verbose_ || result_.outcome.verdict == Verdict::Failed) {
       for (const auto& defect : result_.defects) {
         row("note", style_.doubtful(printable(defect.text)) +
                         style_.dim(" at byte " + withThousands(defect.offset)));
@@ -107,6 +107,7 @@ class TextReport {
     if (!result_.output.empty()) row("output", printable(result_.output));
     for (const AdapterCall& call : result_.calls) {
       if (!call.file.empty()) row("filed", printable(call.file));
+      if (!call.reason.empty()) row("adapter", call.operation + ": " + style_.bad(call.reason));
     }
   }
 

@@ -33,20 +33,23 @@ class MboxWriter {
     std::string error = result.file != current_ ? finish() : std::string();
     if (result.number == 0) return error;
     current_ = result.file;
-    if (result.output.empty()) return error;
+    if (!result.ran || !result.error.empty()) broken_ = true;
+    if (result.rendered == nullptr) return error;
     if (!file_) file_.emplace(out_, result.file->outputName);
-    file_->write(result.rendered.data(), result.rendered.size());
+    file_->write(result.rendered->data(), result.rendered->size());
     file_->write(result.separator.data(), result.separator.size());
     return error;
   }
 
   std::string finish() {
     std::string error;
-    if (file_) {
+    if (broken_) {
+      // A part of it would look like the whole.
+      error = out_.pathOf(current_->outputName) + ": not written, because of a message's error";
+    } else if (file_) {
       error = file_->commit();
-    } else if (current_ != nullptr) {
-      error = out_.remove(current_->outputName);
     }
+    broken_ = false;
     file_.reset();
     current_ = nullptr;
     return error;
@@ -56,6 +59,7 @@ class MboxWriter {
   const OutputFolder& out_;
   const InputFile* current_ = nullptr;
   std::optional<OutputFile> file_;
+  bool broken_ = false;  ///< a message of the file could not be read or run
 };
 
 /// Writes reports and keeps count.
@@ -92,10 +96,6 @@ class Reporter {
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - started_;
     if (!options_.json && (many_ || options_.quiet || summary_.messages() == 0)) {
       print((printed_ ? "\n" : "") + summary_.text(style_, took.count()));
-    }
-    if (std::fflush(stdout) != 0) {
-      complain("standard output cannot be written");
-      return ExitFailed;
     }
     return summary_.failed() || failed_ ? ExitFailed : ExitDone;
   }
@@ -161,13 +161,19 @@ int runCommand(const RunOptions& options) {
   settings.hostName = hostName();
   settings.trusted = options.trusted;
 
-  const Inputs inputs = Inputs::collect(options.inputs, options.out, adapterNames());
+  Inputs inputs = Inputs::collect(options.inputs, options.out, adapterNames());
+  inputs.protect(options.policy);
+  if (!options.config.empty()) inputs.protect(options.config);
   std::optional<OutputFolder> out;
   if (!options.out.empty()) {
     out.emplace(options.out, inputs);
     if (const std::string path = out->inputInTheWay(); !path.empty()) {
       complain("the result would replace the input " + host::core::printable(path) +
                " (choose another --out folder)");
+      return ExitUsage;
+    }
+    if (const std::string fault = out->begin(); !fault.empty()) {
+      complain(host::core::printable(fault) + " (choose another --out folder)");
       return ExitUsage;
     }
     settings.out = &*out;

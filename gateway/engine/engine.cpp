@@ -101,6 +101,7 @@ class Run {
     const scan::MessageFacts facts(message_);
     const std::vector<Match> matched = match(facts);
     if (matched.empty()) return;
+    size_ = message_.renderedSize();
     fillMessageTokens(tokens_, message_, facts, surroundings_.protocol, surroundings_.hostName);
     for (std::size_t i = 0; i < matched.size(); ++i) {
       RuleReport& report = outcome_.rules[i];
@@ -151,7 +152,7 @@ class Run {
     report.spec = entry.spec;
     report.setting = entry.setting;
     report.value = valueOf(entry);
-    report.bytesBefore = message_.renderedSize();
+    report.bytesBefore = size_;
     const std::size_t handOversBefore = adapter_.handOvers().size();
     const std::size_t changesBefore = message_.changes().size();
     const Lines lines(surroundings_);
@@ -162,6 +163,11 @@ class Run {
     }
     if (!report.failure.empty()) report.result = false;
     lines.moveTo(report.log);
+    if (!report.result && report.failure.empty() && report.log.empty()) {
+      report.failure = std::as_const(message_).firstEntity() == nullptr
+                           ? "the message has no header"
+                           : "answered failure";
+    }
     const std::vector<HandOver>& handOvers = adapter_.handOvers();
     report.handOvers.assign(handOvers.begin() + static_cast<std::ptrdiff_t>(handOversBefore),
                             handOvers.end());
@@ -171,7 +177,9 @@ class Run {
     const auto changes = message_.changes();
     report.changes.assign(changes.begin() + static_cast<std::ptrdiff_t>(changesBefore),
                           changes.end());
-    report.bytesAfter = message_.renderedSize();
+    // Walks the whole tree: only when there was an edit.
+    if (!report.changes.empty()) size_ = message_.renderedSize();
+    report.bytesAfter = size_;
     report.disposed = report.flag && report.result;
     outcome_.disposed = outcome_.disposed || report.disposed;
     failed_ = failed_ || !report.result;
@@ -200,6 +208,7 @@ class Run {
   WatchedAdapter adapter_;
   Tokens tokens_;
   Records records_;
+  std::size_t size_ = 0;  ///< of the message as it stands
   bool failed_ = false;
 };
 

@@ -180,7 +180,8 @@ class RunTest(KaviTest):
                          [("disposed", None), ("unchanged", str(out / "three.eml")),
                           ("disposed", None)])
         files = sorted(str(p.relative_to(out)) for p in out.rglob("*") if p.is_file())
-        self.assertEqual(files, ["calls.jsonl", "deleted/one.eml", "postponed/two.eml", "three.eml"])
+        self.assertEqual(files, [".kavi-outputs", "calls.jsonl", "deleted/one.eml",
+                                 "postponed/two.eml", "three.eml"])
         self.assertEqual((out / "postponed/two.eml").read_bytes(),
                          b"Subject: two\nX-A: b\n\nx\n")
         calls = [json.loads(line) for line in (out / "calls.jsonl").read_text().splitlines()]
@@ -200,7 +201,7 @@ class RunTest(KaviTest):
         out = self.folder / "out"
         self.run_json("--policy", self.policy(), "--out", out, self.folder / "a/m.eml",
                       self.folder / "b/m.eml", self.folder / "c")
-        self.assertEqual({p.name: p.read_bytes() for p in out.iterdir()},
+        self.assertEqual({p.name: p.read_bytes() for p in out.glob("*.eml")},
                          {"m.eml": b"Subject: a\n\n", "m-2.eml": b"Subject: b\n\n",
                           "m-3.eml": b"Subject: c\n\n"})
 
@@ -293,7 +294,7 @@ class RunTest(KaviTest):
             reports = re.sub(rb'"id":"[0-9a-z]+"', b'', done.stdout)
             # Files of the adapter are numbered by whoever comes first.
             files = {str(p.relative_to(out)): p.read_bytes() for p in out.rglob("*")
-                     if p.is_file() and p.name != "calls.jsonl"}
+                     if p.is_file() and p.name not in ("calls.jsonl", ".kavi-outputs")}
             seen.append((reports, files))
             subprocess.run(["rm", "-rf", out], check=True)
         self.assertEqual(seen[0], seen[1])
