@@ -8,6 +8,9 @@
 #include "library/actions/disposition/quarantine.h"
 #include "library/actions/disposition/readdress.h"
 #include "library/actions/disposition/virus_clean.h"
+#include "library/actions/modification/delete_attachment.h"
+#include "library/actions/modification/stamp.h"
+#include "library/actions/modification/tag_subject.h"
 #include "library/actions/modification/x_header.h"
 #include "library/framework/guard.h"
 #include "library/tokens/action_utils.h"
@@ -18,9 +21,10 @@ using ClassInit = bool (*)(Kavi::GlobalSetting&, Kavi::LogMsg&);
 
 // The order is part of the interface: hosts see it in the sequence of settings read and logged.
 constexpr ClassInit kClassInits[] = {
-    &ActionUtils::init,  &ActArchive::init,          &ActVirusClean::init, &ActDelete::init,
-    &ActReaddress::init, &ActPostpone::init,         &ActBcc::init,        &ActQuarantine::init,
-    &ActHandoff::init,   &ActInsertXHeaderTag::init, &ActIBEEncrypt::init,
+    &ActionUtils::init,         &ActArchive::init,          &ActVirusClean::init, &ActDelete::init,
+    &ActReaddress::init,        &ActDeleteAttachment::init, &ActPostpone::init,   &ActBcc::init,
+    &ActQuarantine::init,       &ActTagSubject::init,       &ActStamp::init,      &ActHandoff::init,
+    &ActInsertXHeaderTag::init, &ActIBEEncrypt::init,
 };
 
 }  // namespace

@@ -9,6 +9,9 @@
 #include "library/actions/disposition/quarantine.h"
 #include "library/actions/disposition/readdress.h"
 #include "library/actions/disposition/virus_clean.h"
+#include "library/actions/modification/delete_attachment.h"
+#include "library/actions/modification/stamp.h"
+#include "library/actions/modification/tag_subject.h"
 #include "library/actions/modification/x_header.h"
 #include "tests/unit/library/library_test.h"
 
@@ -32,7 +35,9 @@ struct Row {
 const Row kTable[] = {
     {"ActDelete", make<ActDelete>, 1, false, false, true, true},
     {"ActReaddress", make<ActReaddress>, 3, false, false, true, true},
+    {"ActDeleteAttachment", make<ActDeleteAttachment>, 4, false, false, true, true},
     {"ActVirusClean", make<ActVirusClean>, 5, false, false, true, true},
+    {"ActTagSubject", make<ActTagSubject>, 7, false, false, true, true},
     {"ActBcc", make<ActBcc>, 9, false, false, true, true},
     {"ActHandoff", make<ActHandoff>, 11, false, false, true, true},
     {"ActPostpone", make<ActPostpone>, 12, false, false, true, true},
@@ -42,7 +47,9 @@ const Row kTable[] = {
     {"ActIBEReEncrypt", make<ActIBEReEncrypt>, 22, false, false, true, true},
     {"uiDelete", make<uiDelete>, 1, false, false, true, false},
     {"uiReaddress", make<uiReaddress>, 3, false, false, true, false},
+    {"uiDeleteAttachment", make<uiDeleteAttachment>, 4, false, false, true, false},
     {"uiVirusClean", make<uiVirusClean>, 5, false, false, true, false},
+    {"uiTagSubject", make<uiTagSubject>, 7, false, false, false, false},
     {"uiBcc", make<uiBcc>, 9, false, false, true, false},
     {"uiHandoff", make<uiHandoff>, 11, false, false, true, false},
     {"uiPostpone", make<uiPostpone>, 12, false, false, true, false},
@@ -111,8 +118,11 @@ TEST(NamedObjectActionTest, AnswersAsTabled) {
   EXPECT_EQ(quarantine.getType(), 2);
   EXPECT_FALSE(quarantine.requiresOriginalMsg());
   EXPECT_TRUE(quarantine.hasNamedObjects());
-  for (KaviAction* action :
-       {static_cast<KaviAction*>(&archive), static_cast<KaviAction*>(&quarantine)}) {
+  ActStamp stamp;
+  EXPECT_EQ(stamp.getType(), 8);
+  EXPECT_FALSE(stamp.requiresOriginalMsg());
+  EXPECT_TRUE(stamp.hasNamedObjects());
+  for (KaviAction* action : std::initializer_list<KaviAction*>{&archive, &quarantine, &stamp}) {
     Ids ids{4};
     EXPECT_TRUE(action->getNamedObjectIds("2-7-12", 6, ids));
     EXPECT_EQ(ids, (Ids{4, 7, 12}));
@@ -125,10 +135,12 @@ TEST(NamedObjectActionTest, AnswersAsTabled) {
 TEST_F(LibraryTest, ActionsOnNamedObjectsNameThemselvesInTheLog) {
   EXPECT_FALSE(ActArchive().construct("0-0", 3));
   EXPECT_FALSE(ActQuarantine().construct("", 0));
+  EXPECT_FALSE(ActStamp().construct("1-x", 3));
   EXPECT_EQ(log.takeLines(),
             (fakes::LogLines{
                 {1, "Failed to construct Action ArchiveName with setting: '0-0' (max 32 chars)"},
-                {1, "Failed to construct Action QuarantineName with setting: '' (max 32 chars)"}}));
+                {1, "Failed to construct Action QuarantineName with setting: '' (max 32 chars)"},
+                {1, "Failed to construct Action StampName with setting: '1-x' (max 32 chars)"}}));
 }
 
 TEST(ActionTypeTest, CodesAreStoredAndNeverChange) {

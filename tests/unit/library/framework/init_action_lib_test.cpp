@@ -5,6 +5,7 @@
 #include "library/actions/disposition/postpone.h"
 #include "library/actions/disposition/readdress.h"
 #include "library/actions/disposition/virus_clean.h"
+#include "library/actions/modification/delete_attachment.h"
 #include "library/actions/modification/x_header.h"
 #include "tests/unit/library/library_test.h"
 
@@ -29,13 +30,18 @@ TEST_F(InitActionLibTest, StartsTheLibrarySettings) {
 // class that has any.
 TEST_F(InitActionLibTest, StartsTheClassesInTheirFixedOrder) {
   EXPECT_EQ(InitActionLib(settings, log), 1);
-  EXPECT_EQ(settings.lookups(),
-            (Texts{"getString General-Notification/PreferredCharset",
-                   "getString MessageModule/DefaultSourceCharset",
-                   "getInt MessageModule/UseMailCharsetAsDestinationCharset",
-                   "getInt MessageModule/UseUTF8AsPreferCharsetForStamp",
-                   "getString general/locale", "getString general/queue_archive",
-                   "getString general/queue_quarantine", "getInt MessageModule/RemoveKaviMsgID"}));
+  EXPECT_EQ(
+      settings.lookups(),
+      (Texts{"getString General-Notification/PreferredCharset",
+             "getString MessageModule/DefaultSourceCharset",
+             "getInt MessageModule/UseMailCharsetAsDestinationCharset",
+             "getInt MessageModule/UseUTF8AsPreferCharsetForStamp", "getString general/locale",
+             "getString general/queue_archive", "getString general/queue_quarantine",
+             "getInt MessageModule/TagDirectly", "getInt MessageModule/TagNotEncoding",
+             "getInt MessageModule/IgnoreInsertError", "getInt MessageModule/DisclaimerLineLimit",
+             "getInt general/NumOfBlankLineBeforeStampMessage",
+             "getInt MessageModule/InsertStampAsAttachment",
+             "getInt MessageModule/PreferCharsetAsUTF8", "getInt MessageModule/RemoveKaviMsgID"}));
 }
 
 TEST_F(InitActionLibTest, LogsToTheLogOfTheLastStart) {
@@ -70,7 +76,7 @@ TEST_F(InitActionLibTest, AnswersOneEvenWhenEveryLookupFails) {
 TEST_F(InitActionLibTest, ClassesWithoutSettingsReadNothing) {
   for (auto* init :
        {&ActDelete::init, &ActVirusClean::init, &ActPostpone::init, &ActInsertXHeaderTag::init,
-        &ActReaddress::init, &ActBcc::init, &ActIBEEncrypt::init}) {
+        &ActReaddress::init, &ActBcc::init, &ActIBEEncrypt::init, &ActDeleteAttachment::init}) {
     EXPECT_TRUE(init(settings, log));
   }
   EXPECT_TRUE(settings.lookups().empty());
