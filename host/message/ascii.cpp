@@ -35,6 +35,14 @@ bool isFieldName(std::string_view name) {
          std::all_of(name.begin(), name.end(), [](char c) { return isFieldNameChar(c); });
 }
 
+bool hasBareCr(std::string_view text) {
+  for (std::size_t at = text.find('\r'); at != std::string_view::npos; at = text.find('\r', at)) {
+    while (at < text.size() && text[at] == '\r') ++at;
+    if (at == text.size() || text[at] != '\n') return true;
+  }
+  return false;
+}
+
 LineBreak lineBreakOf(std::string_view bytes, LineBreak fallback) {
   const std::size_t lf = bytes.find('\n');
   if (lf == std::string_view::npos) return fallback;

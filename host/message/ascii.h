@@ -20,6 +20,8 @@ std::string lowered(std::string_view text);
 std::string_view trimmed(std::string_view text);
 bool isAscii(std::string_view text);
 bool isFieldName(std::string_view name);
+/// Whether \p text holds a CR that no line break belongs to; several before one LF are one.
+bool hasBareCr(std::string_view text);
 
 /// A style of line break.
 struct LineBreak {

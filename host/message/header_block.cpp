@@ -8,19 +8,6 @@
 
 namespace host::message {
 
-namespace {
-
-/// A CR that is no part of a CRLF; some readers end a line there, some do not.
-bool hasBareCr(std::string_view bytes) {
-  for (std::size_t cr = bytes.find('\r'); cr != std::string_view::npos;
-       cr = bytes.find('\r', cr + 1)) {
-    if (cr + 1 == bytes.size() || bytes[cr + 1] != '\n') return true;
-  }
-  return false;
-}
-
-}  // namespace
-
 HeaderBlock::HeaderBlock(Entity& owner, std::string_view received, std::size_t maxFields)
     : received_(received) {
   const char* const end = received.data() + received.size();

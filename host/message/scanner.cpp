@@ -35,14 +35,6 @@ std::optional<std::string> boundaryIn(std::string_view contentType) {
   return boundary;
 }
 
-bool hasBareCr(std::string_view text) {
-  for (std::size_t at = text.find('\r'); at != std::string_view::npos; at = text.find('\r', at)) {
-    while (at < text.size() && text[at] == '\r') ++at;
-    if (at == text.size() || text[at] != '\n') return true;
-  }
-  return false;
-}
-
 bool isReadMessageType(std::string_view type) {
   return type == "message/rfc822" || type == "message/global" || type == "message/news";
 }

@@ -5,6 +5,7 @@
 
 #include "host/message/ascii.h"
 #include "host/message/message.h"
+#include "host/message/transfer_encoding.h"
 #include "host/message/walk.h"
 
 namespace host::message {
@@ -45,7 +46,12 @@ bool isClearSigned(const Entity& entity) {
   if (entity.kind() != OvMsgEntityKind::Leaf || !entity.contentType().starts_with("text/")) {
     return false;
   }
-  const std::string text = entity.decodedContent();
+  std::string decoded;
+  std::string_view text = entity.body();
+  if (!isIdentity(transferEncodingOf(entity.transferEncoding()))) {
+    decoded = entity.decodedContent();
+    text = decoded;
+  }
   std::size_t from = 0;
   return hasLine(text, "-----BEGIN PGP SIGNED MESSAGE-----", from) &&
          hasLine(text, "-----BEGIN PGP SIGNATURE-----", from);
