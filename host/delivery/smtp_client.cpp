@@ -33,7 +33,7 @@ class Deadline {
 // A connection that was kept may be gone by now; then the first command says so, and nothing of
 // the message was sent.
 bool wasStale(const SmtpOutcome& outcome, const SmtpDialogue& dialogue) {
-  if (dialogue.sawHello() || outcome.stage > SmtpStage::Sender) return false;
+  if (dialogue.sawHello() || outcome.stage != SmtpStage::Sender) return false;
   return outcome.error == AdapterError::ConnectionLost || outcome.replyCode == kServiceClosing;
 }
 

@@ -21,6 +21,7 @@ import argparse
 import base64
 import json
 import os
+import select
 import socket
 import ssl
 import struct
@@ -129,9 +130,10 @@ class Session:
         deed = action["do"]
         self.note("deed", f"{deed} at {stage}")
         if deed == "stall":
-            self.sock.settimeout(STALL_SECONDS)
-            while True:
-                self.receive()
+            # Nothing is read either: what the other side sends must get stuck.
+            waiter = select.poll()
+            waiter.register(self.sock, select.POLLRDHUP | select.POLLHUP | select.POLLERR)
+            waiter.poll(1000 * STALL_SECONDS)
         if deed == "reset":
             self.sock.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
         raise Gone
@@ -215,7 +217,7 @@ class Session:
     def on_data(self, _text):
         if not self.answer("data", "354 end with a dot"):
             return
-        data = b"\r\n" + self.pending
+        data = bytearray(b"\r\n" + self.pending)
         self.pending = b""
         started = False
         searched = 0
@@ -228,7 +230,8 @@ class Session:
             if not started:
                 started = True
                 self.scripted("body")
-        data, self.pending = data[2 : end + 2], data[end + 5 :]
+        self.pending = bytes(data[end + 5 :])
+        data = bytes(data[2 : end + 2])
         lines = data.split(b"\r\n")
         unstuffed = b"\r\n".join(line[1:] if line.startswith(b".") else line for line in lines)
         if not self.scripted("end"):
@@ -264,6 +267,8 @@ def main():
     recorder = Recorder(options.out)
     script = Script(json.loads(options.script))
     listener = socket.create_server(("127.0.0.1", 0), backlog=64)
+    # So that a stalled connection does not take in a large message all the same.
+    listener.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1 << 16)
     print(f"port {listener.getsockname()[1]}", flush=True)
 
     def accept():

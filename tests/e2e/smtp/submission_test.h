@@ -1,0 +1,70 @@
+// A spool, settings and a worker for tests.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/delivery/spool_control.h"
+#include "host/delivery/submission_worker.h"
+#include "tests/e2e/smtp/smtp_sink.h"
+#include "tests/fakes/capturing_log.h"
+#include "tests/unit/host/core/temp_folder.h"
+#include "tests/unit/host/delivery/plain_message.h"
+
+namespace testing_host {
+
+/// The time at which all messages of a SpoolBench are filed.
+inline constexpr std::int64_t kFiled = 1'700'000'000;
+
+/// What a worker needs. Its settings send everything to one server.
+class SpoolBench {
+ public:
+  explicit SpoolBench(const SmtpSink* sink = nullptr,
+                      host::core::FileOps& ops = host::core::FileOps::system())
+      : spool(ops) {
+    settings.helloName = "gateway.example.org";
+    settings.timeouts = {1000, 1000, 4000};
+    if (sink != nullptr) settings.scan = settings.plain = sink->destination();
+    EXPECT_EQ(spool.open(folder / "spool"), host::delivery::AdapterError::None);
+  }
+
+  std::string file(const char* kind = host::delivery::kDeliveredKind,
+                   std::vector<std::string> recipients = {"a@example.com", "b@example.com"},
+                   const std::string& bytes = "Subject: test\r\n\r\nbody\r\n") {
+    PlainMessage message(bytes);
+    message.setEnvelope("sender@example.org", std::move(recipients));
+    host::delivery::SpoolEntry entry;
+    entry.kind = kind;
+    entry.queuedAt = kFiled;
+    entry.window = host::delivery::kAnyTime;
+    std::string id;
+    EXPECT_EQ(spool.put(entry, message, id), host::delivery::AdapterError::None);
+    return id;
+  }
+
+  host::delivery::SubmissionCounts runOnce(std::int64_t now) {
+    return host::delivery::SubmissionWorker(spool, settings, keys, &log).runOnce(now);
+  }
+
+  host::delivery::SpoolItem show(const std::string& id) {
+    host::delivery::SpoolItem item;
+    std::vector<host::delivery::SpoolEvent> events;
+    EXPECT_EQ(host::delivery::SpoolControl(spool, settings.retry).show(id, item, events),
+              host::delivery::AdapterError::None);
+    return item;
+  }
+
+  std::size_t entries() {
+    std::vector<std::string> ids;
+    EXPECT_EQ(spool.list(ids), host::delivery::AdapterError::None);
+    return ids.size();
+  }
+
+  TempFolder folder;
+  host::delivery::Spool spool;
+  host::delivery::DeliverySettings settings;
+  host::delivery::SealKeys keys{folder / "reprocess.keys"};
+  fakes::CapturingLog log;
+};
+
+}  // namespace testing_host
