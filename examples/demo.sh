@@ -25,7 +25,7 @@ heading "What it does to five messages (kavi run --policy examples/policy.yaml -
 "$kavi" run --policy examples/policy.yaml --out "$result" --verbose examples/mail
 
 heading "What is in DIR now"
-(cd "$result" && find . -type f | LC_ALL=C sort | sed 's|^\./|  |')
+(cd "$result" && find . -type f ! -name '.*' | LC_ALL=C sort | sed 's|^\./|  |')
 
 heading "One message before and after (japanese.eml)"
 diff -U1 --label before --label after examples/mail/japanese.eml "$result/japanese.eml" || true
