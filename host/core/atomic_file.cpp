@@ -14,7 +14,7 @@ namespace host::core {
 namespace {
 
 constexpr std::string_view kTemporaryPrefix = ".tmp-";
-constexpr std::size_t kBufferBytes = 64 * 1024;
+constexpr std::size_t kBufferBytes = std::size_t{64} * 1024;
 constexpr time_t kMinimumAgeSeconds = 60;
 
 // A live writer holds the lock, and the kernel drops it with the process.

@@ -14,7 +14,7 @@ namespace {
 
 constexpr mode_t kFolderMode = 0700;
 constexpr mode_t kFileMode = 0600;
-constexpr std::size_t kReadBytes = 64 * 1024;
+constexpr std::size_t kReadBytes = std::size_t{64} * 1024;
 
 // Repeats `call` while a signal interrupts it; its failure becomes the negative errno value.
 template <class Call>

@@ -38,27 +38,15 @@ spdlog::sink_ptr makeSink(const LogOptions& options) {
     // Syslog has its own time, name and process id; only the JSON form repeats them.
     auto sink =
         std::make_shared<spdlog::sinks::syslog_sink_mt>(options.name, LOG_PID, LOG_MAIL, json);
-    if (json)
+    if (json) {
       sink->set_formatter(std::make_unique<spdlog::pattern_formatter>(
           kJsonPattern, spdlog::pattern_time_type::local, ""));
+    }
     return sink;
   }
   auto sink = std::make_shared<spdlog::sinks::stderr_sink_mt>();
   sink->set_pattern(json ? kJsonPattern : kTextPattern);
   return sink;
-}
-
-// printf into a string of any length. On a conversion error
-// the format itself is the text.
-std::string formatted(const char* format, va_list arguments, va_list again) {
-  char shortLine[kShortLine];
-  const int length = std::vsnprintf(shortLine, sizeof shortLine, format, arguments);
-  if (length < 0) return format;
-  const auto size = static_cast<std::size_t>(length);
-  if (size < sizeof shortLine) return {shortLine, size};
-  std::string text(size, '\0');
-  std::vsnprintf(text.data(), size + 1, format, again);
-  return text;
 }
 
 }  // namespace
@@ -101,13 +89,29 @@ int ProcessLog::getLevel() const {
 void ProcessLog::write(int level, const char* format, ...) {
   level = std::clamp(level, 1, kMaxLevel);
   if (format == nullptr || level > getLevel()) return;
+  char shortLine[kShortLine];
   va_list arguments;
-  va_list again;
   va_start(arguments, format);
-  va_copy(again, arguments);
-  guardedVoid([&] { writeLine(level, formatted(format, arguments, again)); });
-  va_end(again);
+  const int length = std::vsnprintf(shortLine, sizeof shortLine, format, arguments);
   va_end(arguments);
+  const auto size = static_cast<std::size_t>(std::max(length, 0));
+  std::string text;
+  guardedVoid([&] {
+    if (length < 0) {
+      text = format;  // a conversion failed: the format says at least where
+    } else if (size < sizeof shortLine) {
+      text.assign(shortLine, size);
+    } else {
+      text.resize(size);
+    }
+  });
+  if (size >= sizeof shortLine && text.size() == size) {
+    va_start(arguments, format);
+    static_cast<void>(std::vsnprintf(text.data(), size + 1, format, arguments));
+    va_end(arguments);
+  }
+  if (text.size() < size) return;  // no memory: better no line than half of one
+  guardedVoid([&] { writeLine(level, text); });
 }
 
 void ProcessLog::writeLine(int level, const std::string& text) {

@@ -5,11 +5,12 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <climits>
 #include <cstring>
 #include <map>
 #include <string>
+
+#include "tests/unit/host/core/cpu_time.h"
 
 namespace {
 
@@ -150,16 +151,11 @@ TEST(BlobBind, RefusesWhatIsNoNumber) {
 // nowhere near 256 times the time. (The bound leaves room for cold caches and busy machines.)
 TEST(BlobRead, TakesTimeLinearInTheInput) {
   const auto timed = [](const std::string& text) {
-    double best = 1e9;
-    for (int round = 0; round < 3; ++round) {
-      const auto start = std::chrono::steady_clock::now();
+    return testing_host::leastCpuSeconds([&text] {
       const char* cursor = text.c_str();
       Fields fields;
       EXPECT_TRUE(Blob::readBlob(cursor, fields));
-      const std::chrono::duration<double> spent = std::chrono::steady_clock::now() - start;
-      best = std::min(best, spent.count());
-    }
-    return best;
+    });
   };
   const auto manyFields = [](int count) {
     Fields fields;
