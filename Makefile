@@ -1,6 +1,6 @@
 # The front doors. `make demo` and `make check` do all set-up themselves on Debian 12.
 .DEFAULT_GOAL := help
-.PHONY: help demo build check quick-check lint format asan tsan fuzz bench install clean
+.PHONY: help demo build check quick-check lint tidy format asan tsan fuzz bench install clean
 
 JOBS ?= $(shell nproc)
 PREFIX ?= /usr/local
@@ -14,6 +14,7 @@ help:
 	@echo "make bench        speed, as ratios against the MIME library in the same run"
 	@echo "make fuzz         every fuzz target for FUZZ_TIME=$(FUZZ_TIME) seconds"
 	@echo "make tsan         the tests that use threads, under the thread sanitizer"
+	@echo "make tidy         clang-tidy over the product's sources"
 	@echo "make format       rewrite the sources with clang-format"
 	@echo "make install      install the release build into PREFIX=$(PREFIX)"
 
@@ -37,6 +38,10 @@ quick-check:
 lint:
 	@scripts/install-packages build check
 	@scripts/check lint
+
+tidy:
+	@scripts/install-packages build check
+	@scripts/lint tidy
 
 asan:
 	@scripts/install-packages build check
