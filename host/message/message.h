@@ -26,6 +26,7 @@ class KAVI_API Message final : public OvMsgMailMessage {
  public:
   /// Takes \p bytes apart. Succeeds for any bytes; what is wrong with them is in `defects`. Time
   /// and memory are linear in the size. The message has no envelope until `setEnvelope`.
+  /// \throw std::bad_alloc, std::system_error without a source of randomness for the id.
   static std::unique_ptr<Message> parse(std::shared_ptr<const Buffer> bytes,
                                         const Limits& limits = {});
   /// A new message with an empty root entity and an empty envelope; its line breaks are CRLF.

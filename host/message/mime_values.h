@@ -1,5 +1,6 @@
 // What header values mean. The only door to the MIME library for header fields: no object of it
-// outlives a call. Values longer than `kMaxInterpretedBytes` are read up to there.
+// outlives a call. It ends the process when an allocation of its own fails. Values longer than
+// `kMaxInterpretedBytes` are read up to there.
 #pragma once
 
 #include <cstddef>
@@ -10,7 +11,7 @@
 
 namespace host::message::mime {
 
-inline constexpr std::size_t kMaxInterpretedBytes = 256 * 1024;
+inline constexpr std::size_t kMaxInterpretedBytes = std::size_t{256} * 1024;
 
 /// Starts the MIME library once in the process; every call below does it by itself.
 void initialise();

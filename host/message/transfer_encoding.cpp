@@ -14,7 +14,7 @@ namespace host::message {
 
 namespace {
 
-constexpr std::size_t kPiece = 64 * 1024;
+constexpr std::size_t kPiece = std::size_t{64} * 1024;
 
 struct Named {
   std::string_view name;
