@@ -3,7 +3,6 @@
 
 #include <cstddef>
 #include <functional>
-#include <memory>
 #include <string_view>
 
 #include "host/delivery/line_ends.h"
@@ -17,7 +16,10 @@ namespace host::delivery {
 /// must be emptied.
 class MailFeed final : public OvMsgSink {
  public:
-  explicit MailFeed(const MailSource& source);
+  static constexpr std::size_t kBufferBytes = std::size_t{64} << 10;
+
+  /// \param buffer  kBufferBytes, which nobody else uses meanwhile
+  MailFeed(const MailSource& source, char* buffer) : source_(source), buffer_(buffer) {}
 
   /// Learns the size and whether there are bytes above 127. \return false if it cannot be written.
   bool survey();
@@ -45,8 +47,6 @@ class MailFeed final : public OvMsgSink {
   bool write(const char* data, std::size_t size) override;
 
  private:
-  static constexpr std::size_t kBufferBytes = std::size_t{64} << 10;
-
   void surveyPiece(std::string_view piece);
   std::size_t readable() const {
     const std::size_t held = end_ - begin_;
@@ -54,7 +54,7 @@ class MailFeed final : public OvMsgSink {
   }
 
   const MailSource& source_;
-  std::unique_ptr<char[]> buffer_;
+  char* buffer_;
   std::size_t begin_ = 0;
   std::size_t end_ = 0;
   CrLfEncoder encoder_;

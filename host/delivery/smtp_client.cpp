@@ -46,7 +46,7 @@ class SmtpClient::Connections {
   }
 
   SmtpOutcome send(const SmtpDestination& to, const SmtpTimeouts& timeouts, const SmtpMail& mail) {
-    MailFeed feed(mail.source);
+    MailFeed feed(mail.source, buffer_.get());
     if (!feed.survey()) {
       SmtpOutcome unreadable;
       unreadable.error = AdapterError::MessageUnreadable;
@@ -100,6 +100,7 @@ class SmtpClient::Connections {
   }
 
   std::string helloName_;
+  std::unique_ptr<char[]> buffer_ = std::make_unique<char[]>(MailFeed::kBufferBytes);
   SmtpEngine engine_;
   std::map<std::string, SmtpOffers> offers_;
   std::map<std::string, bool> greeted_;

@@ -11,6 +11,9 @@ namespace {
 
 constexpr long kKeptConnections = 8;
 constexpr int kPollMs = 1000;
+// The library allocates twice that for each message; more than this makes the C library return
+// the memory to the system each time.
+constexpr long kUploadBytes = 32L << 10;
 
 struct EasyDeleter {
   void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
@@ -201,6 +204,7 @@ class SmtpEngine::Transfer {
     }
     set(CURLOPT_MAIL_RCPT, recipients_.get());
     set(CURLOPT_UPLOAD, 1L);
+    set(CURLOPT_UPLOAD_BUFFERSIZE, kUploadBytes);
     set(CURLOPT_READFUNCTION, &Transfer::onRead);
     set(CURLOPT_READDATA, this);
     set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(submission_->feed.wireBytes()));
