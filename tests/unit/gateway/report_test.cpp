@@ -64,7 +64,8 @@ TEST(TextReport, GivesTheReasonOfAFailure) {
   const MessageResult result =
       resultOf("", "rules:\n- {id: 1, name: n, when: always, actions: [{x_header: 'X-A: b'}]}\n");
   const std::string report = textReport(result, kPlain, false);
-  EXPECT_THAT(report, HasSubstr("x_header: X-A: b             failed\n"));
+  EXPECT_THAT(report,
+              HasSubstr("x_header: X-A: b             failed: the message has no header\n"));
   EXPECT_THAT(report, HasSubstr("verdict  failed: stands as it came\n"));
   Summary summary;
   summary.add(result);
