@@ -1,5 +1,6 @@
 """What the command must not do to files, and how it says that it could not do its work."""
 import json
+import os
 import resource
 import subprocess
 import unittest
@@ -127,6 +128,8 @@ class OutputFolderTest(KaviTest):
 
 class ThreadsTest(KaviTest):
 
+    @unittest.skipIf(os.environ.get("KAVI_SANITIZE"),
+                     "sanitizers reserve more addresses than the limit allows")
     def test_goes_on_with_the_threads_there_are(self):
         for i in range(40):
             self.put(f"in/{i}.eml", MESSAGE)
