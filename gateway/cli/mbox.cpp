@@ -1,6 +1,7 @@
 #include "gateway/cli/mbox.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace gateway::cli {
 namespace {
@@ -63,7 +64,7 @@ bool MboxReader::fill() {
     buffer_.erase(0, begin_);
     begin_ = 0;
   }
-  atEnd_ = source_.read(buffer_, std::max(kChunk, buffer_.size() / 2)) == 0;
+  atEnd_ = source_.read(buffer_, kChunk) == 0;
   return !atEnd_;
 }
 
@@ -116,9 +117,15 @@ std::optional<MboxMessage> MboxReader::next() {
   }
   const std::size_t end = divides_ ? findNext() : kNone;
   MboxMessage message;
+  if (end == kNone) {
+    buffer_.erase(0, begin_);
+    message.bytes = std::move(buffer_);
+    buffer_.clear();
+    begin_ = 0;
+    return message;
+  }
   message.bytes = rest().substr(0, end);
-  begin_ += message.bytes.size();
-  if (end == kNone) return message;
+  begin_ += end;
   isMbox_ = true;
   const std::size_t blank = message.bytes.ends_with("\r\n") ? 2 : 1;
   message.separator = message.bytes.substr(message.bytes.size() - blank);
