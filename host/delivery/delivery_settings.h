@@ -42,6 +42,11 @@ struct KAVI_API DeliverySettings {
   /// \return false if anything is wrong; this object is then as it was.
   bool read(Kavi::GlobalSetting& settings, std::string& error);
 
+  /// The file of the sealing keys. \param stateFolder  the folder of the adapter
+  std::string sealKeyPath(const std::string& stateFolder) const {
+    return sealKeyFile.empty() ? stateFolder + "/reprocess.keys" : sealKeyFile;
+  }
+
   /// How to hand off to a host. \param error  receives the reason, when a section for it is wrong
   bool handoffTo(const std::string& host, int port, SmtpDestination& to, std::string& error) const;
 

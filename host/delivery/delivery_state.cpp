@@ -1,5 +1,6 @@
 #include "host/delivery/delivery_state.h"
 
+#include <cstdint>
 #include <utility>
 
 #include "host/core/line_file.h"
@@ -13,6 +14,8 @@ namespace {
 constexpr char kSpoolFolder[] = "/spool";
 constexpr char kDecisionsFile[] = "decisions.jsonl";
 constexpr char kStoreFile[] = "/store.sqlite";
+// Longer than any sender tries (RFC 5321 section 4.5.4.1 speaks of four to five days).
+constexpr std::int64_t kEffectMemorySeconds = std::int64_t{30} * 24 * 60 * 60;
 
 }  // namespace
 
@@ -36,6 +39,16 @@ AdapterError DeliveryState::prepareFiling(store::MessageKind kind, const std::st
                                           SweepReport& report, std::string& fault) {
   if (store_ == nullptr) return AdapterError::MissingFolder;
   return FilingSweep(*store_, ops_).run(kind, directory, report, fault);
+}
+
+AdapterError DeliveryState::forgetOldEffects(std::size_t& dropped, std::string& fault) {
+  if (store_ == nullptr) return AdapterError::MissingFolder;
+  return guardedOutcome([&] {
+    const store::StoreStatus status =
+        store_->forgetBefore(MessageEffects::systemClock() - kEffectMemorySeconds, dropped);
+    if (!status.ok()) fault = status.text;
+    return adapterErrorOf(status.error);
+  });
 }
 
 AdapterError DeliveryState::recordDecision(const std::string& line) {

@@ -1,6 +1,7 @@
 // What the adapter keeps on disk.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -27,11 +28,16 @@ class KAVI_API DeliveryState {
   AdapterError open(const std::string& path);
 
   /// Opens a folder that messages are filed under, made with mode 0700 when it is missing, and
-  /// brings it and the index in line (see sweepFiling). To be called at the start for every folder
+  /// brings it and the index in line (see FilingSweep). To be called at the start for every folder
   /// that a setting names; may run while messages are filed.
   /// \param fault  receives the words of a failure of the index
   AdapterError prepareFiling(store::MessageKind kind, const std::string& directory,
                              SweepReport& report, std::string& fault);
+
+  /// Drops what the ledger still keeps of messages that no sender tries again, because their final
+  /// answer could not be written down. To be called now and then.
+  /// \param dropped  receives how many effects
+  AdapterError forgetOldEffects(std::size_t& dropped, std::string& fault);
 
   /// Writes one line, durably. \param line  JSON without line break.
   AdapterError recordDecision(const std::string& line);

@@ -283,8 +283,10 @@ AdapterError Filing::remove(const store::IndexEntry& entry, std::string& fault) 
   return guardedOutcome([&] {
     const PathParts parts = splitPath(entry.path);
     core::Folder folder(ops_);
+    // A folder that is missing may be on a disk that is not mounted: its rows stay.
     core::FileError error = folder.open(parts.folder, false);
-    if (error == core::FileError::None) error = folder.remove(parts.name);
+    if (error != core::FileError::None) return adapterErrorOf(error);
+    error = folder.remove(parts.name);
     if (error != core::FileError::None && error != core::FileError::MissingFolder) {
       return adapterErrorOf(error);
     }

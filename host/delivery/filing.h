@@ -46,7 +46,8 @@ class KAVI_API Filing {
   AdapterError file(const FilingRequest& request, OvMsgMailMessage& msg, MessageEffects& effects,
                     std::string& path);
 
-  /// Removes a stored copy and then its row. A file that is gone already is no failure.
+  /// Removes a stored copy and then its row. A file that is gone already is no failure; a folder
+  /// that is gone is.
   /// \param fault  receives the words of a failure of the index
   AdapterError remove(const store::IndexEntry& entry, std::string& fault);
 

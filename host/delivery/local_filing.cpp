@@ -1,6 +1,5 @@
 // The adapter's side of the engine, and quarantine and archive.
 #include <charconv>
-#include <climits>
 #include <cstring>
 #include <optional>
 #include <utility>
@@ -13,6 +12,9 @@ namespace host::delivery {
 namespace {
 
 using Kavi::ScanToken;
+
+// More than any area needs, and short enough for a key of every database.
+constexpr std::size_t kMaxArchivePathBytes = 2000;
 
 std::optional<std::uint32_t> daysIn(const std::string& text) {
   std::uint32_t days = 0;
@@ -88,7 +90,7 @@ int LocalAdapter::archiveMessage(unsigned int& error, OvMsgMailMessage* msg,
                   if (!valid) return AdapterError::InvalidArgument;
                   FilingRequest request{store::MessageKind::Archived, directory,
                                         wholeArea(area, tokenOrEmpty(ScanToken::ArchiveAreaName))};
-                  request.maxPathBytes = PATH_MAX - 1;
+                  request.maxPathBytes = kMaxArchivePathBytes;
                   std::string stored;
                   return file(request, ScanToken::ArchiveAgingDays, *msg, stored);
                 }));

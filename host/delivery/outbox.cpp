@@ -83,8 +83,10 @@ AdapterError Outbox::queue(const OvMsgMailMessage& msg, const char* kind, unsign
   return spool_.put(std::move(entry), msg, id);
 }
 
-AdapterError Outbox::handOff(const OvMsgMailMessage& msg, const std::string& host, int port) {
+AdapterError Outbox::handOff(const OvMsgMailMessage& msg, std::string host, int port) {
   if (settings_ == nullptr) return AdapterError::NotAvailable;
+  const bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
+  if (bracketed) host = host.substr(1, host.size() - 2);
   SmtpDestination to;
   std::string fault;
   SmtpOutcome outcome;

@@ -29,8 +29,8 @@ class KAVI_API Outbox {
   AdapterError queue(const OvMsgMailMessage& msg, const char* kind, unsigned int passes);
 
   /// Sends \p msg to \p host and \p port within the deadline that the settings give, without its
-  /// reprocessing fields.
-  AdapterError handOff(const OvMsgMailMessage& msg, const std::string& host, int port);
+  /// reprocessing fields. \param host  a name or an address; an IPv6 address may have brackets
+  AdapterError handOff(const OvMsgMailMessage& msg, std::string host, int port);
 
   /// How long one hand-off may be under way at most.
   std::int64_t handOffLeaseSeconds() const;

@@ -105,18 +105,30 @@ TEST_F(AdapterSending, HandOffEndsAtItsDeadline) {
 }
 
 TEST_F(AdapterSending, RefusesUnusableHosts) {
-  for (const char* host : {"", "a host", "a\r\nQUIT", "evil/path", "user@host", "[::1]", "-x"}) {
+  for (const char* host :
+       {"", "a host", "a\r\nQUIT", "evil/path", "user@host", "[]", "[a b]", "-x"}) {
     EXPECT_NE(handOff(host, 25), AdapterError::None) << host;
   }
   for (const int port : {0, -1, 65536}) {
     EXPECT_EQ(handOff("127.0.0.1", port), AdapterError::InvalidArgument);
   }
-  EXPECT_THAT(log_.takeLines(1), SizeIs(10));
+  EXPECT_THAT(log_.takeLines(1), SizeIs(11));
   LocalAdapter adapter(state_, &settings_, &log_);
   unsigned int error = 0;
   EXPECT_NE(adapter.handoffMessage(error, &message_, nullptr, 25), 0);
   EXPECT_EQ(error, static_cast<unsigned int>(AdapterError::InvalidArgument));
   EXPECT_NE(adapter.handoffMessage(error, nullptr, "127.0.0.1", 25), 0);
+}
+
+TEST_F(AdapterSending, TakesAddressesWithAndWithoutBrackets) {
+  SmtpSink sink;
+  EXPECT_EQ(handOff("[127.0.0.1]", sink.port()), AdapterError::None);
+  for (const char* host : {"[::1]", "::1"}) {
+    // Nobody listens there; what counts is that the name is none that cannot be used.
+    const AdapterError error = handOff(host, sink.port());
+    EXPECT_TRUE(error == AdapterError::ConnectionRefused || error == AdapterError::Unreachable);
+  }
+  EXPECT_THAT(log_.takeLines(1), SizeIs(2));
 }
 
 TEST_F(AdapterSending, ResendAndDeliverFileTheMessageAndSendNothing) {

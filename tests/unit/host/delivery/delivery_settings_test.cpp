@@ -42,6 +42,7 @@ TEST_F(DeliverySettingsTest, HasDefaults) {
   EXPECT_EQ(settings_.retry.firstPause, 60);
   EXPECT_EQ(settings_.retry.longestPause, 3600);
   EXPECT_EQ(settings_.retry.giveUpAfter, 432'000);
+  EXPECT_EQ(settings_.sealKeyPath("/state"), "/state/reprocess.keys");
 }
 
 TEST_F(DeliverySettingsTest, ReadsEverything) {
@@ -72,7 +73,7 @@ TEST_F(DeliverySettingsTest, ReadsEverything) {
   EXPECT_EQ(settings_.retry.firstPause, 7);
   EXPECT_EQ(settings_.retry.longestPause, 8);
   EXPECT_EQ(settings_.retry.giveUpAfter, 9);
-  EXPECT_EQ(settings_.sealKeyFile, "/var/keys");
+  EXPECT_EQ(settings_.sealKeyPath("/state"), "/var/keys");
 }
 
 TEST_F(DeliverySettingsTest, OpportunisticTlsDoesNotAskForAProperCertificate) {

@@ -212,6 +212,17 @@ TEST_F(Filing, TakesAPathOf519BytesAndNoLongerOne) {
   EXPECT_EQ(bench_.rows().size(), 1u);
 }
 
+TEST_F(Filing, RefusesAnArchivePathThatNoIndexCanHold) {
+  for (const std::size_t length : {1500u, 2000u}) {
+    Tokens tokens;
+    tokens.set(ScanToken::ArchiveAreaName, std::string(length, 'x'));
+    ASSERT_EQ(adapter_.beginMessage(bench_.message, {}, tokens), AdapterError::None);
+    const Answer answer = archiveIt(std::string(255, 'x'));
+    EXPECT_EQ(answer.error, length == 1500 ? AdapterError::None : AdapterError::PathTooLong);
+  }
+  EXPECT_EQ(bench_.rows().size(), 1u);
+}
+
 TEST_F(Filing, TakesRelativeFoldersAndSlashesAtTheEnd) {
   const std::filesystem::path before = std::filesystem::current_path();
   std::filesystem::current_path(bench_.temp.path());
@@ -391,7 +402,11 @@ TEST_F(Filing, RemovesACopyWithItsRow) {
   EXPECT_EQ(filesBelow(bench_.folder), Files{"a/b/abc123~2.DF"});
   EXPECT_EQ(bench_.rows().size(), 1u);
   EXPECT_EQ(bench_.state.filing()->remove(rows[0], fault), AdapterError::None) << "gone is gone";
-  std::filesystem::remove_all(bench_.folder);
+  std::filesystem::rename(bench_.folder, bench_.temp / "elsewhere");
+  EXPECT_EQ(bench_.state.filing()->remove(rows[1], fault), AdapterError::MissingFolder);
+  EXPECT_EQ(bench_.rows().size(), 1u) << "its disk may not be mounted";
+  std::filesystem::rename(bench_.temp / "elsewhere", bench_.folder);
+  std::filesystem::remove(rows[1].path);
   EXPECT_EQ(bench_.state.filing()->remove(rows[1], fault), AdapterError::None);
   EXPECT_TRUE(bench_.rows().empty());
 }
@@ -406,6 +421,25 @@ TEST_F(Filing, KeepsTheRowOfACopyThatCannotBeRemoved) {
   bench_.ops.failAll("", 0);
   bench_.store->failAll(host::store::StoreError::Busy);
   EXPECT_EQ(bench_.state.filing()->remove(row, fault), AdapterError::IndexBusy);
+  EXPECT_EQ(fault, "the index is told to fail");
+}
+
+TEST_F(Filing, LetsTheStateForgetOldEffectsOnly) {
+  const std::int64_t now = host::delivery::MessageEffects::systemClock();
+  constexpr std::int64_t kDay = 86'400;
+  for (const std::int64_t age : {29 * kDay, 31 * kDay}) {
+    host::store::EffectKey key;
+    key.effect.fill(static_cast<unsigned char>(age / kDay));
+    host::store::EffectAnswer answer;
+    ASSERT_TRUE(bench_.store->beginEffect(key, {"a", now - age, 60, {}}, answer).ok());
+  }
+  std::size_t dropped = 0;
+  std::string fault;
+  EXPECT_EQ(bench_.state.forgetOldEffects(dropped, fault), AdapterError::None);
+  EXPECT_EQ(dropped, 1u);
+  EXPECT_EQ(bench_.store->memory().effectCount(), 1u);
+  bench_.store->failAll(host::store::StoreError::Busy);
+  EXPECT_EQ(bench_.state.forgetOldEffects(dropped, fault), AdapterError::IndexBusy);
   EXPECT_EQ(fault, "the index is told to fail");
 }
 
