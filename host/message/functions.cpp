@@ -1,5 +1,6 @@
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 
 #include "host/message/charset.h"
@@ -12,6 +13,7 @@
 namespace {
 
 using host::message::guarded;
+using host::message::Message;
 
 class MemoryResource final : public OvMsgResourceLocator {
  public:
@@ -27,8 +29,12 @@ class MemoryResource final : public OvMsgResourceLocator {
 }  // namespace
 
 OvMsgMailMessage* OvMsg_CreateMailMessage() {
-  return guarded<OvMsgMailMessage*>(nullptr,
-                                    [] { return host::message::Message::create().release(); });
+  return guarded<OvMsgMailMessage*>(nullptr, []() -> OvMsgMailMessage* {
+    std::unique_ptr<Message> message = Message::create();
+    const bool marked =
+        message->firstEntity()->addHeader(-1, "Auto-Submitted", "auto-generated", nullptr);
+    return marked ? message.release() : nullptr;
+  });
 }
 
 void OvMsg_DeleteMailMessage(OvMsgMailMessage* msg) {

@@ -21,7 +21,8 @@ class KAVI_API OvMsgResourceLocator {
 /// The one kind of resource there is: bytes in memory.
 inline constexpr int kOvMsgMemoryResource = 1;
 
-/// A new message with an empty root entity and an empty envelope.
+/// A new message with an empty envelope and a root entity that has no content and one field: mail
+/// that this product writes says so, "Auto-Submitted: auto-generated" (RFC 3834 section 5).
 /// \return owned, to be released with `OvMsg_DeleteMailMessage`; null on failure.
 KAVI_API OvMsgMailMessage* OvMsg_CreateMailMessage();
 /// Releases a message; null is accepted.

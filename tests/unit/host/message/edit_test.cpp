@@ -391,6 +391,7 @@ TEST(Edits, ComposeANotification) {
   EXPECT_TRUE(msgu::setHeader(root, "MIME-Version", "1.0", nullptr));
   EXPECT_EQ(root->insertTextBody(Resource("body"), "text/plain", "utf-8", "base64"), 0);
   const std::string header =
+      "Auto-Submitted: auto-generated\r\n"
       "Content-Type: text/plain; charset=utf-8\r\nSubject: =?utf-8?B?Y2Fmw6k=?=\r\n"
       "Content-Transfer-Encoding: base64\r\nDate:\r\nMIME-Version: 1.0\r\n";
   std::string text;
