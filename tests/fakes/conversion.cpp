@@ -1,6 +1,7 @@
 #include "tests/fakes/conversion.h"
 
 #include <iconv.h>
+#include <strings.h>
 
 #include <algorithm>
 #include <cstring>
@@ -11,10 +12,19 @@
 
 namespace fakes {
 
+namespace {
+
+// The C library's name for what mails call so.
+const char* knownName(const char* charset) {
+  return strcasecmp(charset, "iso-10646-ucs-2") == 0 ? "ucs-2be" : charset;
+}
+
+}  // namespace
+
 int convert(const std::string& text, const char* from, const char* to, std::string& out) {
   out.clear();
   std::vector<char> bytes(4 * text.size() + 16);
-  const iconv_t converter = iconv_open(to, from);
+  const iconv_t converter = iconv_open(knownName(to), knownName(from));
   if (converter == reinterpret_cast<iconv_t>(-1)) {
     return OVMSGERR::UnknownCharset;
   }
