@@ -13,7 +13,6 @@ class FakeBench final : public AdapterBench {
   OvMsgMailMessage& message() override { return message_; }
   const std::string& folder() override { return folder_; }
   void breakDown() override { adapter_.answer(22, 1); }
-  bool refusesNoMessage() const override { return false; }
 
  private:
   fakes::Adapter adapter_;

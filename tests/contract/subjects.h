@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -27,8 +28,6 @@ class AdapterBench {
   /// Whether the adapter can do \p operation at all ("Delete", "Handoff", ...); one that cannot
   /// fails like any other.
   virtual bool offers(const std::string& operation) const;
-  /// Whether a null message is refused, as the platform's declaration asks.
-  virtual bool refusesNoMessage() const;
   /// The message's envelope on one line; empty for a message without one.
   virtual std::string envelope() const;
 };
@@ -38,6 +37,9 @@ struct AdapterKind {
   const char* name;
   std::unique_ptr<AdapterBench> (*makeBench)();
 };
+
+/// Names the kind in the names of tests.
+inline void PrintTo(const AdapterKind& kind, std::ostream* out) { *out << kind.name; }
 
 std::vector<AdapterKind> adapterKinds();
 

@@ -9,6 +9,7 @@ namespace fakes {
 namespace {
 
 constexpr unsigned int kInjectedError = 71;
+constexpr unsigned int kNoMessage = 1;
 
 }  // namespace
 
@@ -30,6 +31,10 @@ int Adapter::record(unsigned int& error, const OvMsgMailMessage* msg, const char
   std::vsnprintf(text, sizeof text, format, arguments);
   va_end(arguments);
   calls_.push_back({msg, text});
+  if (msg == nullptr) {
+    error = kNoMessage;
+    return -1;
+  }
   if (error_ != 0) {
     error = error_;
   }

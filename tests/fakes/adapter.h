@@ -13,7 +13,7 @@ struct AdapterCall {
   std::string text;  ///< operation and arguments: "postpone 8:30 23:59"
 };
 
-/// Every operation succeeds, unless a test or the fault plan says otherwise.
+/// Every operation on a message succeeds, unless a test or the fault plan says otherwise.
 class Adapter : public OvIsAdapter {
  public:
   /// From now on: the code that every operation reports, and what it returns. The two are set apart
