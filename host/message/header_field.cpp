@@ -133,10 +133,18 @@ const char* HeaderField::address() const {
 int HeaderField::setValue(const char* value, const char* charset) {
   return guardedCode([&]() -> int {
     if (value == nullptr || nameLength_ == 0) return OVMSGERR::InvalidArgument;
-    const FieldText wanted{nameView(), value, charset};
     const bool terminated = bytes().ends_with('\n');
     std::string text;
-    if (const int code = composeField(wanted, owner_->lineBreak(), terminated, text); code != 0) {
+    // Without a charset, text that is not ASCII stays in that of the words it replaces.
+    const std::string own =
+        charset == nullptr && !isAscii(value) ? firstCharset(unfoldedValue()) : std::string();
+    const auto compose = [&](const char* in) {
+      return composeField({nameView(), value, in}, owner_->lineBreak(), terminated, text);
+    };
+    const bool inOwn = !own.empty() && compose(own.c_str()) == OVMSGERR::Ok;
+    if (inOwn) {
+      charset = own.c_str();
+    } else if (const int code = compose(charset); code != OVMSGERR::Ok) {
       return code;
     }
     bool isReceived = false;

@@ -31,7 +31,8 @@ class KAVI_API OvMsgHeader {
   /// Replaces the value. A CR or LF in it never opens a new field: with white space behind it it
   /// stays a fold, any other becomes a space.
   /// \param charset  of \p value; text that is not ASCII is written as RFC 2047 words in it. Null:
-  ///   the bytes are written as they stand.
+  ///   a value that has such words now gets its words in their charset again, if the bytes are text
+  ///   in it; else the bytes are written as they stand.
   /// \return 0 or an OVMSGERR code; then the field is as it was.
   virtual int setValue(const char* value, const char* charset) = 0;
 

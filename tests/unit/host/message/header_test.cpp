@@ -188,6 +188,31 @@ TEST(SetHeader, BackToTheReceivedEncodedValueRestoresTheBytes) {
   EXPECT_EQ(message->toString(), bytes);
 }
 
+TEST(SetHeader, WithoutACharsetStaysInThatOfItsWords) {
+  EXPECT_EQ(setAndRender("Subject: =?iso-8859-1?Q?B=FCro?=\n\n", "Subject",
+                         "au\xDF"
+                         "en"),
+            "Subject: =?iso-8859-1?Q?au=DFen?=\n\n");
+}
+
+TEST(SetHeader, WithoutACharsetWritesOtherBytesAsTheyStand) {
+  EXPECT_EQ(setAndRender("Subject: =?us-ascii?Q?B?=\n\n", "Subject",
+                         "au\xDF"
+                         "en"),
+            "Subject: au\xDF"
+            "en\n\n");
+  EXPECT_EQ(setAndRender("Subject: =?no-such?Q?B?=\n\n", "Subject",
+                         "au\xDF"
+                         "en"),
+            "Subject: au\xDF"
+            "en\n\n");
+  EXPECT_EQ(setAndRender("X-A: plain\n\n", "X-A",
+                         "au\xDF"
+                         "en"),
+            "X-A: au\xDF"
+            "en\n\n");
+}
+
 TEST(SetHeader, WritesAnEmptyValueWithoutTrailingSpace) {
   EXPECT_EQ(setAndRender("S: 1\n\n", "S", ""), "S:\n\n");
 }
