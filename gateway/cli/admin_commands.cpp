@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <utility>
 #include <vector>
 
 #include "gateway/cli/startup.h"
@@ -12,6 +13,7 @@
 #include "gateway/policy/action_registry.h"
 #include "gateway/policy/lint.h"
 #include "gateway/policy/suggest.h"
+#include "gateway/policy/yaml_reader.h"
 #include "host/core/text_escape.h"
 #include "library/tokens/action_utils.h"
 #include "library/tokens/token_table.h"
@@ -65,6 +67,24 @@ ordered_json toJson(const Diagnostic& diagnostic) {
   return json;
 }
 
+/// The value of an action as in a policy: a text, or in braces a map. Complains, and returns null,
+/// when what stands in braces is none.
+std::unique_ptr<policy::Document> valueOfArgument(const std::string& called,
+                                                  const std::string* value) {
+  if (value != nullptr && value->starts_with('{')) {
+    policy::Diagnostics diagnostics("value");
+    std::unique_ptr<policy::Document> document = policy::readYaml(*value, diagnostics);
+    for (const Diagnostic& fault : diagnostics.all()) complain(called + fault.message);
+    return diagnostics.hasErrors() ? nullptr : std::move(document);
+  }
+  auto document = std::make_unique<policy::Document>();
+  policy::Node& node =
+      document->add(value != nullptr ? policy::Node::Kind::Scalar : policy::Node::Kind::Null, 0);
+  if (value != nullptr) node.text = *value;
+  document->setRoot(&node);
+  return document;
+}
+
 void printFindings(const policy::Diagnostics& diagnostics, std::size_t rules, bool usable) {
   for (const Diagnostic& diagnostic : diagnostics.all()) printLine(diagnostics.text(diagnostic));
   std::string text = diagnostics.source() + ": ";
@@ -108,7 +128,7 @@ int policyCheckCommand(const std::string& path, bool json) {
 int actionsCommand(bool json) {
   ordered_json list = ordered_json::array();
   if (!json) {
-    printLine(padded("ACTION", 14) + padded("CODE", 6) + padded("VALUE", 14) +
+    printLine(padded("ACTION", 20) + padded("CODE", 6) + padded("VALUE", 14) +
               padded("NAMED OBJECTS", 15) + "WHAT IT DOES");
   }
   for (const ActionSpec& spec : policy::allActions()) {
@@ -122,7 +142,7 @@ int actionsCommand(bool json) {
                       {"example", spec.example},
                       {"summary", spec.summary}});
     } else {
-      printLine(padded(spec.name, 14) + padded(std::to_string(spec.type), 6) +
+      printLine(padded(spec.name, 20) + padded(std::to_string(spec.type), 6) +
                 padded(spec.takesValue() ? spec.value : "none", 14) +
                 padded(objects ? "yes" : "no", 15) + std::string(spec.summary));
     }
@@ -155,14 +175,12 @@ int settingEncodeCommand(const std::string& action, const std::string* value, bo
     complain(called + "needs a value (" + std::string(spec->value) + ")");
     return ExitUsage;
   }
-  policy::Node node;
-  if (value != nullptr) {
-    node.kind = policy::Node::Kind::Scalar;
-    node.text = *value;
-  }
+  const std::unique_ptr<policy::Document> document = valueOfArgument(called, value);
+  if (document == nullptr) return ExitUsage;
   std::string setting;
-  const bool encoded = spec->encode(
-      node, setting, [&](int, const std::string& message) { complain(called + message); });
+  const bool encoded =
+      spec->encode(*document->root(), setting,
+                   [&](int, const std::string& message) { complain(called + message); });
   if (!encoded) return ExitUsage;
   printSetting(*spec, value != nullptr ? *value : std::string(), setting, setting, json);
   return ExitDone;

@@ -6,8 +6,8 @@
 #include "gateway/cli/dry_adapter.h"
 #include "gateway/cli/message_job.h"
 #include "gateway/cli/startup.h"
-#include "gateway/cli/token_check.h"
 #include "gateway/engine/engine.h"
+#include "gateway/policy/token_check.h"
 #include "host/core/text_escape.h"
 
 namespace gateway::cli {
@@ -17,7 +17,7 @@ using host::message::Buffer;
 using host::message::Message;
 
 void nameDoubtfulTokens(const std::string& text) {
-  for (const DoubtfulToken& token : doubtfulTokens(text)) {
+  for (const policy::DoubtfulToken& token : policy::doubtfulTokens(text)) {
     complain(host::core::printable(token.word) + " is no token and stays as it is (did you mean " +
              token.meant + "?)");
   }

@@ -22,17 +22,28 @@ host::core::LogOptions logOptions(host::core::IniSettings& settings) {
   return options;
 }
 
-/// Where an installed gateway files mail. A run that only shows what would happen has to name a
-/// folder too, or %QUARANTINE_PATH% would stand for nothing.
-constexpr std::pair<const char*, const char*> kFolders[] = {
-    {"queue_quarantine", "/var/spool/kavi/quarantine"},
-    {"queue_archive", "/var/spool/kavi/archive"}};
+struct Default {
+  const char* section;
+  const char* key;
+  const char* value;
+};
 
-void setMissingFolders(host::core::IniSettings& settings) {
-  for (const auto& [key, folder] : kFolders) {
+/// What a settings file need not say. Folders: where an installed gateway files mail; a run that
+/// only shows what would happen has to name some too, or %QUARANTINE_PATH% would stand for nothing.
+/// Charsets: with the library's own default, ASCII, what stamps and subjects say in other letters
+/// would be lost or left out.
+constexpr Default kDefaults[] = {
+    {"general", "queue_quarantine", "/var/spool/kavi/quarantine"},
+    {"general", "queue_archive", "/var/spool/kavi/archive"},
+    {"MessageModule", "DefaultSourceCharset", "utf-8"},
+    {"MessageModule", "UseUTF8AsPreferCharsetForStamp", "1"},
+};
+
+void setMissing(host::core::IniSettings& settings) {
+  for (const Default& row : kDefaults) {
     std::string value;
-    if (settings.getString(key, value, "general", 0) != 0 || value.empty()) {
-      settings.override("general", key, folder);
+    if (settings.getString(row.key, value, row.section, 0) != 0 || value.empty()) {
+      settings.override(row.section, row.key, row.value);
     }
   }
 }
@@ -46,7 +57,7 @@ std::unique_ptr<Startup> Startup::begin(const std::string& configPath) {
     std::fprintf(stderr, "%s\n", error.c_str());
     return nullptr;
   }
-  setMissingFolders(startup->settings_);
+  setMissing(startup->settings_);
   startup->log_ = std::make_unique<host::core::ProcessLog>(logOptions(startup->settings_));
   InitActionLib(startup->settings_, *startup->log_);
   return startup;

@@ -159,7 +159,10 @@ class Run {
     if (action == nullptr) {
       report.failure = "refused its setting";
     } else {
-      report.failure = failureOf([&] { take(*action, report); });
+      report.failure = failureOf([&] {
+        records_.renewFor(entry);
+        take(*action, report);
+      });
     }
     if (!report.failure.empty()) report.result = false;
     lines.moveTo(report.log);

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "gateway/policy/delivery_codecs.h"
+#include "gateway/policy/modification_codecs.h"
 #include "gateway/policy/settings_object.h"
 #include "gateway/policy/suggest.h"
 #include "library/actions/disposition/archive.h"
@@ -14,6 +15,9 @@
 #include "library/actions/disposition/quarantine.h"
 #include "library/actions/disposition/readdress.h"
 #include "library/actions/disposition/virus_clean.h"
+#include "library/actions/modification/delete_attachment.h"
+#include "library/actions/modification/stamp.h"
+#include "library/actions/modification/tag_subject.h"
 #include "library/actions/modification/x_header.h"
 
 namespace gateway::policy {
@@ -81,83 +85,6 @@ bool decodePostpone(const std::string& setting, std::string& value) {
   return true;
 }
 
-// --- x_header ---
-
-/// Why the settings class refused \p text; the rules are its own, this only puts them in words.
-std::string headerFault(const std::string& text) {
-  constexpr std::size_t kMaxLength = 512;
-  if (text.size() > kMaxLength) {
-    return "is longer than 512 bytes (shorten it)";
-  }
-  if (text.find(':') == std::string::npos) {
-    return "has no ':' between name and value (write: \"X-Flag: yes\")";
-  }
-  const bool printable =
-      std::all_of(text.begin(), text.end(), [](char c) { return c >= 32 && c < 127; });
-  if (!printable) return "has a character that is not printable ASCII (remove it)";
-  return "has an empty name or value (write: \"X-Flag: yes\")";
-}
-
-bool encodeXHeader(const Node& value, std::string& setting, const FaultSink& fault) {
-  if (value.kind != Node::Kind::Scalar) {
-    fault(value.line, "needs a header line as one text (write: \"X-Flag: yes\")");
-    return false;
-  }
-  uiInsertXHeaderTag settings;
-  if (!constructFrom(settings, value.text)) {
-    fault(value.line, "header line " + inQuotes(value.text) + " " + headerFault(value.text));
-    return false;
-  }
-  std::string name;
-  std::string text;
-  settings.getXHeaderTag(name, text);
-  if (name.find(' ') != std::string::npos) {
-    fault(value.line, "header name " + inQuotes(name) + " has a blank (write '-' instead)");
-    return false;
-  }
-  setting = settings.serialize();
-  return true;
-}
-
-bool decodeXHeader(const std::string& setting, std::string& value) {
-  uiInsertXHeaderTag settings;
-  if (!constructFrom(settings, setting)) return false;
-  std::string name;
-  std::string text;
-  settings.getXHeaderTag(name, text);
-  value = name + ": " + text;
-  return true;
-}
-
-/// Fields whose change makes the message mean, or go, something else.
-bool isVitalField(std::string name) {
-  static constexpr std::string_view kVital[] = {"content-type",
-                                                "content-transfer-encoding",
-                                                "content-disposition",
-                                                "mime-version",
-                                                "from",
-                                                "sender",
-                                                "to",
-                                                "cc",
-                                                "date",
-                                                "message-id",
-                                                "received",
-                                                "dkim-signature"};
-  std::transform(name.begin(), name.end(), name.begin(),
-                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
-  return std::find(std::begin(kVital), std::end(kVital), name) != std::end(kVital);
-}
-
-std::string doubtXHeader(const std::string& setting) {
-  uiInsertXHeaderTag settings;
-  std::string name;
-  std::string text;
-  if (!constructFrom(settings, setting) || !settings.getXHeaderTag(name, text)) return {};
-  if (!isVitalField(name)) return {};
-  return "replaces " + inQuotes(name) +
-         ", which mail programs and checks rely on (use a name that begins with X-)";
-}
-
 const ActionSpec kActions[] = {
     {.name = "archive",
      .type = KaviAction::Archive,
@@ -168,8 +95,8 @@ const ActionSpec kActions[] = {
      .example = "archive: journal",
      .summary = "Keeps a copy in an archive area; the message goes on.",
      .make = make<ActArchive>,
-     .encode = encodeArea,
-     .decode = decodeArea,
+     .encode = encodeObjectId,
+     .decode = decodeObjectId,
      .objectType = KaviNamedObj::ArchiveAreaType},
     {.name = "bcc",
      .type = KaviAction::Bcc,
@@ -194,6 +121,17 @@ const ActionSpec kActions[] = {
      .make = make<ActDelete>,
      .encode = encodeNothing<uiDelete>,
      .decode = decodeNothing<uiDelete>},
+    {.name = "delete_attachments",
+     .type = KaviAction::DeleteAttachment,
+     .disposes = false,
+     .doesNothing = false,
+     .changesMessage = true,
+     .value = "WHICH",
+     .example = "delete_attachments: matching",
+     .summary = "Removes the attachments that made the rule match, or all of them.",
+     .make = make<ActDeleteAttachment>,
+     .encode = encodeDeleteAttachments,
+     .decode = decodeDeleteAttachments},
     {.name = "handoff",
      .type = KaviAction::Handoff,
      .disposes = true,
@@ -258,8 +196,8 @@ const ActionSpec kActions[] = {
      .example = "quarantine: virus",
      .summary = "Files the message in a quarantine area instead of delivering it.",
      .make = make<ActQuarantine>,
-     .encode = encodeArea,
-     .decode = decodeArea,
+     .encode = encodeObjectId,
+     .decode = decodeObjectId,
      .objectType = KaviNamedObj::QuarantineAreaType},
     {.name = "readdress",
      .type = KaviAction::Readdress,
@@ -273,6 +211,30 @@ const ActionSpec kActions[] = {
      .encode = encodeReaddress,
      .decode = decodeRecipients,
      .doubt = doubtRecipients},
+    {.name = "stamp",
+     .type = KaviAction::Stamp,
+     .disposes = false,
+     .doesNothing = false,
+     .changesMessage = true,
+     .value = "STAMP",
+     .example = "stamp: disclaimer",
+     .summary = "Adds the text of a stamp to the body of the message.",
+     .make = make<ActStamp>,
+     .encode = encodeObjectId,
+     .decode = decodeObjectId,
+     .objectType = KaviNamedObj::StampType},
+    {.name = "tag_subject",
+     .type = KaviAction::TagSubject,
+     .disposes = false,
+     .doesNothing = false,
+     .changesMessage = true,
+     .value = "TAG",
+     .example = "tag_subject: \"[EXTERNAL] \"",
+     .summary = "Puts a tag in front of the subject.",
+     .make = make<ActTagSubject>,
+     .encode = encodeTagSubject,
+     .decode = decodeTagSubject,
+     .doubt = doubtTagSubject},
     {.name = "virus_clean",
      .type = KaviAction::VirusClean,
      .disposes = false,

@@ -106,11 +106,11 @@ std::string lowered(std::string_view text) {
 
 }  // namespace
 
-bool encodeArea(const Node& value, std::string& setting, const FaultSink& fault) {
+bool encodeObjectId(const Node& value, std::string& setting, const FaultSink& fault) {
   unsigned int id = 0;
   if (value.kind != Node::Kind::Scalar || !parseWhole(value.text, id) || id == 0) {
-    fault(value.line, "needs the id of an area, not " + inQuotes(value.text) +
-                          " (a whole number from 1 up; policies name the area instead)");
+    fault(value.line, "needs an id, not " + inQuotes(value.text) +
+                          " (a whole number from 1 up; policies name the object instead)");
     return false;
   }
   ActQuarantine list;
@@ -119,7 +119,7 @@ bool encodeArea(const Node& value, std::string& setting, const FaultSink& fault)
   return true;
 }
 
-bool decodeArea(const std::string& setting, std::string& value) {
+bool decodeObjectId(const std::string& setting, std::string& value) {
   std::vector<unsigned int> ids;
   if (!ActQuarantine().getNamedObjectIds(setting.c_str(), static_cast<int>(setting.size()), ids)) {
     return false;

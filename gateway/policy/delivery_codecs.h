@@ -1,4 +1,4 @@
-// The values of actions that say where mail goes: areas, hosts, recipients.
+// The values of actions that refer to named objects, and of those that say where mail goes.
 #pragma once
 
 #include <string>
@@ -10,10 +10,10 @@ namespace gateway::policy {
 
 // Codecs of ActionSpec (gateway/policy/action_registry.h).
 
-/// An area. The value is the id of the named object, in decimal: the loader puts it in the place of
-/// the name.
-bool encodeArea(const Node& value, std::string& setting, const FaultSink& fault);
-bool decodeArea(const std::string& setting, std::string& value);
+/// An area or a stamp. The value is the id of the named object, in decimal: the loader puts it in
+/// the place of the name.
+bool encodeObjectId(const Node& value, std::string& setting, const FaultSink& fault);
+bool decodeObjectId(const std::string& setting, std::string& value);
 
 /// "host:port", "[address]:port" for an IPv6 address.
 bool encodeHandoff(const Node& value, std::string& setting, const FaultSink& fault);

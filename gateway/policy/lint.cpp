@@ -11,6 +11,7 @@
 
 #include "gateway/policy/action_registry.h"
 #include "gateway/policy/condition.h"
+#include "gateway/policy/named_objects.h"
 #include "gateway/policy/suggest.h"
 
 namespace gateway::policy {
@@ -27,6 +28,7 @@ class Linter {
     }
     for (std::size_t i = 0; i < rows_.rules.size(); ++i) lintRule(i);
     for (std::size_t i = 0; i < rows_.objects.size(); ++i) {
+      lintObject(i);
       if (used_.count(rows_.objects[i].id) != 0) continue;
       diagnostics_.warning(lines_.ofObject(i), "",
                            "no rule refers to " + inQuotes(rows_.objects[i].name) +
@@ -37,6 +39,16 @@ class Linter {
  private:
   void warn(int line, std::string message) {
     diagnostics_.warning(line, place_, std::move(message));
+  }
+
+  void lintObject(std::size_t index) {
+    const NamedObjectRow& row = rows_.objects[index];
+    const ObjectKind* kind = findObjectKind(row.type);
+    const std::string doubt =
+        kind != nullptr && kind->doubt != nullptr ? kind->doubt(row.setting) : std::string();
+    if (doubt.empty()) return;
+    diagnostics_.warning(lines_.ofObject(index), "",
+                         std::string(kind->word) + " " + inQuotes(row.name) + " " + doubt);
   }
 
   void lintRule(std::size_t index) {
@@ -54,6 +66,31 @@ class Linter {
     if (condition) lintCondition(*condition, line);
     if (rule.enabled) lintReach(index, condition && condition->kind == Condition::Kind::Always);
     lintActions(index);
+    if (condition && !marksAttachments(*condition)) lintMarks(index);
+  }
+
+  /// Whether \p condition can hold because of attachments.
+  static bool marksAttachments(const Condition& condition) {
+    if (condition.kind == Condition::Kind::Not) return false;
+    return condition.kind == Condition::Kind::AttachmentName ||
+           condition.kind == Condition::Kind::AttachmentType ||
+           std::any_of(condition.children.begin(), condition.children.end(), marksAttachments);
+  }
+
+  /// Actions on matching attachments of a rule that never matches any.
+  void lintMarks(std::size_t index) {
+    const RuleRow& rule = rows_.rules[index];
+    for (std::size_t i = 0; i < rule.actions.size(); ++i) {
+      const ActionRow& action = rule.actions[i];
+      std::string which;
+      if (action.type != KaviAction::DeleteAttachment ||
+          !findAction(action.type)->decode(action.setting, which) || which != "matching") {
+        continue;
+      }
+      warn(lines_.ofAction(index, i),
+           "action 'delete_attachments' removes nothing: the rule has no condition on attachments "
+           "(add attachment_name or attachment_type, or write all)");
+    }
   }
 
   /// Rules behind one that takes every message.
@@ -92,6 +129,10 @@ class Linter {
       } else if (disposer != nullptr && spec->changesMessage) {
         warn(line, called + " comes behind '" + std::string(disposer->name) +
                        "', which has disposed of the message: its change is lost (put it first)");
+      }
+      if (disposer != nullptr && !spec->disposes && !spec->changesMessage && !spec->doesNothing) {
+        warn(line, called + " comes behind '" + std::string(disposer->name) +
+                       "': when it fails, the message is disposed of and yet stays (put it first)");
       }
       if (spec->disposes && disposer == nullptr) disposer = spec;
       const std::string doubt =

@@ -1,12 +1,7 @@
 #include "gateway/policy/loader.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
-#include <cstring>
-#include <fstream>
 #include <iterator>
 #include <map>
 #include <memory>
@@ -18,6 +13,7 @@
 #include "gateway/policy/condition.h"
 #include "gateway/policy/named_objects.h"
 #include "gateway/policy/suggest.h"
+#include "gateway/policy/text_file.h"
 #include "gateway/policy/yaml_reader.h"
 
 namespace gateway::policy {
@@ -40,7 +36,8 @@ bool isPrintableText(const std::string& text) {
 
 class Loader {
  public:
-  explicit Loader(Diagnostics& diagnostics) : diagnostics_(diagnostics) {}
+  Loader(Diagnostics& diagnostics, const std::optional<std::string>& folder)
+      : diagnostics_(diagnostics), folder_(folder) {}
 
   LoadedPolicy load(const Node* root) {
     if (root == nullptr || root->kind != Node::Kind::Map) {
@@ -98,27 +95,17 @@ class Loader {
       fail(item.line, "name " + inQuotes(row.name) + " is taken by line " +
                           std::to_string(first->second) + " (choose another)");
     }
-    refuseUnknownKeys(item, {"name", "aging_days"}, "an entry");
-    const unsigned int days = readAgingDays(item);
-    row.setting = kind.encodeArea(row.name, days);
+    refuseUnknownKeys(item, {kind.keys.begin(), kind.keys.end()}, "an entry");
+    const bool encoded =
+        kind.encode({item, row.name, folder_}, row.setting,
+                    [this](int line, const std::string& message) { fail(line, message); });
     // The scanner side builds the record from this string: what it refuses must not get so far.
-    if (named && kind.build(row.setting) == nullptr) {
+    if (named && encoded && kind.build(row.setting) == nullptr) {
       fail(item.line, "the record does not accept its own settings string");
     }
     objects_[kind.type].emplace(row.name, row.id);
     policy_.rows.objects.push_back(std::move(row));
     policy_.lines.objects.push_back(item.line);
-  }
-
-  unsigned int readAgingDays(const Node& item) {
-    const Node* value = item.find("aging_days");
-    unsigned int days = 0;
-    if (value != nullptr && (!parseNumber(*value, days) || days > kMaxAgingDays)) {
-      fail(value->line, "aging_days " + inQuotes(value->text) + " (write a whole number, 0 to " +
-                            std::to_string(kMaxAgingDays) + "; 0 keeps mail for good)");
-      days = 0;
-    }
-    return days;
   }
 
   bool readName(const Node& value, std::string& name) {
@@ -289,7 +276,7 @@ class Loader {
       std::vector<std::string_view> names;
       for (const auto& [name, unused] : objects) names.push_back(name);
       remedy = names.empty() ? "(declare it under " + std::string(kind.key) +
-                                   ": - {name: " + value.text + "})"
+                                   ": - {name: " + value.text + std::string(kind.required) + "})"
                              : remedyFor(value.text, names);
     }
     fail(value.line, called + "names no " + std::string(kind.word) + ": " + inQuotes(value.text) +
@@ -298,6 +285,7 @@ class Loader {
   }
 
   Diagnostics& diagnostics_;
+  const std::optional<std::string>& folder_;
   LoadedPolicy policy_;
   std::map<unsigned int, std::map<std::string, unsigned int>> objects_;  ///< type, name, id
   std::string place_;
@@ -307,35 +295,24 @@ class Loader {
 
 }  // namespace
 
-std::optional<LoadedPolicy> loadPolicy(std::string_view text, Diagnostics& diagnostics) {
+std::optional<LoadedPolicy> loadPolicy(std::string_view text, Diagnostics& diagnostics,
+                                       const std::optional<std::string>& folder) {
   const std::unique_ptr<Document> document = readYaml(text, diagnostics);
   if (document == nullptr) return std::nullopt;
-  LoadedPolicy policy = Loader(diagnostics).load(document->root());
+  LoadedPolicy policy = Loader(diagnostics, folder).load(document->root());
   if (diagnostics.hasErrors()) return std::nullopt;
   return policy;
 }
 
 std::optional<LoadedPolicy> loadPolicyFile(const std::string& path, Diagnostics& diagnostics) {
-  struct stat status {};
-  if (::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
-    diagnostics.error(0, "", "is a folder (name the policy file in it)");
+  std::string text;
+  std::string fault = readTextFile(path, YamlLimits().bytes, text);
+  if (fault == "is a folder") fault += " (name the policy file in it)";
+  if (!fault.empty()) {
+    diagnostics.error(0, "", fault);
     return std::nullopt;
   }
-  errno = 0;
-  std::ifstream file(path, std::ios::binary);
-  if (!file) {
-    diagnostics.error(0, "", std::string("cannot be read: ") + std::strerror(errno));
-    return std::nullopt;
-  }
-  // One byte more than allowed is enough to know that it is too large.
-  std::string text(YamlLimits().bytes + 1, '\0');
-  file.read(text.data(), static_cast<std::streamsize>(text.size()));
-  if (file.bad()) {
-    diagnostics.error(0, "", std::string("cannot be read: ") + std::strerror(errno));
-    return std::nullopt;
-  }
-  text.resize(static_cast<std::size_t>(file.gcount()));
-  return loadPolicy(text, diagnostics);
+  return loadPolicy(text, diagnostics, path.substr(0, path.rfind('/') + 1));
 }
 
 }  // namespace gateway::policy

@@ -2,10 +2,13 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 
+#include "gateway/policy/condition.h"
+#include "gateway/policy/node.h"
 #include "gateway/policy/rows.h"
 #include "library/platform/kavi_named_obj.h"
 
@@ -14,17 +17,30 @@ namespace gateway::policy {
 /// The longest that an area is kept: a hundred years.
 inline constexpr unsigned int kMaxAgingDays = 36'500;
 
+/// An entry of a list of named objects.
+struct ObjectEntry {
+  const Node& item;  ///< a map
+  const std::string& name;
+  /// The folder that relative file names start from; none when entries must not name files.
+  const std::optional<std::string>& folder;
+};
+
 /// What the gateway knows about one kind of named object.
 struct ObjectKind {
   std::string_view key;  ///< the list of a policy that declares them
   KaviNamedObj::NaObjType type;
-  std::string_view word;     ///< as in messages
-  std::string_view example;  ///< an entry of the list
+  std::string_view word;      ///< as in messages
+  std::string_view example;   ///< an entry of the list
+  std::string_view required;  ///< what an entry needs behind its name, as in the example
+  std::span<const std::string_view> keys;  ///< that an entry may have
 
-  /// The settings string of an area, made by its record's class.
-  std::string (*encodeArea)(const std::string& name, unsigned int agingDays);
+  /// Turns an entry into the settings string, through the record's class.
+  /// \return false with every reason and remedy handed to \p fault.
+  bool (*encode)(const ObjectEntry& entry, std::string& setting, const FaultSink& fault);
   /// A fresh record, not constructed yet.
   std::unique_ptr<KaviNamedObj> (*make)();
+  /// What an administrator may not have meant by \p setting; empty when nothing. May be null.
+  std::string (*doubt)(const std::string& setting) = nullptr;
 
   /// A record built from \p setting; null when its `construct` refuses that.
   std::unique_ptr<KaviNamedObj> build(const std::string& setting) const;

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "gateway/policy/suggest.h"
+#include "gateway/policy/text_file.h"
 
 namespace gateway::policy {
 namespace {
@@ -218,18 +219,7 @@ class YamlHandler : public YAML::EventHandler {
 /// Refuses bytes that are no UTF-8 text before the YAML parser sees them: it reads some control
 /// bytes as its own marks.
 void checkBytes(std::string_view text) {
-  int line = 1;
-  const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
-  const auto length = static_cast<std::int32_t>(text.size());
-  for (std::int32_t i = 0; i < length;) {
-    UChar32 c;
-    U8_NEXT(bytes, i, length, c);
-    if (c == '\n') ++line;
-    if (c < 0) throw Refused{line, "a byte that is not UTF-8 (save the file as UTF-8)"};
-    if ((c < 0x20 && c != '\n' && c != '\r' && c != '\t') || c == 0x7F) {
-      throw Refused{line, "control byte " + std::to_string(c) + " (remove it)"};
-    }
-  }
+  if (const auto fault = findTextFault(text)) throw Refused{fault->line, fault->reason};
 }
 
 struct YamlRemedy {

@@ -5,7 +5,7 @@ usage: run.py KAVI [--update] [CASE...]
 
 A case is a folder beside this file: in.eml, policy.yaml, and what comes out: out.eml, or nothing
 when the message does not go on. `verdict` holds the verdict's word, `options` (optional) further
-options of `kavi run`. What would be sent or filed stands under `filed`, as in the out folder. Fields that differ from run to run are masked: their names stand in
+options of `kavi run`, `settings.ini` (optional) its settings. What would be sent or filed stands under `filed`, as in the out folder. Fields that differ from run to run are masked: their names stand in
 `masked_fields`, one to a line. --update rewrites out.eml and verdict; its changes are read before
 they are committed.
 """
@@ -31,6 +31,8 @@ def mask(message: bytes, fields: list[str]) -> bytes:
 def run_case(kavi: str, case: pathlib.Path) -> tuple[str, bytes | None, dict[str, bytes]]:
     options = case / "options"
     extra = shlex.split(options.read_text()) if options.exists() else []
+    if (case / "settings.ini").exists():
+        extra += ["--config", case / "settings.ini"]
     with tempfile.TemporaryDirectory() as out:
         done = subprocess.run(
             [kavi, "run", "--policy", case / "policy.yaml", "--json", "--out", out, *extra,

@@ -113,6 +113,8 @@ class UsageTest(KaviTest):
                           ["policy"], ["policy", "check"], ["setting", "encode", "fly"],
                           ["setting", "encode", "postpone"], ["setting", "encode", "postpone", "x"],
                           ["setting", "encode", "delete", "x"],
+                          ["setting", "encode", "tag_subject", "{tag: x"],
+                          ["setting", "encode", "tag_subject", "{tga: x}"],
                           ["setting", "decode", "postpone", "x"]):
             done = kavi(*arguments)
             self.assertEqual(done.returncode, 2, arguments)
@@ -398,10 +400,11 @@ class AdministrationTest(KaviTest):
         actions = json.loads(kavi("actions", "--json").stdout)
         self.assertEqual({a["action"]: (a["code"], a["named_objects"]) for a in actions},
                          {"archive": (0, True), "bcc": (9, False), "delete": (1, False),
-                          "handoff": (11, False), "ibe_decrypt": (20, False),
+                          "delete_attachments": (4, False), "handoff": (11, False), "ibe_decrypt": (20, False),
                           "ibe_encrypt": (21, False), "ibe_reencrypt": (22, False),
                           "postpone": (12, False), "quarantine": (2, True),
-                          "readdress": (3, False), "virus_clean": (5, False),
+                          "readdress": (3, False), "stamp": (8, True), "tag_subject": (7, False),
+                          "virus_clean": (5, False),
                           "x_header": (18, False)})
         text = kavi("actions").stdout.decode()
         for action in actions:
@@ -414,7 +417,11 @@ class AdministrationTest(KaviTest):
 
     def test_settings_go_there_and_back(self):
         for action, value, back in (("postpone", "8:30", "08:30"), ("12", "23:59", "23:59"),
-                                    ("x_header", "X-A : b:c", "X-A: b:c")):
+                                    ("x_header", "X-A : b:c", "X-A: b:c"), ("stamp", "3", "3"),
+                                    ("tag_subject", "[EXT] ", "[EXT] "),
+                                    ("tag_subject", "{signed: tag, tag: 'a '}",
+                                     '{tag: "a ", signed: tag}'),
+                                    ("delete_attachments", "all", "all")):
             setting = kavi("setting", "encode", action, value)
             self.assertEqual(setting.returncode, 0, setting.stderr)
             decoded = kavi("setting", "decode", action, setting.stdout.decode().rstrip("\n"))

@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <set>
 #include <string>
+
+#include "gateway/policy/yaml_reader.h"
 
 namespace gateway::policy {
 namespace {
@@ -68,7 +71,11 @@ INSTANTIATE_TEST_SUITE_P(
                     Setting{"readdress", "a@x.example", "a@x.example"},
                     Setting{"bcc", " <a@x.example> ;b@x.example; ", "a@x.example; b@x.example"},
                     Setting{"ibe_encrypt", nullptr, ""}, Setting{"ibe_decrypt", nullptr, ""},
-                    Setting{"ibe_reencrypt", nullptr, ""}));
+                    Setting{"ibe_reencrypt", nullptr, ""}, Setting{"stamp", "3", "3"},
+                    Setting{"tag_subject", "[EXT] ", "[EXT] "},
+                    Setting{"tag_subject", "\xe5\xa4\x96: ", "\xe5\xa4\x96: "},
+                    Setting{"delete_attachments", "all", "all"},
+                    Setting{"delete_attachments", "matching", "matching"}));
 
 struct Refusal {
   const char* action;
@@ -101,7 +108,65 @@ INSTANTIATE_TEST_SUITE_P(
                     Refusal{"handoff", "2001:db8::1:25"}, Refusal{"handoff", "[host]:25"},
                     Refusal{"handoff", "[]:25"}, Refusal{"bcc", ""}, Refusal{"bcc", ";"},
                     Refusal{"bcc", "a\r\nb@x.example"}, Refusal{"bcc", "a b@x.example"},
-                    Refusal{"readdress", "\xc3\xa4@x.example"}));
+                    Refusal{"readdress", "\xc3\xa4@x.example"}, Refusal{"stamp", "disclaimer"},
+                    Refusal{"tag_subject", ""}, Refusal{"tag_subject", "a\nb"},
+                    Refusal{"tag_subject", "a\x03"}, Refusal{"tag_subject", "\xff"},
+                    Refusal{"delete_attachments", ""}, Refusal{"delete_attachments", "All"}));
+
+std::unique_ptr<Document> yaml(std::string_view text) {
+  Diagnostics diagnostics("value");
+  auto document = readYaml(text, diagnostics);
+  EXPECT_NE(document, nullptr) << text;
+  return document;
+}
+
+TEST(TagSubject, TakesAMapAndWritesItBack) {
+  const ActionSpec& spec = *findAction("tag_subject");
+  struct Row {
+    const char* value;
+    const char* setting;
+    const char* back;
+  };
+  for (const Row& row :
+       {Row{"{tag: '[EXT] '}", "F[EXT] ", "[EXT] "},
+        Row{"{tag: '[EXT] ', signed: leave}", "F[EXT] ", "[EXT] "},
+        Row{"{signed: tag, tag: x}", "Tx", "{tag: \"x\", signed: tag}"},
+        Row{"{tag: '{a\\\"b} '}", "F{a\\\"b} ", "{tag: \"{a\\\\\\\"b} \", signed: leave}"}}) {
+    SCOPED_TRACE(row.value);
+    std::string setting;
+    std::string back;
+    ASSERT_TRUE(spec.encode(*yaml(row.value)->root(), setting, kNoFault));
+    EXPECT_EQ(setting, row.setting);
+    ASSERT_TRUE(spec.decode(setting, back));
+    EXPECT_EQ(back, row.back);
+    if (!back.starts_with('{')) continue;
+    std::string again;
+    ASSERT_TRUE(spec.encode(*yaml(back)->root(), again, kNoFault));
+    EXPECT_EQ(again, setting);
+  }
+}
+
+TEST(TagSubject, RefusesMapsThatAreNone) {
+  for (const char* value : {"{}", "{signed: tag}", "{tag: x, signed: yes}", "{tag: x, sign: tag}",
+                            "{tag: [x]}", "{tag: ''}", "[x]"}) {
+    std::string setting;
+    int faults = 0;
+    EXPECT_FALSE(
+        findAction("tag_subject")
+            ->encode(*yaml(value)->root(), setting, [&](int, const std::string&) { ++faults; }));
+    EXPECT_EQ(faults, 1) << value;
+  }
+}
+
+TEST(TagSubject, RefusesATagThatCanNeverFit) {
+  Node value;
+  value.kind = Node::Kind::Scalar;
+  std::string setting;
+  value.text = std::string(2047, 'x');
+  EXPECT_TRUE(findAction("tag_subject")->encode(value, setting, kNoFault));
+  value.text += 'x';
+  EXPECT_FALSE(findAction("tag_subject")->encode(value, setting, [](int, const std::string&) {}));
+}
 
 TEST(ActionRegistry, TakesAddressesAsAList) {
   Node first;

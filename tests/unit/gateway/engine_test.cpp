@@ -317,6 +317,8 @@ TEST(Records, AreOfOneRunOnly) {
   EXPECT_EQ(one.manager().find(id), record) << "built once";
   two.addFor(rule);
   EXPECT_EQ(dynamic_cast<uiQuarantineArea&>(*two.manager().find(id)).areaName, "virus");
+  one.renewFor(rule.actions[0]);
+  EXPECT_EQ(dynamic_cast<uiQuarantineArea&>(*one.manager().find(id)).areaName, "virus");
 }
 
 /// Refuses everything.

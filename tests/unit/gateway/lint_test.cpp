@@ -110,6 +110,25 @@ INSTANTIATE_TEST_SUITE_P(
         Doubt{"NoDomain", "rules:\n- {id: 1, when: always, actions: [{bcc: [root]}]}\n",
               "p:2: warning: rule 1: action 'bcc' sends to 'root', which has no domain (write: "
               "user@example.org)"},
+        Doubt{"LateArchive",
+              "archive_areas: [{name: j}]\n"
+              "rules:\n- {id: 1, when: always, actions: [delete, {archive: j}]}\n",
+              "p:3: warning: rule 1: action 'archive' comes behind 'delete': when it fails, the "
+              "message is disposed of and yet stays (put it first)"},
+        Doubt{"NoMarks",
+              "rules:\n- {id: 1, when: {not: {attachment_name: '*.exe'}}, actions: "
+              "[{delete_attachments: matching}]}\n",
+              "p:2: warning: rule 1: action 'delete_attachments' removes nothing: the rule has no "
+              "condition on attachments (add attachment_name or attachment_type, or write all)"},
+        Doubt{"StampToken",
+              "stamps:\n- {name: a, text: 'by %SENDR%'}\n"
+              "rules:\n- {id: 1, when: always, actions: [{stamp: a}]}\n",
+              "p:2: warning: stamp 'a' holds '%SENDR%', which is no token and stays as it is (did "
+              "you mean %SENDER%?)"},
+        Doubt{"TagToken",
+              "rules:\n- {id: 1, when: always, actions: [{tag_subject: '%sender%: '}]}\n",
+              "p:2: warning: rule 1: action 'tag_subject' holds '%sender%', which is no token and "
+              "stays as it is (did you mean %SENDER%?)"},
         Doubt{"Encryption", "rules:\n- {id: 1, when: always, actions: [ibe_decrypt]}\n",
               "p:2: warning: rule 1: action 'ibe_decrypt' does nothing (remove it)"},
         Doubt{"UnusedArea",
@@ -117,6 +136,14 @@ INSTANTIATE_TEST_SUITE_P(
               "rules:\n- {id: 1, when: always, actions: [delete]}\n",
               "p:1: warning: no rule refers to 'virus' (remove it, or leave it for later)"}),
     [](const auto& test) { return std::string(test.param.name); });
+
+TEST(Lint, SeesMarksInsideOtherConditions) {
+  EXPECT_THAT(doubtsAbout("rules:\n"
+                          "- {id: 1, when: {all: [{subject: x}, {any: [{attachment_type: "
+                          "'image/*'}]}]}, actions: [{delete_attachments: matching}]}\n"
+                          "- {id: 2, when: {subject: y}, actions: [{delete_attachments: all}]}\n"),
+              IsEmpty());
+}
 
 TEST(Lint, ASwitchedOffRuleHidesNoOther) {
   EXPECT_THAT(doubtsAbout("rules:\n"

@@ -2,8 +2,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <string>
 
@@ -106,8 +108,8 @@ INSTANTIATE_TEST_SUITE_P(
               "policy.yaml:6: rule 15: unknown action 'delte' (did you mean 'delete'?)"},
         Fault{"ActionList", RULE "  - frobnicate\n",
               "policy.yaml:5: rule 15: unknown action 'frobnicate' (known: archive, bcc, delete, "
-              "handoff, ibe_decrypt, ibe_encrypt, ibe_reencrypt, postpone, quarantine, readdress, "
-              "virus_clean, x_header)"},
+              "delete_attachments, handoff, ibe_decrypt, ibe_encrypt, ibe_reencrypt, postpone, "
+              "quarantine, readdress, stamp, tag_subject, virus_clean, x_header)"},
         Fault{"ValueMissing", RULE "  - postpone\n",
               "policy.yaml:5: rule 15: action 'postpone' needs a value (write: postpone: "
               "\"08:30\")"},
@@ -220,9 +222,124 @@ INSTANTIATE_TEST_SUITE_P(
         Fault{"AreaKey", "rules: []\nquarantine_areas:\n- {name: a, ageing_days: 1}\n",
               "policy.yaml:3: quarantine_areas: unknown key 'ageing_days' in an entry (did you "
               "mean 'aging_days'?)"},
+        Fault{"StampWithoutText", "rules: []\nstamps:\n- {name: a}\n",
+              "policy.yaml:3: stamps: the stamp has no text (write text: or file:)"},
+        Fault{"StampWithTwoTexts", "rules: []\nstamps:\n- {name: a, text: x, file: y}\n",
+              "policy.yaml:3: stamps: the stamp has a text and a file (keep one of them)"},
+        Fault{"StampEmpty", "rules: []\nstamps:\n- {name: a, text: ''}\n",
+              "policy.yaml:3: stamps: the text is empty (write text: \"Confidential.\" or file: "
+              "stamp.txt)"},
+        Fault{"StampOnlyABreak", "rules: []\nstamps:\n- name: a\n  text: \"\\n\"\n",
+              "policy.yaml:4: stamps: the text is empty (write what the stamp is to say)"},
+        Fault{"StampControlByte", "rules: []\nstamps:\n- name: a\n  text: \"a\\x03b\"\n",
+              "policy.yaml:4: stamps: the text has control byte 3 (remove it)"},
+        Fault{"StampPosition", "rules: []\nstamps:\n- {name: a, text: x, position: 1}\n",
+              "policy.yaml:3: stamps: position is '1' (write top or end)"},
+        Fault{"StampMode", "rules: []\nstamps:\n- {name: a, text: x, signed_and_tnef: no}\n",
+              "policy.yaml:3: stamps: signed_and_tnef is 'no' (write leave or stamp)"},
+        Fault{"StampNote", "rules: []\nstamps:\n- {name: a, text: x, note: [b]}\n",
+              "policy.yaml:3: stamps: the note must be a text"},
+        Fault{"StampKey", "rules: []\nstamps:\n- {name: a, text: x, positon: top}\n",
+              "policy.yaml:3: stamps: unknown key 'positon' in an entry (did you mean "
+              "'position'?)"},
+        Fault{"StampFileInAText", "rules: []\nstamps:\n- {name: a, file: x.txt}\n",
+              "policy.yaml:3: stamps: file: is for policies in files (write text: instead)"},
+        Fault{"StampUnknown", "rules:\n- {id: 1, when: always, actions: [{stamp: a}]}\n",
+              "policy.yaml:2: rule 1: action 'stamp' names no stamp: 'a' (declare it under stamps: "
+              "- {name: a, text: \"Confidential.\"})"},
+        Fault{"TagKey",
+              "rules:\n- {id: 1, when: always, actions: [{tag_subject: {tag: x, sined: tag}}]}\n",
+              "policy.yaml:2: rule 1: action 'tag_subject' unknown key 'sined' (did you mean "
+              "'signed'?)"},
+        Fault{"DeleteAttachmentsAlone",
+              "rules:\n- {id: 1, when: always, actions: [delete_attachments]}\n",
+              "policy.yaml:2: rule 1: action 'delete_attachments' needs a value (write: "
+              "delete_attachments: matching)"},
         Fault{"AreaTwice", "rules: []\nquarantine_areas:\n- {name: a}\n- {name: a}\n",
               "policy.yaml:4: quarantine_areas: name 'a' is taken by line 3 (choose another)"}),
     [](const auto& test) { return std::string(test.param.name); });
+
+TEST(Loader, MakesRecordsOfStamps) {
+  const LoadedPolicy policy = loadGood(R"(
+stamps:
+  - name: plain
+    text: Hi
+  - name: whole
+    position: top
+    signed_and_tnef: stamp
+    note: by legal
+    text: |
+      one
+      %SENDER%
+
+      two
+rules:
+  - {id: 1, when: always, actions: [{stamp: whole}, {stamp: plain}]}
+)");
+  ASSERT_EQ(policy.rows.objects.size(), 2u);
+  EXPECT_EQ(policy.rows.objects[0].type, 2u);
+  EXPECT_EQ(policy.rows.objects[0].setting, "2:1:2:Hi:0::");
+  EXPECT_EQ(policy.rows.objects[1].setting, "1:2:17:one\x03%SENDER%\x03\x03two:8:by legal:");
+  EXPECT_EQ(policy.rows.rules[0].actions[0].setting, "1-2");
+  EXPECT_EQ(policy.rows.rules[0].actions[1].setting, "1-1");
+}
+
+class StampFile : public testing::Test {
+ protected:
+  StampFile() : folder_(testing::TempDir() + "stamp-file-" + std::to_string(::getpid()) + "/") {
+    std::filesystem::create_directory(folder_);
+  }
+  ~StampFile() override { std::filesystem::remove_all(folder_); }
+
+  void put(const std::string& name, const std::string& text) {
+    std::ofstream(folder_ + name, std::ios::binary) << text;
+  }
+  /// The setting of the one stamp of a policy in the folder, or its faults.
+  std::string stampFrom(const std::string& file) {
+    put("policy.yaml", "stamps: [{name: a, file: " + file + "}]\nrules: []\n");
+    Diagnostics diagnostics("p");
+    const auto loaded = loadPolicyFile(folder_ + "policy.yaml", diagnostics);
+    if (loaded) return loaded->rows.objects.at(0).setting;
+    std::string faults;
+    for (std::string text : textsOf(diagnostics)) {
+      if (const auto at = text.find(folder_); at != std::string::npos) {
+        text.erase(at, folder_.size());
+      }
+      faults += text;
+    }
+    return faults;
+  }
+
+  std::string folder_;
+};
+
+TEST_F(StampFile, IsFoundBesideThePolicy) {
+  put("stamp.txt", "\xEF\xBB\xBFone\r\ntwo\n\n");
+  EXPECT_EQ(stampFrom("stamp.txt"), "2:1:8:one\x03two\x03:0::");
+  EXPECT_EQ(stampFrom(folder_ + "stamp.txt"), "2:1:8:one\x03two\x03:0::");
+}
+
+TEST_F(StampFile, SaysWhatIsWrongWithIt) {
+  put("latin", "gr\xfc\xdf\n");
+  put("second", "a\nb\x01\n");
+  put("empty", "\n");
+  put("long", std::string(65'537, 'x'));
+  std::filesystem::create_directory(folder_ + "folder");
+  EXPECT_EQ(stampFrom("latin"),
+            "p:1: stamps: file 'latin' has in line 1 a byte that is not UTF-8 (save the file as "
+            "UTF-8)");
+  EXPECT_EQ(stampFrom("second"),
+            "p:1: stamps: file 'second' has in line 2 control byte 1 (remove it)");
+  EXPECT_EQ(stampFrom("empty"),
+            "p:1: stamps: file 'empty' is empty (write what the stamp is to say)");
+  EXPECT_EQ(stampFrom("long"), "p:1: stamps: file 'long' is longer than 65536 bytes (shorten it)");
+  EXPECT_EQ(stampFrom("none"),
+            "p:1: stamps: file 'none' cannot be read: No such file or directory (a relative name "
+            "starts from the folder of the policy)");
+  EXPECT_EQ(stampFrom("folder"),
+            "p:1: stamps: file 'folder' is a folder (a relative name starts from the folder of "
+            "the policy)");
+}
 
 TEST(Loader, ReportsEveryErrorAtOnce) {
   EXPECT_THAT(faultsOf("rules:\n"

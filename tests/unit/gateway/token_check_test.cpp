@@ -1,10 +1,10 @@
-#include "gateway/cli/token_check.h"
+#include "gateway/policy/token_check.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-namespace gateway::cli {
+namespace gateway::policy {
 namespace {
 
 struct Text {
@@ -41,4 +41,4 @@ TEST(TokenCheckOfManySigns, IsLinear) {
 }
 
 }  // namespace
-}  // namespace gateway::cli
+}  // namespace gateway::policy

@@ -1,4 +1,4 @@
-#include "gateway/cli/token_check.h"
+#include "gateway/policy/token_check.h"
 
 #include <algorithm>
 #include <cctype>
@@ -9,7 +9,7 @@
 #include "library/tokens/action_utils.h"
 #include "library/tokens/token_table.h"
 
-namespace gateway::cli {
+namespace gateway::policy {
 namespace {
 
 constexpr std::size_t kLongestToken = 40;
@@ -55,7 +55,7 @@ std::string tokenMeantBy(std::string_view word) {
   const std::vector<std::string_view> names(tokenNames().begin(), tokenNames().end());
   const std::string typed = lowered(word);
   const auto exact = std::find(names.begin(), names.end(), typed);
-  return upper(exact != names.end() ? *exact : policy::closestTo(typed, names));
+  return upper(exact != names.end() ? *exact : closestTo(typed, names));
 }
 
 }  // namespace
@@ -80,4 +80,11 @@ std::vector<DoubtfulToken> doubtfulTokens(const std::string& text) {
   return doubtful;
 }
 
-}  // namespace gateway::cli
+std::string doubtAboutTokens(const std::string& text) {
+  const std::vector<DoubtfulToken> doubtful = doubtfulTokens(text);
+  if (doubtful.empty()) return {};
+  return "holds " + inQuotes(doubtful.front().word) + ", which is no token and stays as it is " +
+         "(did you mean " + doubtful.front().meant + "?)";
+}
+
+}  // namespace gateway::policy

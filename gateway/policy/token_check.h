@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-namespace gateway::cli {
+namespace gateway::policy {
 
 /// A word between two "%" that is no token but comes close to one.
 struct DoubtfulToken {
@@ -15,4 +15,7 @@ struct DoubtfulToken {
 /// Reads \p text as token replacement does. Each word is named once, in order. Linear in the text.
 std::vector<DoubtfulToken> doubtfulTokens(const std::string& text);
 
-}  // namespace gateway::cli
+/// The first of them as a doubt about what \p text stands in; empty when there is none.
+std::string doubtAboutTokens(const std::string& text);
+
+}  // namespace gateway::policy

@@ -1,0 +1,160 @@
+#include "gateway/policy/stamps.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "gateway/policy/settings_object.h"
+#include "gateway/policy/suggest.h"
+#include "gateway/policy/text_file.h"
+#include "gateway/policy/token_check.h"
+#include "library/namedobj/stamp_area.h"
+
+namespace gateway::policy {
+namespace {
+
+/// How a line break stands in a record.
+constexpr char kStoredBreak = '\x03';
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
+/// A word of a policy for a number of the record.
+struct Word {
+  std::string_view text;
+  unsigned int number;
+};
+constexpr Word kPositions[] = {{"top", 1}, {"end", 2}};
+constexpr Word kSignedTnefModes[] = {{"leave", 1}, {"stamp", 2}};
+
+/// Text with line breaks as a file or a policy has them, as a record keeps it.
+std::string storedText(std::string_view text) {
+  std::string stored;
+  stored.reserve(text.size());
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (text[at] == '\r' && at + 1 < text.size() && text[at + 1] == '\n') continue;
+    const bool isBreak = text[at] == '\n' || text[at] == '\r';
+    stored += isBreak ? kStoredBreak : text[at];
+  }
+  if (!stored.empty() && stored.back() == kStoredBreak) stored.pop_back();
+  return stored;
+}
+
+class EntryReader {
+ public:
+  EntryReader(const ObjectEntry& entry, const FaultSink& fault) : entry_(entry), fault_(fault) {}
+
+  bool read(uiStampArea& stamp) {
+    readText(stamp.stampText);
+    readWord("position", kPositions, stamp.insertPosition);
+    readWord("signed_and_tnef", kSignedTnefModes, stamp.signedTnefMode);
+    if (const Node* note = entry_.item.find("note")) readNote(*note, stamp.auxText);
+    return good_;
+  }
+
+ private:
+  void fail(int line, const std::string& message) {
+    good_ = false;
+    fault_(line, message);
+  }
+
+  template <std::size_t Count>
+  void readWord(std::string_view key, const Word (&words)[Count], unsigned int& number) {
+    const Node* value = entry_.item.find(key);
+    if (value == nullptr) return;
+    const auto* word =
+        std::find_if(std::begin(words), std::end(words), [value](const Word& candidate) {
+          return value->kind == Node::Kind::Scalar && value->text == candidate.text;
+        });
+    if (word != std::end(words)) {
+      number = word->number;
+      return;
+    }
+    std::string known;
+    for (const Word& candidate : words) {
+      known += (known.empty() ? "" : " or ") + std::string(candidate.text);
+    }
+    fail(value->line, std::string(key) + " is " + inQuotes(value->text) + " (write " + known + ")");
+  }
+
+  void readNote(const Node& note, std::string& text) {
+    if (note.kind != Node::Kind::Scalar) {
+      fail(note.line, "the note must be a text");
+    } else if (const auto found = findTextFault(note.text)) {
+      fail(note.line, "the note has " + found->reason);
+    } else {
+      text = storedText(note.text);
+    }
+  }
+
+  void readText(std::string& stored) {
+    const Node* text = entry_.item.find("text");
+    const Node* file = entry_.item.find("file");
+    if ((text == nullptr) == (file == nullptr)) {
+      fail(entry_.item.line, text == nullptr
+                                 ? "the stamp has no text (write text: or file:)"
+                                 : "the stamp has a text and a file (keep one of them)");
+      return;
+    }
+    const Node& source = text != nullptr ? *text : *file;
+    if (source.kind != Node::Kind::Scalar || source.text.empty()) {
+      fail(source.line, std::string(text != nullptr ? "the text is empty" : "file: names no file") +
+                            " (write text: \"Confidential.\" or file: stamp.txt)");
+      return;
+    }
+    std::string content = source.text;
+    std::string called = "the text";
+    if (file != nullptr && !readFile(*file, content, called)) return;
+    if (const auto found = findTextFault(content)) {
+      const std::string where = file != nullptr ? " in line " + std::to_string(found->line) : "";
+      fail(source.line, called + " has" + where + " " + found->reason);
+      return;
+    }
+    stored = storedText(content);
+    if (content.size() > kMaxStampText) {
+      fail(source.line,
+           called + " is longer than " + std::to_string(kMaxStampText) + " bytes (shorten it)");
+    } else if (stored.empty()) {
+      fail(source.line, called + " is empty (write what the stamp is to say)");
+    }
+  }
+
+  bool readFile(const Node& file, std::string& content, std::string& called) {
+    if (!entry_.folder) {
+      fail(file.line, "file: is for policies in files (write text: instead)");
+      return false;
+    }
+    const bool isAbsolute = file.text.front() == '/';
+    const std::string path = isAbsolute ? file.text : *entry_.folder + file.text;
+    called = "file " + inQuotes(path);
+    const std::string reason = file.text.find('\0') == std::string::npos
+                                   ? readTextFile(path, kMaxStampText, content)
+                                   : "has a NUL in its name";
+    if (!reason.empty()) {
+      fail(file.line,
+           called + " " + reason + " (a relative name starts from the folder of the policy)");
+      return false;
+    }
+    if (content.starts_with(kByteOrderMark)) content.erase(0, kByteOrderMark.size());
+    return true;
+  }
+
+  const ObjectEntry& entry_;
+  const FaultSink& fault_;
+  bool good_ = true;
+};
+
+}  // namespace
+
+bool encodeStamp(const ObjectEntry& entry, std::string& setting, const FaultSink& fault) {
+  uiStampArea stamp;
+  if (!EntryReader(entry, fault).read(stamp)) return false;
+  setting = stamp.serialize();
+  return true;
+}
+
+std::string doubtStamp(const std::string& setting) {
+  uiStampArea stamp;
+  if (!constructFrom(stamp, setting)) return {};
+  return doubtAboutTokens(stamp.stampText);
+}
+
+}  // namespace gateway::policy
