@@ -23,10 +23,10 @@ Match describeMatch(const policy::Snapshot::Rule& rule, const scan::MessageFacts
   match.rule = &rule;
   for (const std::size_t index : marked) {
     const scan::Attachment& attachment = facts.attachments()[index];
-    const bool named = !attachment.fileName.empty();
-    match.attachments.push_back(named ? attachment.fileName : attachment.type);
-    if (named) match.fileNames.push_back(attachment.fileName);
-    match.types.push_back(attachment.type);
+    const bool named = !attachment.fileNames.empty();
+    match.attachments.push_back(named ? attachment.fileName() : attachment.type());
+    if (named) match.fileNames.push_back(attachment.fileName());
+    match.types.push_back(attachment.type());
     match.entities.push_back(attachment.number);
     if (!match.marks.empty()) match.marks += ';';
     match.marks += std::to_string(attachment.number) + ' ' + handleOf(attachment.entity);

@@ -17,12 +17,12 @@ struct Condition {
   enum class Kind {
     Always,
     Header,          ///< `name`, and `patterns` (RE2) on its value; without patterns: is there
-    Subject,         ///< `patterns` (RE2) on the decoded subject
+    Subject,         ///< `patterns` (RE2) on any decoded subject
     Sender,          ///< `patterns` (RE2) on the envelope sender
     Recipient,       ///< `patterns` (RE2) on any envelope recipient
     Size,            ///< `over` and `under`, in bytes
-    AttachmentName,  ///< `patterns` (globs) on a declared file name
-    AttachmentType,  ///< `patterns` (globs) on a declared content type
+    AttachmentName,  ///< `patterns` (globs) on any declared file name
+    AttachmentType,  ///< `patterns` (globs) on any declared content type
     All,             ///< every one of `children`
     Any,             ///< at least one of `children`
     Not,             ///< the one of `children` does not hold

@@ -77,7 +77,7 @@ bool Matcher::holds(const scan::MessageFacts& facts, std::vector<std::size_t>& m
       return anyValue_ ? !values.empty() : anyMatches(patterns_, values);
     }
     case Kind::Subject:
-      return patterns_.matches(facts.subject());
+      return anyMatches(patterns_, facts.subjects());
     case Kind::Sender:
       return patterns_.matches(facts.sender());
     case Kind::Recipient:
@@ -124,10 +124,12 @@ bool Matcher::marksAttachments(const scan::MessageFacts& facts,
   const std::vector<scan::Attachment>& attachments = facts.attachments();
   for (std::size_t i = 0; i < attachments.size(); ++i) {
     const scan::Attachment& attachment = attachments[i];
-    const bool match =
-        kind_ == Kind::AttachmentType
-            ? patterns_.matches(attachment.type)
-            : !attachment.fileName.empty() && anyMatches(patterns_, nameForms(attachment.fileName));
+    const bool match = kind_ == Kind::AttachmentType
+                           ? anyMatches(patterns_, attachment.types)
+                           : std::any_of(attachment.fileNames.begin(), attachment.fileNames.end(),
+                                         [this](const std::string& name) {
+                                           return anyMatches(patterns_, nameForms(name));
+                                         });
     if (match) marked.push_back(i);
   }
   return marked.size() != before;

@@ -1,5 +1,9 @@
 #include "gateway/scan/message_facts.h"
 
+#include <algorithm>
+#include <utility>
+
+#include "host/message/declared_names.h"
 #include "host/message/entity.h"
 #include "host/message/field_lookup.h"
 #include "host/message/header_field.h"
@@ -10,20 +14,34 @@ namespace {
 
 using host::message::Entity;
 
+bool isText(const std::string& type) { return type.starts_with("text/"); }
+
 bool isAttachment(const Entity& entity, const Attachment& facts) {
   if (entity.kind() == OvMsgEntityKind::Multipart) return false;
-  return !facts.fileName.empty() || facts.type.compare(0, 5, "text/") != 0 ||
-         entity.disposition() == "attachment";
+  if (!facts.fileNames.empty() || !std::all_of(facts.types.begin(), facts.types.end(), isText)) {
+    return true;
+  }
+  const std::vector<std::string> dispositions = host::message::declaredDispositions(entity);
+  return std::find(dispositions.begin(), dispositions.end(), "attachment") != dispositions.end();
+}
+
+const std::string& firstOf(const std::vector<std::string>& texts) {
+  static const std::string kNone;
+  return texts.empty() ? kNone : texts.front();
 }
 
 }  // namespace
 
+const std::string& Attachment::fileName() const { return firstOf(fileNames); }
+
+const std::string& Attachment::type() const { return firstOf(types); }
+
 std::size_t MessageFacts::size() const { return message_.renderedSize(); }
 
-const std::string& MessageFacts::subject() const {
-  static const std::string kNone;
+const std::vector<std::string>& MessageFacts::subjects() const {
+  static const std::vector<std::string> kNone(1);
   const std::vector<std::string>& subjects = headers("subject");
-  return subjects.empty() ? kNone : subjects.front();
+  return subjects.empty() ? kNone : subjects;
 }
 
 const std::vector<std::string>& MessageFacts::headers(const std::string& name) const {
@@ -55,8 +73,8 @@ const std::vector<Attachment>& MessageFacts::attachments() const {
     Attachment facts;
     facts.entity = entity;
     facts.number = ++number;
-    facts.fileName = entity->fileNameText().value_or(std::string());
-    facts.type = entity->contentType();
+    facts.fileNames = host::message::declaredFileNames(*entity);
+    facts.types = host::message::declaredContentTypes(*entity);
     if (isAttachment(*entity, facts)) found.push_back(std::move(facts));
   }
   return found;

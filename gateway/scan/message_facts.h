@@ -20,8 +20,13 @@ namespace gateway::scan {
 struct Attachment {
   const host::message::Entity* entity = nullptr;  ///< borrowed from the message
   std::size_t number = 0;                         ///< of the entity, the root being 1
-  std::string fileName;                           ///< as declared, UTF-8; empty when none is
-  std::string type;                               ///< as declared, lower-cased: "application/pdf"
+  std::vector<std::string> fileNames;  ///< all that are declared, UTF-8; see declaredFileNames
+  std::vector<std::string> types;      ///< all that are declared, lower-cased: "application/pdf"
+
+  /// The likeliest name; empty when none is declared.
+  const std::string& fileName() const;
+  /// The content type in effect.
+  const std::string& type() const;
 };
 
 /// The facts of one message, each found when it is first asked for and kept. Reads the message
@@ -36,8 +41,8 @@ class MessageFacts {
 
   /// In bytes.
   std::size_t size() const;
-  /// The first Subject field, decoded, in UTF-8; empty when there is none.
-  const std::string& subject() const;
+  /// Every Subject field, decoded, in UTF-8; one empty text when there is none.
+  const std::vector<std::string>& subjects() const;
   /// The values of all header fields named \p name (lower case), unfolded and decoded, in UTF-8.
   const std::vector<std::string>& headers(const std::string& name) const;
   /// The envelope sender without brackets; empty for the null sender.

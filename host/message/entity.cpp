@@ -1,9 +1,11 @@
 #include "host/message/entity.h"
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "host/message/ascii.h"
+#include "host/message/declared_names.h"
 #include "host/message/field_text.h"
 #include "host/message/file_name.h"
 #include "host/message/guard.h"
@@ -211,6 +213,10 @@ std::optional<std::string> Entity::declaredFileName() const {
   }
   if (!name || name->empty()) {
     if (auto other = contentTypeParameter("name")) name = std::move(other);
+  }
+  // What the MIME library does not find, another reader may.
+  if (!name || name->empty()) {
+    if (std::string found = firstFileName(*this); !found.empty()) name = std::move(found);
   }
   return name;
 }

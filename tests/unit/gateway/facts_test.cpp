@@ -16,13 +16,13 @@ TEST(MessageFacts, DecodesTheSubject) {
   const auto message = withHeader(
       "Subject: =?iso-2022-jp?B?GyRCOCtAUT1xGyhC?=\n"
       " =?utf-8?Q?_=C3=A4?=\n");
-  EXPECT_EQ(MessageFacts(*message).subject(), "見積書 ä");
+  EXPECT_THAT(MessageFacts(*message).subjects(), ElementsAre("見積書 ä"));
 }
 
-TEST(MessageFacts, TakesTheFirstOfSeveralSubjects) {
+TEST(MessageFacts, TakesEverySubject) {
   const auto message = withHeader("subject: one\nSUBJECT: two\n");
   const MessageFacts facts(*message);
-  EXPECT_EQ(facts.subject(), "one");
+  EXPECT_THAT(facts.subjects(), ElementsAre("one", "two"));
   EXPECT_THAT(facts.headers("subject"), ElementsAre("one", "two"));
 }
 
@@ -37,7 +37,7 @@ TEST(MessageFacts, KnowsNothingOfAnEmptyMessage) {
   const auto message = parsed("");
   const MessageFacts facts(*message);
   EXPECT_EQ(facts.size(), 0u);
-  EXPECT_EQ(facts.subject(), "");
+  EXPECT_THAT(facts.subjects(), ElementsAre(""));
   EXPECT_EQ(facts.sender(), "");
   EXPECT_THAT(facts.recipients(), IsEmpty());
   EXPECT_THAT(facts.attachments(), IsEmpty());
@@ -61,7 +61,7 @@ TEST(MessageFacts, FindsAttachmentsInNestedMessagesToo) {
   std::vector<std::string> found;
   for (const Attachment& attachment : facts.attachments()) {
     ASSERT_NE(attachment.entity, nullptr);
-    found.push_back(attachment.type + " " + attachment.fileName);
+    found.push_back(attachment.type() + " " + attachment.fileName());
   }
   EXPECT_THAT(found, ElementsAre("application/octet-stream Tool.EXE", "image/png ",
                                  "message/rfc822 ", "text/plain ä.js"));
@@ -72,6 +72,16 @@ TEST(MessageFacts, AMailThatIsOneFileIsAnAttachment) {
   EXPECT_EQ(MessageFacts(*message).attachments().size(), 1u);
   const auto text = withHeader("Content-Type: text/html\n");
   EXPECT_THAT(MessageFacts(*text).attachments(), IsEmpty());
+}
+
+TEST(MessageFacts, TextIsAnAttachmentWhenAnyFieldSaysSo) {
+  for (const char* header : {"Content-Disposition: inline\nContent-Disposition: attachment\n",
+                             "Content-Type: text/plain\nContent-Type: application/x-msdownload\n",
+                             "Content-Type: text/plain\nContent-Type: text/plain; name=a.js\n"}) {
+    const auto message = withHeader(header);
+    const MessageFacts facts(*message);
+    EXPECT_EQ(facts.attachments().size(), 1u) << header;
+  }
 }
 
 }  // namespace

@@ -71,6 +71,21 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"{any: [{not: always}, {subject: plans}]}", true},
         Case{"{any: [{not: always}, {subject: nothing}]}", false}));
 
+TEST(Matcher, AnySubjectCounts) {
+  const auto message = withHeader("Subject: harmless\nsubject: invoice\n");
+  EXPECT_TRUE(holds("{subject: '^invoice$'}", *message));
+  EXPECT_TRUE(holds("{subject: '^harmless$'}", *message));
+  EXPECT_FALSE(holds("{subject: '^$'}", *message));
+  EXPECT_TRUE(holds("{subject: '^$'}", *withHeader("From: a@x.example\n")));
+}
+
+TEST(Matcher, AnyDeclaredTypeCounts) {
+  const auto message =
+      withHeader("Content-Type: text/plain\nContent-Type: application/x-msdownload\n");
+  EXPECT_TRUE(holds("{attachment_type: '*/x-msdownload'}", *message));
+  EXPECT_TRUE(holds("{attachment_type: 'text/plain'}", *message));
+}
+
 TEST(Matcher, SizesAreOverAndUnderNotEqual) {
   const auto message = withHeader("X: y\n");
   const std::string size = std::to_string(message->receivedBytes().size());
@@ -95,8 +110,8 @@ TEST(Matcher, MarksTheAttachmentsThatMadeItHold) {
   EXPECT_THAT(marks("{attachment_name: '*.js'}"), ElementsAre(3));
   EXPECT_THAT(marks("{attachment_type: ['image/*', 'text/*']}"), ElementsAre(1, 3));
   EXPECT_THAT(marks("{attachment_name: '*.txt'}"), ElementsAre(99));
-  // The name in Content-Disposition goes before the one in Content-Type.
-  EXPECT_THAT(marks("{attachment_name: 'ignored.bin'}"), ElementsAre(99));
+  // The name in Content-Type is not the one in Content-Disposition; either counts.
+  EXPECT_THAT(marks("{attachment_name: 'ignored.bin'}"), ElementsAre(0));
 }
 
 TEST(Matcher, AnyMarksForEachOfItsConditions) {
