@@ -150,6 +150,8 @@ AdapterError adapterErrorOf(store::StoreError error) {
       return AdapterError::IndexTooNew;
     case store::StoreError::OutOfMemory:
       return AdapterError::OutOfMemory;
+    case store::StoreError::InUse:      // of named objects,
+    case store::StoreError::NameTaken:  // which are no business of the adapter
     case store::StoreError::InputOutput:
     case store::StoreError::Internal:
       break;

@@ -31,7 +31,7 @@ bool isKind(std::int64_t number) {
 
 }  // namespace
 
-void bindEntry(SqliteQuery& query, const IndexEntry& entry) {
+void bindEntry(Query& query, const IndexEntry& entry) {
   // Far enough from the largest number for any aging days.
   const bool fits = entry.size <= static_cast<std::uint64_t>(kMaxNumber) &&
                     entry.storedAt <= kMaxNumber / 2 && entry.storedAt >= -kMaxNumber / 2;
@@ -54,7 +54,7 @@ void bindEntry(SqliteQuery& query, const IndexEntry& entry) {
       .bindOptional(expiryOf(entry));
 }
 
-IndexEntry readEntry(const SqliteQuery& query) {
+IndexEntry readEntry(const Query& query) {
   IndexEntry entry;
   entry.row = query.number(Row);
   const std::int64_t kind = query.number(Kind);

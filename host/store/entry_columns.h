@@ -3,17 +3,17 @@
 
 #include <optional>
 
+#include "host/store/connection.h"
 #include "host/store/message_index.h"
-#include "host/store/sqlite_connection.h"
 
 namespace host::store {
 
 /// Binds every column of \p entry but its row number, in the order of sql::kAddEntry.
 /// \throw StoreFailure InvalidArgument for what no row can hold
-void bindEntry(SqliteQuery& query, const IndexEntry& entry);
+void bindEntry(Query& query, const IndexEntry& entry);
 
 /// The entry of the present row of a query that selects the index's columns.
 /// \throw StoreFailure Damaged
-IndexEntry readEntry(const SqliteQuery& query);
+IndexEntry readEntry(const Query& query);
 
 }  // namespace host::store

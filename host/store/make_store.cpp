@@ -13,7 +13,7 @@ constexpr std::string_view kSqlitePrefix = "sqlite:";
 
 }  // namespace
 
-std::unique_ptr<Store> makeStore(const std::string& location, StoreStatus& status) {
+std::unique_ptr<Database> makeStore(const std::string& location, StoreStatus& status) {
   try {
     status = {};
     if (location.compare(0, kSqlitePrefix.size(), kSqlitePrefix) == 0 &&

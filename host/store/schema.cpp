@@ -1,7 +1,6 @@
 #include "host/store/schema.h"
 
 #include <string>
-#include <utility>
 
 #include "host/store/store_failure.h"
 
@@ -11,35 +10,15 @@ namespace {
 
 constexpr char kReadVersion[] = "SELECT version FROM kavi_schema";
 constexpr char kWriteVersion[] = "UPDATE kavi_schema SET version = $1";
-constexpr char kCountTables[] = "SELECT count(*) FROM sqlite_schema WHERE name = 'kavi_schema'";
-constexpr char kCountOthers[] = "SELECT count(*) FROM sqlite_schema";
-
-std::string inDialect(std::string_view text) {
-  constexpr std::pair<std::string_view, std::string_view> kTypes[] = {
-      {"{bytes}", "BLOB"}, {"{row}", "INTEGER PRIMARY KEY AUTOINCREMENT"}};
-  std::string out(text);
-  for (const auto& [name, type] : kTypes) {
-    for (std::size_t at = out.find(name); at != std::string::npos; at = out.find(name, at)) {
-      out.replace(at, name.size(), type);
-      at += type.size();
-    }
-  }
-  return out;
-}
-
-std::int64_t count(SqliteConnection& connection, const char* text) {
-  SqliteQuery query(connection, text);
-  query.next();
-  return query.number(0);
-}
+constexpr char kVersionTable[] = "kavi_schema";
 
 // The version of the tables; 0 when there are none at all.
-std::int64_t versionOf(SqliteConnection& connection) {
-  if (count(connection, kCountTables) == 0) {
-    if (count(connection, kCountOthers) == 0) return 0;
-    throw StoreFailure(StoreError::Damaged, "the file is the database of another program");
+std::int64_t versionOf(Connection& connection) {
+  if (connection.countTables(kVersionTable) == 0) {
+    if (connection.countTables() == 0) return 0;
+    throw StoreFailure(StoreError::Damaged, "it is the database of another program");
   }
-  SqliteQuery query(connection, kReadVersion);
+  Query query(connection, kReadVersion);
   if (!query.next()) throw StoreFailure(StoreError::Damaged, "its version is missing");
   const std::int64_t version = query.number(0);
   if (version < 1) throw StoreFailure(StoreError::Damaged, "its version is no version");
@@ -77,20 +56,44 @@ std::span<const SchemaStep> schemaSteps() {
           "done INTEGER NOT NULL, result {bytes} NOT NULL)",
           "CREATE INDEX effect_ledger_message ON effect_ledger (message)",
       },
+      {
+          "CREATE TABLE policy_state (revision BIGINT NOT NULL, last_object BIGINT NOT NULL)",
+          "INSERT INTO policy_state (revision, last_object) VALUES (0, 0)",
+          "CREATE TABLE named_object (id BIGINT PRIMARY KEY, owner BIGINT NOT NULL, "
+          "type BIGINT NOT NULL, name {bytes} NOT NULL, content {bytes} NOT NULL, "
+          "built_in INTEGER NOT NULL, created_at BIGINT NOT NULL, changed_at BIGINT NOT NULL, "
+          "UNIQUE (owner, type, name))",
+          "CREATE INDEX named_object_type ON named_object (type, id)",
+          "CREATE INDEX named_object_owner ON named_object (owner, id)",
+          "CREATE INDEX named_object_owner_type ON named_object (owner, type, id)",
+          "CREATE TABLE rule (id BIGINT PRIMARY KEY, name {bytes} NOT NULL, "
+          "position BIGINT NOT NULL UNIQUE, enabled INTEGER NOT NULL, condition {bytes} NOT NULL)",
+          "CREATE TABLE rule_action (rule BIGINT NOT NULL REFERENCES rule (id) ON DELETE CASCADE, "
+          "position INTEGER NOT NULL, type INTEGER NOT NULL, setting {bytes} NOT NULL, "
+          "PRIMARY KEY (rule, position))",
+          "CREATE TABLE rule_object (rule BIGINT NOT NULL, action INTEGER NOT NULL, "
+          "position INTEGER NOT NULL, object BIGINT NOT NULL REFERENCES named_object (id), "
+          "PRIMARY KEY (rule, action, position), FOREIGN KEY (rule, action) "
+          "REFERENCES rule_action (rule, position) ON DELETE CASCADE)",
+          "CREATE INDEX rule_object_object ON rule_object (object, rule)",
+          "CREATE TABLE policy_audit (id {row}, revision BIGINT NOT NULL, at BIGINT NOT NULL, "
+          "actor {bytes} NOT NULL, what {bytes} NOT NULL)",
+      },
   };
   return kSteps;
 }
 
-void migrate(SqliteConnection& connection, std::span<const SchemaStep> steps) {
+void migrate(Connection& connection, std::span<const SchemaStep> steps) {
   if (isCurrent(versionOf(connection), steps.size())) return;
-  SqliteTransaction transaction(connection);
+  Transaction transaction(connection, TransactionMode::Write);
+  connection.lockTables();
   // Whoever held the lock before may have done it.
   const std::int64_t from = versionOf(connection);
   if (isCurrent(from, steps.size())) return;
   for (const SchemaStep& step : steps.subspan(static_cast<std::size_t>(from))) {
-    for (const std::string_view text : step) connection.database().exec(inDialect(text));
+    for (const std::string_view text : step) connection.execute(connection.inDialect(text));
   }
-  SqliteQuery(connection, kWriteVersion).bind(static_cast<std::int64_t>(steps.size())).run();
+  Query(connection, kWriteVersion).bind(static_cast<std::int64_t>(steps.size())).run();
   transaction.commit();
 }
 

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/store/sqlite_connection.h"
+#include "host/store/connection.h"
 
 namespace host::store {
 
@@ -16,8 +16,7 @@ using SchemaStep = std::vector<std::string_view>;
 std::span<const SchemaStep> schemaSteps();
 
 /// Brings the store behind \p connection to the version of the last step, in one transaction.
-/// \throw StoreFailure TooNew when it is further already, Damaged when it holds something else;
-///   SQLite::Exception
-void migrate(SqliteConnection& connection, std::span<const SchemaStep> steps);
+/// \throw StoreFailure TooNew when it is further already, Damaged when it holds something else
+void migrate(Connection& connection, std::span<const SchemaStep> steps);
 
 }  // namespace host::store

@@ -3,7 +3,9 @@
 #include <sqlite3.h>
 
 #include <limits>
+#include <utility>
 
+#include "host/store/dialect.h"
 #include "host/store/store_failure.h"
 
 namespace host::store {
@@ -11,8 +13,78 @@ namespace host::store {
 namespace {
 
 constexpr int kPrimaryCode = 0xFF;  // the rest of a result code says it more exactly
-constexpr char kBegin[] = "BEGIN IMMEDIATE";
+constexpr char kBeginRead[] = "BEGIN";
+constexpr char kBeginWrite[] = "BEGIN IMMEDIATE";
 constexpr char kCommit[] = "COMMIT";
+constexpr char kCountTables[] = "SELECT count(*) FROM sqlite_schema";
+constexpr char kCountNamed[] = "SELECT count(*) FROM sqlite_schema WHERE name = CAST($1 AS TEXT)";
+
+// Runs `body`; what the database library throws becomes a failure of ours.
+template <class Body>
+auto translated(Body&& body) {
+  try {
+    return std::forward<Body>(body)();
+  } catch (const SQLite::Exception& fault) {
+    throw StoreFailure(sqliteErrorOf(fault), fault.what());
+  }
+}
+
+class SqliteStatement final : public Statement {
+ public:
+  explicit SqliteStatement(SQLite::Statement& statement) : statement_(statement) {}
+  SqliteStatement(const SqliteStatement&) = delete;
+  SqliteStatement& operator=(const SqliteStatement&) = delete;
+  ~SqliteStatement() override {
+    // The result repeats the last step's, which was looked at then.
+    statement_.tryReset();
+  }
+
+  void bind(std::int64_t number) override {
+    translated([&] { statement_.bind(++bound_, number); });
+  }
+  void bind(std::string_view bytes) override {
+    if (bytes.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+      throw StoreFailure(StoreError::InvalidArgument, "a value of more than 2 GB");
+    }
+    // A null pointer would be taken for NULL.
+    const char* data = bytes.data() != nullptr ? bytes.data() : "";
+    translated([&] { statement_.bind(++bound_, data, static_cast<int>(bytes.size())); });
+  }
+  void bindNull() override {
+    translated([&] { statement_.bind(++bound_); });
+  }
+  bool next() override {
+    return translated([&] { return statement_.executeStep(); });
+  }
+  int run() override {
+    return translated([&] { return statement_.exec(); });
+  }
+  bool isNull(int column) const override {
+    return translated([&] { return statement_.isColumnNull(column); });
+  }
+  std::int64_t number(int column) const override {
+    return translated([&] { return statement_.getColumn(column).getInt64(); });
+  }
+  std::string bytes(int column) const override {
+    return translated([&]() -> std::string {
+      const SQLite::Column value = statement_.getColumn(column);
+      const void* data = value.getBlob();
+      const int size = value.getBytes();
+      if (data == nullptr || size <= 0) return {};
+      return {static_cast<const char*>(data), static_cast<std::size_t>(size)};
+    });
+  }
+
+ private:
+  SQLite::Statement& statement_;
+  int bound_ = 0;
+};
+
+SQLite::Database opened(const std::string& path, int busyTimeoutMs) {
+  return translated([&] {
+    return SQLite::Database(path, SQLite::OPEN_READWRITE | SQLite::OPEN_NOMUTEX, busyTimeoutMs);
+  });
+}
 
 }  // namespace
 
@@ -51,16 +123,18 @@ StoreError sqliteErrorOf(const SQLite::Exception& fault) {
 }
 
 SqliteConnection::SqliteConnection(const std::string& path, int busyTimeoutMs)
-    : database_(path, SQLite::OPEN_READWRITE | SQLite::OPEN_NOMUTEX, busyTimeoutMs) {
-  // The answer to this one is a row, which `exec` would take for an error in older libraries.
-  SQLite::Statement mode(database_, "PRAGMA journal_mode = WAL");
-  mode.executeStep();
-  if (mode.getColumn(0).getString() != "wal") {
-    throw StoreFailure(StoreError::InputOutput, "its disk allows no write-ahead log");
-  }
-  database_.exec("PRAGMA synchronous = FULL");
-  database_.exec("PRAGMA foreign_keys = ON");
-  database_.exec("PRAGMA trusted_schema = OFF");
+    : database_(opened(path, busyTimeoutMs)) {
+  translated([&] {
+    // The answer to this one is a row, which `exec` would take for an error in older libraries.
+    SQLite::Statement mode(database_, "PRAGMA journal_mode = WAL");
+    mode.executeStep();
+    if (mode.getColumn(0).getString() != "wal") {
+      throw StoreFailure(StoreError::InputOutput, "its disk allows no write-ahead log");
+    }
+    database_.exec("PRAGMA synchronous = FULL");
+    database_.exec("PRAGMA foreign_keys = ON");
+    database_.exec("PRAGMA trusted_schema = OFF");
+  });
 }
 
 SQLite::Statement& SqliteConnection::prepared(const char* text) {
@@ -72,54 +146,43 @@ SQLite::Statement& SqliteConnection::prepared(const char* text) {
   return *found->second;
 }
 
-SqliteQuery::SqliteQuery(SqliteConnection& connection, const char* text)
-    : statement_(connection.prepared(text)) {}
-
-SqliteQuery::~SqliteQuery() {
-  // The result repeats the last step's, which was looked at then.
-  statement_.tryReset();
+std::unique_ptr<Statement> SqliteConnection::statement(const char* text) {
+  return translated([&] { return std::make_unique<SqliteStatement>(prepared(text)); });
 }
 
-SqliteQuery& SqliteQuery::bind(std::int64_t number) {
-  statement_.bind(++bound_, number);
-  return *this;
+void SqliteConnection::execute(const std::string& text) {
+  translated([&] { database_.exec(text); });
 }
 
-SqliteQuery& SqliteQuery::bind(std::string_view bytes) {
-  if (bytes.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
-    throw StoreFailure(StoreError::InvalidArgument, "a value of more than 2 GB");
-  }
-  // A null pointer would be taken for NULL.
-  const char* data = bytes.data() != nullptr ? bytes.data() : "";
-  statement_.bind(++bound_, data, static_cast<int>(bytes.size()));
-  return *this;
+void SqliteConnection::begin(TransactionMode mode) {
+  Query(*this, mode == TransactionMode::Write ? kBeginWrite : kBeginRead).run();
 }
 
-SqliteQuery& SqliteQuery::bindNull() {
-  statement_.bind(++bound_);
-  return *this;
-}
+void SqliteConnection::commit() { Query(*this, kCommit).run(); }
 
-std::string SqliteQuery::bytes(int column) const {
-  const SQLite::Column value = statement_.getColumn(column);
-  const void* data = value.getBlob();
-  const int size = value.getBytes();
-  if (data == nullptr || size <= 0) return {};
-  return {static_cast<const char*>(data), static_cast<std::size_t>(size)};
-}
-
-SqliteTransaction::SqliteTransaction(SqliteConnection& connection) : connection_(connection) {
-  SqliteQuery(connection_, kBegin).run();
-}
-
-SqliteTransaction::~SqliteTransaction() {
+void SqliteConnection::rollback() noexcept {
   // Some failures have rolled back already; then there is nothing to do.
-  if (open_) connection_.database().tryExec("ROLLBACK");
+  database_.tryExec("ROLLBACK");
 }
 
-void SqliteTransaction::commit() {
-  SqliteQuery(connection_, kCommit).run();
-  open_ = false;
+// A transaction that writes has locked the whole file.
+void SqliteConnection::lockTables() {}
+
+std::int64_t SqliteConnection::countTables() {
+  Query query(*this, kCountTables);
+  query.next();
+  return query.number(0);
+}
+
+std::int64_t SqliteConnection::countTables(const std::string& name) {
+  Query query(*this, kCountNamed);
+  query.bind(std::string_view(name));
+  query.next();
+  return query.number(0);
+}
+
+std::string SqliteConnection::inDialect(std::string_view text) const {
+  return withTypes(text, "BLOB", "INTEGER PRIMARY KEY AUTOINCREMENT");
 }
 
 }  // namespace host::store

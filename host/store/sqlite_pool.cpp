@@ -10,6 +10,7 @@
 #include "host/core/file_error.h"
 #include "host/core/folder.h"
 #include "host/store/schema.h"
+#include "host/store/sqlite_connection.h"
 #include "host/store/store_failure.h"
 
 namespace host::store {
@@ -64,17 +65,17 @@ std::pair<std::string, std::string> split(const std::string& path) {
 SqlitePool::SqlitePool(std::string path, int busyTimeoutMs, core::FileOps& ops)
     : path_(asFileName(path)), busyTimeoutMs_(busyTimeoutMs), ops_(ops) {}
 
-std::unique_ptr<SqliteConnection> SqlitePool::take() {
+std::unique_ptr<Connection> SqlitePool::take() {
   const std::lock_guard lock(mutex_);
   // A file that was moved away or replaced would go on taking what nobody ever reads again.
   if (!idle_.empty() && identity() != opened_) idle_.clear();
   if (idle_.empty()) return open();
-  std::unique_ptr<SqliteConnection> connection = std::move(idle_.back());
+  std::unique_ptr<Connection> connection = std::move(idle_.back());
   idle_.pop_back();
   return connection;
 }
 
-void SqlitePool::giveBack(std::unique_ptr<SqliteConnection> connection) {
+void SqlitePool::giveBack(std::unique_ptr<Connection> connection) {
   const std::lock_guard lock(mutex_);
   if (idle_.size() < kIdleConnections) idle_.push_back(std::move(connection));
 }
@@ -85,7 +86,7 @@ SqlitePool::Identity SqlitePool::identity() const {
   return {status.st_dev, status.st_ino};
 }
 
-std::unique_ptr<SqliteConnection> SqlitePool::open() {
+std::unique_ptr<Connection> SqlitePool::open() {
   const auto [folderPath, name] = split(path_);
   if (name.empty() || name == "." || name == ".." || path_.find('\0') != std::string::npos) {
     throw StoreFailure(StoreError::InvalidArgument, "its path names no file");

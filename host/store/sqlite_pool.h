@@ -1,4 +1,4 @@
-// Connections that are kept for the next call.
+// Connections to a SQLite file.
 #pragma once
 
 #include <sys/types.h>
@@ -9,23 +9,19 @@
 #include <vector>
 
 #include "host/core/file_ops.h"
-#include "host/store/sqlite_connection.h"
+#include "host/store/connection.h"
 
 namespace host::store {
 
-/// Opens connections to one SQLite file, and keeps a few idle ones. Safe from any thread.
-class SqlitePool {
+class SqlitePool final : public ConnectionPool {
  public:
   SqlitePool(std::string path, int busyTimeoutMs, core::FileOps& ops);
 
-  /// A connection for one call. The file is made (mode 0600, in a folder of mode 0700) when it is
-  /// missing, and its tables are brought up to date. \throw StoreFailure, SQLite::Exception
-  std::unique_ptr<SqliteConnection> take();
-
-  /// Gives one back that is fit for further use.
-  void giveBack(std::unique_ptr<SqliteConnection> connection);
-
-  const std::string& path() const { return path_; }
+  /// The file is made (mode 0600, in a folder of mode 0700) when it is missing.
+  std::unique_ptr<Connection> take() override;
+  void giveBack(std::unique_ptr<Connection> connection) override;
+  bool hasOneWriter() const override { return true; }
+  const std::string& location() const override { return path_; }
 
  private:
   struct Identity {
@@ -34,14 +30,14 @@ class SqlitePool {
     bool operator==(const Identity&) const = default;
   };
 
-  std::unique_ptr<SqliteConnection> open();
+  std::unique_ptr<Connection> open();
   Identity identity() const;
 
   std::string path_;
   int busyTimeoutMs_;
   core::FileOps& ops_;
   std::mutex mutex_;
-  std::vector<std::unique_ptr<SqliteConnection>> idle_;
+  std::vector<std::unique_ptr<Connection>> idle_;
   Identity opened_;  ///< the file that the idle ones are open on
 };
 

@@ -6,6 +6,7 @@
 
 #include "host/store/effect_ledger.h"
 #include "host/store/message_index.h"
+#include "host/store/policy_store.h"
 #include "host/store/store_status.h"
 #include "library/platform/api.h"
 
@@ -20,8 +21,12 @@ class KAVI_API Store : public MessageIndex, public EffectLedger {
   virtual StoreStatus prepare() = 0;
 };
 
-/// The store that \p location names: "sqlite:PATH".
-/// \return null, with \p status saying why, when it names none. The store itself is not touched.
-KAVI_API std::unique_ptr<Store> makeStore(const std::string& location, StoreStatus& status);
+/// All that one database keeps.
+class KAVI_API Database : public Store, public PolicyStore {};
+
+/// The database that \p location names: "sqlite:PATH".
+/// \return null, with \p status saying why, when it names none. The database itself is not
+///   touched.
+KAVI_API std::unique_ptr<Database> makeStore(const std::string& location, StoreStatus& status);
 
 }  // namespace host::store

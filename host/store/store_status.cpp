@@ -12,6 +12,10 @@ const char* storeErrorText(StoreError error) {
       return "no such row";
     case StoreError::Conflict:
       return "somebody else changed it first";
+    case StoreError::InUse:
+      return "a rule refers to it";
+    case StoreError::NameTaken:
+      return "another one has this name";
     case StoreError::Unavailable:
       return "the store cannot be opened";
     case StoreError::Busy:

@@ -13,6 +13,8 @@ enum class StoreError {
   InvalidArgument,  ///< a value that cannot be kept
   NotFound,         ///< there is no such row
   Conflict,         ///< somebody else got there first
+  InUse,            ///< a rule refers to it
+  NameTaken,        ///< another one has the name
   Unavailable,      ///< it cannot be opened or reached
   Busy,             ///< others kept it locked for longer than the busy timeout
   Full,             ///< no space left

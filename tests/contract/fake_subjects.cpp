@@ -1,6 +1,7 @@
 #include "tests/contract/subjects.h"
 #include "tests/fakes/adapter.h"
 #include "tests/fakes/message.h"
+#include "tests/fakes/policy_store.h"
 #include "tests/fakes/store.h"
 
 namespace contract {
@@ -24,6 +25,10 @@ class FakeBench final : public AdapterBench {
 
 std::unique_ptr<host::store::Store> makeStore(const std::string& /*folder*/) {
   return std::make_unique<fakes::MemoryStore>();
+}
+
+std::unique_ptr<host::store::PolicyStore> makePolicyStore(const std::string& /*folder*/) {
+  return std::make_unique<fakes::MemoryPolicyStore>();
 }
 
 std::vector<AdapterKind> adapterKinds() {

@@ -74,6 +74,10 @@ std::unique_ptr<host::store::Store> makeStore(const std::string& folder) {
   return std::make_unique<host::store::SqliteStore>(folder + "/store.sqlite");
 }
 
+std::unique_ptr<host::store::PolicyStore> makePolicyStore(const std::string& folder) {
+  return std::make_unique<host::store::SqliteStore>(folder + "/store.sqlite");
+}
+
 std::vector<AdapterKind> adapterKinds() {
   return {
       {"Local", []() -> std::unique_ptr<AdapterBench> { return std::make_unique<LocalBench>(); }},

@@ -16,6 +16,9 @@ namespace contract {
 /// An empty store. \param folder  one that it may use; goes behind it
 std::unique_ptr<host::store::Store> makeStore(const std::string& folder);
 
+/// Another one, for named objects and rules.
+std::unique_ptr<host::store::PolicyStore> makePolicyStore(const std::string& folder);
+
 /// An adapter, a message for it, and a folder to file under.
 class AdapterBench {
  public:

@@ -13,6 +13,7 @@
 #include <sstream>
 #include <string>
 
+#include "host/store/sqlite_connection.h"
 #include "host/store/sqlite_store.h"
 #include "tests/unit/host/core/child.h"
 #include "tests/unit/host/delivery/filing_bench.h"

@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
 #include "host/store/sql_texts.h"
+#include "host/store/sqlite_connection.h"
 #include "host/store/store_failure.h"
 #include "tests/unit/host/core/temp_folder.h"
 
@@ -17,7 +19,7 @@ using namespace host::store;
 class Schema : public ::testing::Test {
  protected:
   std::int64_t number(const char* text) {
-    SqliteQuery query(connection_, text);
+    Query query(connection_, text);
     EXPECT_TRUE(query.next());
     return query.number(0);
   }
@@ -54,7 +56,7 @@ TEST_F(Schema, LeavesACurrentStoreAlone) {
 TEST_F(Schema, LeavesAStoreAsItWasWhenAStepFails) {
   migrate(connection_, std::span(steps_).first(1));
   steps_[2].push_back("CREATE TABLE things (id {row})");
-  EXPECT_THROW(migrate(connection_, steps_), SQLite::Exception);
+  EXPECT_THROW(migrate(connection_, steps_), StoreFailure);
   EXPECT_EQ(number("SELECT version FROM kavi_schema"), 1);
   EXPECT_EQ(number("SELECT count(*) FROM sqlite_schema WHERE name = 'others'"), 0);
   EXPECT_EQ(number("SELECT count(*) FROM pragma_table_info('things') WHERE name = 'size'"), 0);
@@ -105,6 +107,22 @@ TEST_F(Schema, NumbersParametersAsTheirNamesSay) {
   }
 }
 
+// Whether a step of a plan costs no more than what it brings. The table of one row has no index.
+bool isCheap(const std::string& step) {
+  for (const char* cheap : {"SEARCH ", "SCAN policy_state", "CORRELATED SCALAR SUBQUERY",
+                            "LIST SUBQUERY", "USE TEMP B-TREE FOR ORDER BY"}) {
+    if (step.starts_with(cheap)) return true;
+  }
+  return false;
+}
+
+// Reading a whole policy goes through its tables from end to end, in the order of an index.
+bool isWhole(const std::string& question) {
+  const std::string whole[] = {sql::kReadObjects, sql::kReadRules, sql::kReadActions,
+                               sql::kReadRuleObjects};
+  return std::find(std::begin(whole), std::end(whole), question) != std::end(whole);
+}
+
 TEST_F(Schema, AnswersEveryQuestionByAnIndex) {
   migrate(connection_, schemaSteps());
   int plans = 0;
@@ -115,7 +133,12 @@ TEST_F(Schema, AnswersEveryQuestionByAnIndex) {
     while (plan.executeStep()) {
       ++plans;
       const std::string step = plan.getColumn(3).getString();
-      EXPECT_TRUE(step.starts_with("SEARCH")) << question << "\n" << step;
+      EXPECT_TRUE(isCheap(step) || (isWhole(question) && step.find("USING INDEX") != step.npos) ||
+                  (isWhole(question) && step == "SCAN named_object"))
+          << question << "\n"
+          << step;
+      // Only the few rules that refer to one object are sorted afterwards.
+      EXPECT_TRUE(question == sql::kListReferrers || !step.starts_with("USE TEMP")) << question;
     }
   }
   EXPECT_GT(plans, 10);

@@ -179,7 +179,7 @@ TEST(SqliteFaults, GivesUpOnAnotherWriterAfterTheBusyTimeout) {
   ASSERT_TRUE(add(store, "/x").ok());
   {
     SqliteConnection other(temp / "store", 1000);
-    SqliteTransaction transaction(other);
+    Transaction transaction(other, TransactionMode::Write);
     const StoreStatus status = add(store, "/y");
     EXPECT_EQ(status.error, StoreError::Busy);
     EXPECT_THAT(status.text, HasSubstr("locked by others"));

@@ -1,0 +1,16 @@
+// The store behind the platform's named-object operations.
+#pragma once
+
+#include <memory>
+
+#include "host/store/store.h"
+#include "library/platform/api.h"
+
+namespace host::store {
+
+/// Makes \p store the one that every Kavi::RdbmsInterface opened from now on works on; null takes
+/// it away again. Those that are open keep theirs. Safe from any thread.
+/// \param actor  who makes the changes, for the audit list
+KAVI_API void configureStore(std::shared_ptr<PolicyStore> store, std::string actor);
+
+}  // namespace host::store

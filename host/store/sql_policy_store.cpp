@@ -1,0 +1,151 @@
+// The rules, and what changed in them.
+#include <unordered_map>
+#include <utility>
+
+#include "host/store/object_columns.h"
+#include "host/store/policy_change.h"
+#include "host/store/policy_difference.h"
+#include "host/store/sql_store.h"
+#include "host/store/sql_support.h"
+#include "host/store/sql_texts.h"
+
+namespace host::store {
+
+namespace {
+
+constexpr char kPolicyChange[] = "changing the policy";
+constexpr char kPolicyRead[] = "reading the policy";
+
+[[noreturn]] void damaged(const char* what) { throw StoreFailure(StoreError::Damaged, what); }
+
+std::vector<RuleRecord> readRules(Connection& connection) {
+  std::vector<RuleRecord> rules;
+  Query query(connection, sql::kReadRules);
+  while (query.next()) {
+    RuleRecord rule;
+    rule.id = numberOf<std::uint32_t>(query, 0);
+    rule.name = query.bytes(1);
+    rule.order = numberOf<std::uint32_t>(query, 2);
+    rule.enabled = query.number(3) != 0;
+    rule.condition = query.bytes(4);
+    rules.push_back(std::move(rule));
+  }
+  return rules;
+}
+
+// The action at `position`, counted from 1, of the rule `id`.
+ActionRecord& actionAt(std::unordered_map<std::int64_t, RuleRecord*>& rules, std::int64_t id,
+                       std::int64_t position) {
+  const auto rule = rules.find(id);
+  if (rule == rules.end()) damaged("an action without its rule");
+  std::vector<ActionRecord>& actions = rule->second->actions;
+  if (position < 1 || position > static_cast<std::int64_t>(actions.size())) {
+    damaged("an action out of its place");
+  }
+  return actions[static_cast<std::size_t>(position) - 1];
+}
+
+void readActions(Connection& connection, std::vector<RuleRecord>& rules) {
+  std::unordered_map<std::int64_t, RuleRecord*> byId;
+  for (RuleRecord& rule : rules) byId.emplace(rule.id, &rule);
+  {
+    Query query(connection, sql::kReadActions);
+    while (query.next()) {
+      const auto rule = byId.find(query.number(0));
+      if (rule == byId.end()) damaged("an action without its rule");
+      rule->second->actions.push_back({numberOf<int>(query, 2), query.bytes(3), {}});
+      actionAt(byId, query.number(0), query.number(1));
+    }
+  }
+  Query query(connection, sql::kReadRuleObjects);
+  while (query.next()) {
+    ActionRecord& action = actionAt(byId, query.number(0), query.number(1));
+    action.objects.push_back(numberOf<std::uint32_t>(query, 2));
+  }
+}
+
+PolicyRecord readWhole(Connection& connection) {
+  PolicyRecord policy;
+  {
+    Query query(connection, sql::kReadState);
+    if (!query.next()) damaged("the policy's revision is missing");
+    policy.revision = query.number(0);
+    policy.lastObjectId = numberOf<std::uint32_t>(query, 1);
+  }
+  {
+    Query query(connection, sql::kReadObjects);
+    while (query.next()) policy.objects.push_back(readObject(query, ObjectContent::Read));
+  }
+  policy.rules = readRules(connection);
+  readActions(connection, policy.rules);
+  return policy;
+}
+
+// The order matters: a rule goes before what it refers to, and comes after it.
+void apply(const PolicyDifference& difference, PolicyChange& change) {
+  for (const RuleRecord* rule : difference.removedRules) change.removeRule(*rule);
+  for (const RuleRecord* rule : difference.replacedRules) change.replaceRule(*rule);
+  for (const ObjectRecord* object : difference.removedObjects) change.removeObject(*object);
+  for (const ObjectRecord* object : difference.renamedObjects) change.freeName(*object);
+  for (const ObjectRecord* object : difference.changedObjects) change.changeObject(*object);
+  for (const ObjectRecord* object : difference.addedObjects) change.addObject(*object);
+  for (const RuleRecord* rule : difference.writtenRules) change.addRule(*rule);
+}
+
+}  // namespace
+
+StoreStatus SqlStore::readPolicy(PolicyRecord& policy) {
+  PolicyRecord found;
+  StoreStatus status = run(kPolicyRead, Access::Snapshot,
+                           [&](Connection& connection) { found = readWhole(connection); });
+  if (status.ok()) policy = std::move(found);
+  return status;
+}
+
+StoreStatus SqlStore::replacePolicy(const PolicyRecord& policy, const ChangeNote& note,
+                                    std::int64_t& revision) {
+  PolicyRecord present;
+  PolicyDifference difference;
+  StoreStatus status = run(kPolicyRead, Access::Snapshot, [&](Connection& connection) {
+    present = readWhole(connection);
+    if (present.revision != policy.revision) throw StoreFailure(StoreError::Conflict, {});
+    difference = differenceOf(present, policy);
+  });
+  if (!status.ok()) return status;
+  std::int64_t reached = present.revision;
+  if (!difference.isNone()) {
+    status = run(kPolicyChange, Access::Write, [&](Connection& connection) {
+      PolicyChange change(connection, note);
+      // The difference holds only for what was read.
+      if (change.revision() != present.revision + 1) throw StoreFailure(StoreError::Conflict, {});
+      apply(difference, change);
+      reached = change.revision();
+    });
+  }
+  if (status.ok()) revision = reached;
+  return status;
+}
+
+StoreStatus SqlStore::readRevision(std::int64_t& revision) {
+  return run(kPolicyRead, Access::Single, [&](Connection& connection) {
+    Query query(connection, sql::kReadState);
+    if (!query.next()) damaged("the policy's revision is missing");
+    revision = query.number(0);
+  });
+}
+
+StoreStatus SqlStore::listAudit(std::int64_t afterRow, std::size_t limit,
+                                std::vector<AuditRecord>& records) {
+  return run(kPolicyRead, Access::Single, [&](Connection& connection) {
+    Query query(connection, sql::kListAudit);
+    query.bind(afterRow).bind(limitOf(limit));
+    std::vector<AuditRecord> found;
+    while (query.next()) {
+      found.push_back(
+          {query.number(0), query.number(1), query.number(2), query.bytes(3), query.bytes(4)});
+    }
+    records.swap(found);
+  });
+}
+
+}  // namespace host::store

@@ -1,0 +1,76 @@
+#include "host/store/sql_store.h"
+
+#include <new>
+#include <utility>
+
+#include "host/store/connection.h"
+#include "host/store/store_failure.h"
+
+namespace host::store {
+
+namespace {
+
+// Whether the connection can go on serving after this error.
+bool staysUsable(StoreError error) {
+  switch (error) {
+    case StoreError::Busy:
+    case StoreError::Conflict:
+    case StoreError::InUse:
+    case StoreError::NameTaken:
+    case StoreError::NotFound:
+    case StoreError::InvalidArgument:
+    case StoreError::Full:
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+SqlStore::SqlStore(std::unique_ptr<ConnectionPool> pool) : pool_(std::move(pool)) {}
+
+SqlStore::~SqlStore() = default;
+
+void SqlStore::runOn(Connection& connection, Access access, const Work& work) {
+  if (access == Access::Single) {
+    work(connection);
+    return;
+  }
+  std::unique_lock lock(writing_, std::defer_lock);
+  if (access == Access::Write && pool_->hasOneWriter()) lock.lock();
+  Transaction transaction(connection,
+                          access == Access::Write ? TransactionMode::Write : TransactionMode::Read);
+  work(connection);
+  transaction.commit();
+}
+
+StoreStatus SqlStore::run(const char* doing, Access access, const Work& work) {
+  StoreStatus status;
+  try {
+    std::unique_ptr<Connection> connection;
+    std::string detail;
+    try {
+      connection = pool_->take();
+      runOn(*connection, access, work);
+    } catch (const StoreFailure& failure) {
+      status.error = failure.error();
+      detail = failure.what();
+    }
+    if (connection != nullptr && (status.ok() || staysUsable(status.error))) {
+      pool_->giveBack(std::move(connection));
+    }
+    if (!status.ok()) status.text = failureText(doing, pool_->location(), status.error, detail);
+  } catch (const std::bad_alloc&) {
+    status.error = StoreError::OutOfMemory;
+  } catch (...) {
+    status.error = StoreError::Internal;
+  }
+  return status;
+}
+
+StoreStatus SqlStore::prepare() {
+  return run("opening the store", Access::Single, [](Connection&) {});
+}
+
+}  // namespace host::store

@@ -1,0 +1,32 @@
+// What the parts of the SQL store share.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <string_view>
+
+#include "host/store/connection.h"
+#include "host/store/effect_ledger.h"
+#include "host/store/store_failure.h"
+
+namespace host::store {
+
+/// A number of rows as every database takes it.
+inline std::int64_t limitOf(std::size_t limit) {
+  constexpr auto kMost = static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max());
+  return static_cast<std::int64_t>(std::min(limit, kMost));
+}
+
+/// \throw StoreFailure NotFound for a change of no rows
+inline void requireChange(int rows) {
+  if (rows == 0) throw StoreFailure(StoreError::NotFound, {});
+}
+
+/// Marks an effect as done. \throw StoreFailure Conflict when \p owner no longer holds it
+void finishHeld(Connection& connection, const EffectKey& key, const std::string& owner,
+                const std::string& result);
+
+}  // namespace host::store
