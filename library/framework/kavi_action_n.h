@@ -37,4 +37,7 @@ class KAVI_API KaviActionN : public KaviAction {
   std::vector<unsigned int> ids;
   ActionType type;
   bool requiresOriginal;
+
+ private:
+  friend class NameObjectAccess;  // reads and replaces the ids for the administration
 };
