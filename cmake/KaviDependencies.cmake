@@ -2,6 +2,7 @@
 find_package(PkgConfig REQUIRED)
 find_package(ICU 70 REQUIRED COMPONENTS uc i18n)
 pkg_check_modules(GMIME REQUIRED IMPORTED_TARGET gmime-3.0)
+pkg_check_modules(GUMBO REQUIRED IMPORTED_TARGET gumbo)
 pkg_check_modules(RE2 REQUIRED IMPORTED_TARGET re2)
 find_package(spdlog REQUIRED)
 find_package(yaml-cpp REQUIRED)

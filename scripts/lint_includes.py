@@ -35,6 +35,7 @@ INSIDE = {
 # Outside library -> (pattern of its headers, the only folders that may include them).
 OUTSIDE = {
     "GMime and GLib": (r"^(gmime/|glib|gio/)", ["host/message", "bench", "tests"]),
+    "Gumbo": (r"^gumbo\.h$", ["host/message"]),
     "ICU": (r"^unicode/", ["library", "host/core", "host/message", "gateway/policy", "tests"]),
     "spdlog and fmt": (r"^(spdlog|fmt)/", ["host/core"]),
     "SimpleIni": (r"^SimpleIni\.h$", ["host/core"]),

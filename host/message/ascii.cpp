@@ -49,4 +49,18 @@ LineBreak lineBreakOf(std::string_view bytes, LineBreak fallback) {
   return LineBreak{lf > 0 && bytes[lf - 1] == '\r'};
 }
 
+std::string withLineBreak(std::string_view text, std::string_view lineBreak) {
+  std::string result;
+  if (lineBreak == "\n") return result.assign(text);
+  result.reserve(text.size() + text.size() / 40 + 2);
+  for (const char c : text) {
+    if (c == '\n') {
+      result += lineBreak;
+    } else {
+      result += c;
+    }
+  }
+  return result;
+}
+
 }  // namespace host::message

@@ -30,5 +30,7 @@ struct LineBreak {
 };
 /// The style of the first line break in \p bytes; \p fallback when there is none.
 LineBreak lineBreakOf(std::string_view bytes, LineBreak fallback);
+/// \p text, whose line breaks are LF, with \p lineBreak for each.
+std::string withLineBreak(std::string_view text, std::string_view lineBreak);
 
 }  // namespace host::message

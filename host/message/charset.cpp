@@ -3,9 +3,11 @@
 #include <unicode/ucnv.h>
 #include <unicode/ucnv_cb.h>
 #include <unicode/ustring.h>
+#include <unicode/utf16.h>
 #include <unicode/utf8.h>
 
 #include <algorithm>
+#include <array>
 #include <limits>
 
 #include "host/message/ascii.h"
@@ -115,6 +117,13 @@ bool isUtf8Name(std::string_view name) {
   return equalsIgnoreCase(name, "utf-8") || equalsIgnoreCase(name, "utf8");
 }
 
+/// Every printable character of ASCII.
+std::string asciiCharacters() {
+  std::string text;
+  for (char c = ' '; c < 127; ++c) text += c;
+  return text;
+}
+
 }  // namespace
 
 int convertCharset(std::string_view text, std::string_view from, std::string_view to,
@@ -164,6 +173,86 @@ bool isSevenBitNonAscii(std::string_view name) {
          startsWithIgnoreCase(name, "hz-gb") || startsWithIgnoreCase(name, "csiso2022");
 }
 
+bool isAsciiSuperset(std::string_view name) {
+  if (isUtf8Name(name) || equalsIgnoreCase(name, "us-ascii") ||
+      startsWithIgnoreCase(name, "iso-8859-") || startsWithIgnoreCase(name, "windows-125")) {
+    return isUtf8Name(name) || isKnownCharset(name);
+  }
+  const Converter converter = openConverter(name);
+  if (converter == nullptr) return false;
+  switch (ucnv_getType(converter.get())) {
+    case UCNV_US_ASCII:
+    case UCNV_LATIN_1:
+    case UCNV_UTF8:
+    case UCNV_SBCS:
+    case UCNV_MBCS:
+    case UCNV_DBCS:
+      break;
+    default:
+      return false;
+  }
+  // The second byte of a Johab character may be any of ASCII's.
+  UErrorCode status = U_ZERO_ERROR;
+  const char* const canonical = ucnv_getName(converter.get(), &status);
+  if (U_FAILURE(status) || std::string_view(canonical).starts_with("ibm-1363") ||
+      equalsIgnoreCase(name, "johab")) {
+    return false;
+  }
+  const std::string ascii = asciiCharacters();
+  std::u16string read;
+  return toUnicode(converter.get(), ascii, OnMisfit::Fail, read) == OVMSGERR::Ok &&
+         read == std::u16string(ascii.begin(), ascii.end());
+}
+
+int decodeText(std::string_view text, std::string_view charset, DecodedText& out) {
+  out = {};
+  const Converter converter = openConverter(charset);
+  if (converter == nullptr) return OVMSGERR::UnknownCharset;
+  if (text.size() > std::numeric_limits<std::int32_t>::max() / 2) return OVMSGERR::LimitExceeded;
+  UErrorCode status = U_ZERO_ERROR;
+  ucnv_setToUCallBack(converter.get(), failUndefined, nullptr, nullptr, nullptr, &status);
+  const char* source = text.data();
+  const char* const sourceEnd = source + text.size();
+  std::size_t filled = 0;
+  // Offsets count from where a call begins to read.
+  out.characters.resize(text.size() + 16);
+  out.offsets.resize(out.characters.size());
+  while (true) {
+    UChar* target = out.characters.data() + filled;
+    const auto base = static_cast<std::int32_t>(source - text.data());
+    const std::size_t first = filled;
+    status = U_ZERO_ERROR;
+    ucnv_toUnicode(converter.get(), &target, out.characters.data() + out.characters.size(), &source,
+                   sourceEnd, out.offsets.data() + filled, true, &status);
+    filled = static_cast<std::size_t>(target - out.characters.data());
+    for (std::size_t i = first; i < filled; ++i) out.offsets[i] += base;
+    if (status != U_BUFFER_OVERFLOW_ERROR) break;
+    out.characters.resize(out.characters.size() * 2);
+    out.offsets.resize(out.characters.size());
+  }
+  if (U_FAILURE(status)) {
+    out = {};
+    return OVMSGERR::MalformedText;
+  }
+  out.characters.resize(filled);
+  out.offsets.resize(filled);
+  return OVMSGERR::Ok;
+}
+
+bool encodeExactly(std::string_view utf8, std::string_view charset, std::string& out) {
+  std::string again;
+  if (convertCharset(utf8, "utf-8", charset, OnMisfit::Fail, OnMisfit::Fail, out) != OVMSGERR::Ok) {
+    return false;
+  }
+  if (!isUtf8Name(charset) && (convertCharset(out, charset, "utf-8", OnMisfit::Fail, OnMisfit::Fail,
+                                              again) != OVMSGERR::Ok ||
+                               again != utf8)) {
+    out.clear();
+    return false;
+  }
+  return true;
+}
+
 CharsetEncoder::CharsetEncoder(std::string_view charset)
     : converter_(openConverter(charset).release()) {
   if (converter_ != nullptr) setMisfit(static_cast<UConverter*>(converter_), OnMisfit::Fail);
@@ -177,6 +266,24 @@ int CharsetEncoder::encode(std::u16string_view text, std::string& out) {
   auto* converter = static_cast<UConverter*>(converter_);
   ucnv_resetFromUnicode(converter);
   return fromUnicode(converter, text, out);
+}
+
+std::string utf8Of(std::u16string_view text) {
+  std::string result;
+  result.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    UChar32 c = text[i];
+    if (U16_IS_LEAD(c) && i + 1 < text.size() && U16_IS_TRAIL(text[i + 1])) {
+      c = U16_GET_SUPPLEMENTARY(c, text[++i]);
+    } else if (U16_IS_SURROGATE(c)) {
+      c = 0xFFFD;
+    }
+    std::array<char, 4> bytes{};
+    std::size_t length = 0;
+    U8_APPEND_UNSAFE(bytes.data(), length, c);
+    result.append(bytes.data(), length);
+  }
+  return result;
 }
 
 std::u16string utf16Of(std::string_view utf8) {

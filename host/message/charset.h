@@ -1,9 +1,11 @@
 // Conversion between charsets.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace host::message {
 
@@ -26,6 +28,23 @@ bool isUtf8(std::string_view text);
 /// Whether \p name is a charset whose bytes are all below 0x80 and not all what ASCII says.
 bool isSevenBitNonAscii(std::string_view name);
 
+/// Whether ASCII characters, and nothing else, are the ASCII bytes in \p name: where a text can be
+/// cut at them, and searched for them, without reading it.
+bool isAsciiSuperset(std::string_view name);
+
+/// A text as characters, with the byte that each UTF-16 unit begins at.
+struct DecodedText {
+  std::u16string characters;
+  std::vector<std::int32_t> offsets;
+};
+/// Reads \p text, of less than two gigabytes, strictly.
+/// \return 0 or an OVMSGERR code; then \p out is empty.
+int decodeText(std::string_view text, std::string_view charset, DecodedText& out);
+
+/// \p utf8 in \p charset, if that gives the same characters again when it is read.
+/// \return false when the charset is unknown or cannot carry the text; then \p out is empty.
+bool encodeExactly(std::string_view utf8, std::string_view charset, std::string& out);
+
 /// Writes characters in one charset, again and again; for cutting a text into encoded words.
 class CharsetEncoder {
  public:
@@ -43,6 +62,8 @@ class CharsetEncoder {
   void* converter_;
 };
 
+/// \p text as UTF-8; a lone surrogate becomes U+FFFD.
+std::string utf8Of(std::u16string_view text);
 /// \p utf8 as UTF-16; malformed bytes become U+FFFD.
 std::u16string utf16Of(std::string_view utf8);
 

@@ -50,6 +50,8 @@ LineBreak Entity::lineBreak() const {
   return lineBreakOf(sample, message_->lineBreak_);
 }
 
+LineBreak Entity::lineBreakOfBody() const { return lineBreakOf(body_, lineBreak()); }
+
 const Entity* Entity::next() const {
   if (firstChild_ != nullptr) return firstChild_;
   const Entity* entity = this;

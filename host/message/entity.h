@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/message/ascii.h"
 #include "library/platform/api.h"
 #include "library/platform/ov_msg_entity.h"
 
@@ -18,7 +19,6 @@ namespace host::message {
 class HeaderBlock;
 class HeaderField;
 class Message;
-struct LineBreak;
 
 /// The one implementation of OvMsgEntity. In a message's bytes an entity is, in this order: the
 /// delimiter line in front of it (of a root: the mbox "From " line), its header fields, the blank
@@ -66,6 +66,8 @@ class KAVI_API Entity final : public OvMsgEntity {
 
   /// The body as transferred, without decoding; of a multipart its preamble.
   std::string_view body() const { return body_; }
+  /// The style of the body's line breaks; that of the header where it has none.
+  LineBreak lineBreakOfBody() const;
   /// The fields as they stand, without the blank line.
   std::string headerText() const;
   /// The content with its transfer encoding undone; at most \p limit bytes. Of a Leaf or an

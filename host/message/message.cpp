@@ -11,6 +11,8 @@
 #include "host/message/session_info.h"
 #include "host/message/signatures.h"
 #include "host/message/sinks.h"
+#include "host/message/text_insertion.h"
+#include "library/platform/ov_msg_functions.h"
 
 namespace host::message {
 
@@ -85,9 +87,14 @@ OvMsgMailSessionInfo* Message::sessionInfo() const {
   });
 }
 
-int Message::insertText(OvMsgInsertPlace, const OvMsgResourceLocator*, int, const char*,
-                        const char*) {
-  return OVMSGERR::NotSupported;
+int Message::insertText(OvMsgInsertPlace place, const OvMsgResourceLocator* text, int /*flags*/,
+                        const char* sourceCharset, const char* destinationCharset) {
+  return guardedCode([&]() -> int {
+    if (text == nullptr || sourceCharset == nullptr) return OVMSGERR::InvalidArgument;
+    const std::string_view bytes(text->data(), text->size());
+    const std::string_view destination = destinationCharset == nullptr ? "" : destinationCharset;
+    return message::insertText(*this, {place, bytes, sourceCharset, destination});
+  });
 }
 
 int Message::render(OvMsgSink& sink) const {

@@ -42,7 +42,6 @@ class KAVI_API Message final : public OvMsgMailMessage {
   bool isSmimeSigned() const override;
   bool isPgpSigned() const override;
   OvMsgMailSessionInfo* sessionInfo() const override;
-  /// Answers OVMSGERR::NotSupported: putting a text into existing bodies is not built yet.
   int insertText(OvMsgInsertPlace place, const OvMsgResourceLocator* text, int flags,
                  const char* sourceCharset, const char* destinationCharset) override;
   int render(OvMsgSink& sink) const override;

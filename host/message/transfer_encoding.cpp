@@ -87,20 +87,6 @@ bool decodeBase64(std::string_view body, OvMsgSink& sink) {
   return true;
 }
 
-std::string withLineBreak(std::string_view lines, std::string_view lineBreak) {
-  if (lineBreak == "\n") return std::string(lines);
-  std::string result;
-  result.reserve(lines.size() + lines.size() / 40 + 2);
-  for (const char c : lines) {
-    if (c == '\n') {
-      result += lineBreak;
-    } else {
-      result += c;
-    }
-  }
-  return result;
-}
-
 }  // namespace
 
 TransferEncoding transferEncodingOf(std::string_view value) {
@@ -140,6 +126,43 @@ bool decodeBody(std::string_view body, TransferEncoding encoding, OvMsgSink& sin
   body.remove_suffix(rest.size());
   return decodeRun(body, {}, encoding, sink) &&
          (rest.empty() || sink.write(rest.data(), rest.size()));
+}
+
+std::optional<std::size_t> quotedPrintablePlace(std::string_view body, std::size_t offset) {
+  mime::initialise();
+  constexpr std::size_t kStep = 512;
+  GMimeEncoding state;
+  g_mime_encoding_init_decode(&state, GMIME_CONTENT_ENCODING_QUOTEDPRINTABLE);
+  std::array<char, kStep * 3 + 16> piece{};
+  std::size_t decoded = 0;
+  std::size_t at = 0;
+  // Whole steps up to the place, then byte by byte.
+  while (at < body.size() && decoded < offset) {
+    const GMimeEncoding before = state;
+    const std::string_view input = body.substr(at, kStep);
+    const std::size_t count =
+        g_mime_encoding_step(&state, input.data(), input.size(), piece.data());
+    if (decoded + count >= offset) {
+      state = before;
+      break;
+    }
+    decoded += count;
+    at += input.size();
+  }
+  while (at < body.size() && decoded < offset) {
+    decoded += g_mime_encoding_step(&state, body.data() + at, 1, piece.data());
+    ++at;
+  }
+  if (decoded != offset) return std::nullopt;
+  // Soft line breaks: what decodes to nothing.
+  while (at < body.size() && body[at] == '=') {
+    std::size_t next = at + 1;
+    while (next < body.size() && isBlank(body[next])) ++next;
+    if (next < body.size() && body[next] == '\r') ++next;
+    if (next >= body.size() || body[next] != '\n') break;
+    at = next + 1;
+  }
+  return at;
 }
 
 std::string encodeBody(std::string_view content, TransferEncoding encoding, bool isText,

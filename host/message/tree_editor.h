@@ -24,6 +24,20 @@ struct NewContent {
   const char* transferEncoding;  ///< null leaves the choice
 };
 
+/// A body as it is transferred, and what declares it.
+struct NewBody {
+  std::string bytes;
+  TransferEncoding encoding;
+  std::string charset = {};  ///< empty leaves the declaration alone
+};
+
+/// A text part that is to be made.
+struct NewTextPart {
+  std::string_view text;  ///< UTF-8
+  std::string charset;
+  const char* attachmentName;  ///< null for a part that is shown
+};
+
 using Boundaries = std::set<std::string, std::less<>>;
 
 /// Edits one message. Every operation either succeeds or leaves the tree as it was, also when it
@@ -42,7 +56,22 @@ class TreeEditor {
   /// without one gets an empty text. Roots themselves cannot be removed.
   int remove(Entity& entity);
 
+  // One edit of several places: planned one by one, then committed. Nothing changes before, and a
+  // plan that is not committed never happened.
+
+  /// Plans another body for a leaf, under its other fields.
+  void planBody(Entity& entity, NewBody body);
+  /// Plans a text part in front of \p entity or behind it: among its neighbours in a
+  /// multipart/mixed, else in a new one around both. Of one multipart/mixed only one child may be
+  /// asked for in a plan.
+  int planTextBeside(Entity& entity, const NewTextPart& text, bool isBefore);
+  /// Plans a text part as the first or the last one of \p multipart.
+  int planTextInside(Entity& multipart, const NewTextPart& text, bool isFirst);
+  void commit();
+
  private:
+  int makeTextPart(const Entity& place, const NewTextPart& text, Entity*& part);
+  void planAttached(Entity& part);
   int planContent(Entity& entity, const NewContent& content);
   void planDeclaration(Entity& entity, const NewContent& content, TransferEncoding encoding);
   void planField(Entity& entity, std::string_view name, std::string_view value);
@@ -66,7 +95,6 @@ class TreeEditor {
   std::unique_ptr<HeaderField> newField(Entity& owner, std::string_view name,
                                         std::string_view value, LineBreak lineBreak) const;
   void note(Change::Kind kind, const Entity& entity, const Entity& place);
-  void commit();
 
   static void link(Entity& parent, Entity* previous, Entity& part, Entity* next);
   static void detach(Entity& entity);

@@ -44,13 +44,17 @@ Boundaries boundariesAround(const Entity* entity) {
   return boundaries;
 }
 
-void TreeEditor::insert(Entity& entity, Entity& part, int position) {
-  // Before the part is linked: the walk ends with it.
+// Before the part is linked: the walk ends with it.
+void TreeEditor::planAttached(Entity& part) {
   plan_.add([&part] {
     for (Entity* inner = &part; inner != nullptr; inner = inner->nextEntity()) {
       inner->detached_ = false;
     }
   });
+}
+
+void TreeEditor::insert(Entity& entity, Entity& part, int position) {
+  planAttached(part);
   if (entity.kind_ == OvMsgEntityKind::Multipart) {
     planInsertion(entity, part, position);
   } else {

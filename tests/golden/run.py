@@ -18,6 +18,8 @@ import subprocess
 import sys
 import tempfile
 
+import cases
+
 HERE = pathlib.Path(__file__).resolve().parent
 
 
@@ -107,28 +109,4 @@ def check(kavi: str, case: pathlib.Path, update: bool) -> list[str]:
     return faults
 
 
-def main() -> int:
-    arguments = [a for a in sys.argv[1:] if a != "--update"]
-    update = "--update" in sys.argv[1:]
-    if not arguments:
-        print(__doc__)
-        return 2
-    kavi, names = arguments[0], arguments[1:]
-    cases = sorted(p.parent for p in HERE.glob("*/in.eml") if not names or p.parent.name in names)
-    if not cases:
-        print("no cases")
-        return 1
-    failed = 0
-    for case in cases:
-        try:
-            faults = check(kavi, case, update)
-        except (RuntimeError, ValueError, subprocess.TimeoutExpired) as fault:
-            faults = [str(fault)]
-        if faults:
-            failed += 1
-            print(f"{case.name}: " + "\n  ".join(faults))
-    print(f"{len(cases)} cases, {failed} failed" + (", rewritten" if update else ""))
-    return 1 if failed else 0
-
-
-sys.exit(main())
+sys.exit(cases.run(__doc__, HERE, check))

@@ -358,13 +358,6 @@ TEST(Rendering, HandsOutTheReceivedBytesThemselves) {
   EXPECT_EQ(edited.pieces[2].data(), bytes->data() + 5) << "the body is not copied";
 }
 
-TEST(InsertText, IsNotSupportedYet) {
-  auto message = mail("A: 1\n\nbody");
-  EXPECT_EQ(message->insertText(OvMsgInsertPlace::End, Resource("x"), 20, "utf-8", nullptr),
-            OVMSGERR::NotSupported);
-  EXPECT_EQ(message->toString(), "A: 1\n\nbody");
-}
-
 TEST(I2A, HasATextForEveryCode) {
   std::set<std::string> texts;
   for (int code = 0; code <= OVMSGERR::LimitExceeded; ++code) texts.insert(OVMSGERR::I2A(code));
