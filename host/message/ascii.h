@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "library/platform/api.h"
+
 namespace host::message {
 
 inline bool isBlank(char c) { return c == ' ' || c == '\t'; }
@@ -13,13 +15,13 @@ inline char lowered(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c 
 inline bool isFieldNameChar(char c) { return c > ' ' && c < 127 && c != ':'; }
 inline bool isAscii(char c) { return static_cast<unsigned char>(c) < 0x80; }
 
-bool equalsIgnoreCase(std::string_view left, std::string_view right);
+KAVI_API bool equalsIgnoreCase(std::string_view left, std::string_view right);
 bool startsWithIgnoreCase(std::string_view text, std::string_view prefix);
-std::string lowered(std::string_view text);
+KAVI_API std::string lowered(std::string_view text);
 /// \p text without white space and line breaks at its ends.
 std::string_view trimmed(std::string_view text);
 bool isAscii(std::string_view text);
-bool isFieldName(std::string_view name);
+KAVI_API bool isFieldName(std::string_view name);
 /// Whether \p text holds a CR that no line break belongs to; several before one LF are one.
 bool hasBareCr(std::string_view text);
 

@@ -1,6 +1,7 @@
 #include "host/message/buffer.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -60,6 +61,30 @@ std::shared_ptr<const Buffer> Buffer::readFile(const std::string& path, std::str
   }
   bytes.resize(filled);
   return adopt(std::move(bytes));
+}
+
+Buffer::Buffer(const Mapping& mapping)
+    : view_(static_cast<const char*>(mapping.begin), mapping.size), mapped_(mapping.begin) {}
+
+Buffer::~Buffer() {
+  if (mapped_ != nullptr) ::munmap(mapped_, view_.size());
+}
+
+std::shared_ptr<const Buffer> Buffer::mapFile(int file, std::size_t size, std::string& error) {
+  if (size == 0) return copyOf({});
+  void* begin = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file, 0);
+  if (begin == MAP_FAILED) {
+    error = std::string("a file cannot be mapped: ") + std::strerror(errno);
+    return nullptr;
+  }
+  Buffer* made = nullptr;
+  try {
+    made = new Buffer(Mapping{begin, size});
+  } catch (...) {
+    ::munmap(begin, size);
+    throw;
+  }
+  return std::shared_ptr<const Buffer>(made);
 }
 
 }  // namespace host::message
