@@ -7,6 +7,8 @@ pkg_check_modules(RE2 REQUIRED IMPORTED_TARGET re2)
 find_package(spdlog REQUIRED)
 find_package(yaml-cpp REQUIRED)
 find_package(CLI11 REQUIRED)
+# Headers only.
+find_path(DTL_INCLUDE_DIR dtl/dtl.hpp REQUIRED)
 find_package(nlohmann_json REQUIRED)
 find_package(CURL REQUIRED)
 find_package(OpenSSL REQUIRED COMPONENTS Crypto)

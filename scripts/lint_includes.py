@@ -48,6 +48,7 @@ OUTSIDE = {
     "yaml-cpp": (r"^yaml-cpp/", ["gateway/policy"]),
     "RE2": (r"^re2/", ["gateway/policy", "bench"]),
     "CLI11": (r"^CLI/", ["gateway/cli"]),
+    "DTL": (r"^dtl/", ["gateway/cli"]),
     "nlohmann-json": (r"^nlohmann/", ["host/core", "host/delivery", "gateway", "tests"]),
     "GoogleTest": (r"^(gtest|gmock)/", ["tests"]),
     "Google Benchmark": (r"^benchmark/", ["bench"]),

@@ -20,6 +20,7 @@ using namespace gateway::cli;  // NOLINT(google-build-using-namespace): the prog
 constexpr char kExamples[] = R"(Examples:
   kavi run --policy policy.yaml mail.eml           what the policy does to one message
   kavi run --policy policy.yaml --out result inbox the same for a folder, results into result/
+  kavi run --policy policy.yaml --diff mail.eml    and how the message changes, decoded
   kavi run --policy policy.yaml --json - < mail    for programs: one JSON object per message
   kavi policy check policy.yaml                    errors and doubts, before it is used
   kavi expand '%SUBJECT% from %SENDER%' mail.eml   a template with its tokens replaced
@@ -63,6 +64,8 @@ void addRun(CLI::App& app, Arguments& arguments) {
   run->add_flag("--trusted", options.trusted,
                 "Reprocessing fields of the inputs count as if they were sealed: rules that they "
                 "name are skipped");
+  run->add_flag("--diff,-d", options.diff,
+                "Show how messages changed: header, texts and list of attachments, decoded");
   run->add_flag("--json", options.json, "One JSON object per message and line");
   run->add_flag("--verbose,-v", options.verbose,
                 "Show log lines, and what is wrong with a message's form");

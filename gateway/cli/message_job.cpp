@@ -69,6 +69,12 @@ void act(Message& message, const InputMessage& input, const JobSettings& setting
   if (!adapter.calls().empty()) noteFault(result, settings.out->record("calls.jsonl"));
 }
 
+void compareResult(const Message& message, const JobSettings& settings, MessageResult& result) {
+  if (result.outcome.verdict != engine::Verdict::Changed) return;
+  result.parts = changedParts(message.received(), message);
+  if (settings.diff) result.diff = messageDiff(message.received(), message);
+}
+
 /// What goes on: the message as it stands, or as it came when the run failed.
 void writeResult(const Message& message, std::shared_ptr<const Buffer> received,
                  const JobSettings& settings, MessageResult& result) {
@@ -112,6 +118,7 @@ void run(InputMessage& input, const JobSettings& settings, MessageResult& result
   message->setEnvelope(result.envelope.envelope);
   result.defects.assign(message->defects().begin(), message->defects().end());
   act(*message, input, settings, result);
+  compareResult(*message, settings, result);
   writeResult(*message, std::move(input.bytes), settings, result);
 }
 

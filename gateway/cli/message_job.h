@@ -9,6 +9,8 @@
 
 #include "gateway/cli/envelope.h"
 #include "gateway/cli/inputs.h"
+#include "gateway/cli/message_changes.h"
+#include "gateway/cli/message_diff.h"
 #include "gateway/cli/output_folder.h"
 #include "gateway/engine/engine.h"
 #include "host/core/log.h"
@@ -24,6 +26,7 @@ struct JobSettings {
   std::vector<std::string> recipients;
   const OutputFolder* out = nullptr;  ///< null: nothing is written
   std::string hostName;
+  bool diff = false;     ///< reports show the difference of messages that changed
   bool trusted = false;  ///< reprocessing fields of the input count as if they were sealed
 };
 
@@ -48,6 +51,9 @@ struct MessageResult {
   engine::Outcome outcome;
   std::vector<host::message::Defect> defects;
   std::vector<AdapterCall> calls;
+  /// Of a message that goes on changed: what changed and, when asked for, the difference.
+  std::vector<PartChange> parts;
+  std::vector<DiffSection> diff;
   /// Path of the resulting message; empty when none was written, or into an mbox.
   std::string output;
   std::size_t outputBytes = 0;

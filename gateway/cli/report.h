@@ -18,6 +18,9 @@ std::string textReport(const MessageResult& result, const Style& style, bool ver
 /// The same for programs: one line of JSON without its line break (docs/policy.md).
 std::string jsonReport(const MessageResult& result);
 
+/// What changed, part by part, and the difference when there is one: lines of `textReport`.
+std::string changesText(const MessageResult& result, const Style& style);
+
 /// Counts over all messages of a command.
 class Summary {
  public:

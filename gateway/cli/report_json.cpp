@@ -79,6 +79,30 @@ ordered_json toJson(const RuleReport& rule) {
           {"skipped", rule.skipped}, {"reached", rule.reached}, {"actions", std::move(actions)}};
 }
 
+void addParts(const MessageResult& result, ordered_json& json) {
+  ordered_json parts = ordered_json::array();
+  for (const PartChange& part : result.parts) {
+    ordered_json fields = ordered_json::array();
+    for (const FieldChange& field : part.fields) {
+      fields.push_back({{"name", field.name}, {"change", wordOf(field.kind)}});
+    }
+    parts.push_back({{"part", part.path},
+                     {"change", wordOf(part.kind)},
+                     {"name", part.name},
+                     {"type", part.type},
+                     {"fields", std::move(fields)},
+                     {"content", part.content},
+                     {"bytes_before", part.bytesBefore},
+                     {"bytes_after", part.bytesAfter}});
+  }
+  json["parts"] = std::move(parts);
+  for (const DiffSection& section : result.diff) {
+    ordered_json lines = ordered_json::array();
+    for (const DiffLine& line : section.lines) lines.push_back(line.mark + line.text);
+    json["diff"].push_back({{"title", section.title}, {"lines", std::move(lines)}});
+  }
+}
+
 void addRun(const MessageResult& result, ordered_json& json) {
   json["id"] = result.id;
   json["bytes"] = result.bytes;
@@ -109,6 +133,7 @@ void addRun(const MessageResult& result, ordered_json& json) {
     calls.push_back(std::move(entry));
   }
   json["calls"] = std::move(calls);
+  if (result.outcome.verdict == Verdict::Changed) addParts(result, json);
   json["verdict"] = wordOf(result.outcome.verdict);
   json["disposed"] = result.outcome.disposed;
   if (!result.outcome.failure.empty()) json["failure"] = result.outcome.failure;

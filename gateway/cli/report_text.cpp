@@ -104,6 +104,7 @@ class TextReport {
     for (const RuleReport& rule : result_.outcome.rules) writeRule(rule);
     if (result_.outcome.rules.empty()) row("rules", "none matched");
     row("verdict", verdict());
+    out_ += changesText(result_, style_);
     if (!result_.output.empty()) row("output", printable(result_.output));
     for (const AdapterCall& call : result_.calls) {
       if (!call.file.empty()) row("filed", printable(call.file));

@@ -160,6 +160,7 @@ int runCommand(const RunOptions& options) {
   settings.logLevel = options.verbose ? 3 : 2;
   settings.hostName = hostName();
   settings.trusted = options.trusted;
+  settings.diff = options.diff;
 
   Inputs inputs = Inputs::collect(options.inputs, options.out, adapterNames());
   inputs.protect(options.policy);

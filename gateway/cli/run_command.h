@@ -19,6 +19,7 @@ struct RunOptions {
   unsigned int jobs = 0;  ///< 0: as many as there are processors
   bool json = false;
   bool verbose = false;
+  bool diff = false;     ///< shows the difference of messages that changed
   bool trusted = false;  ///< reprocessing fields of the inputs count as if they were sealed
   bool quiet = false;    ///< leaves out messages that nothing happened to
   Colour colour = Colour::Auto;

@@ -35,6 +35,24 @@ std::optional<std::string> decodedSubject(const Message& message,
   return decodedText(plainUtf8(field->unfoldedValue(), charsets));
 }
 
+std::string contentAsUtf8(const Entity& entity, std::size_t limit) {
+  const std::string content = entity.decodedContent(limit);
+  const std::string declared = entity.contentTypeParameter("charset").value_or(std::string());
+  std::string utf8;
+  if (isUtf8(content) && (isAscii(content) || declared.empty()) && !isSevenBitNonAscii(declared)) {
+    return content;
+  }
+  // A limit may cut a character in two, which is no reason to take the text for another charset.
+  if (convertCharset(content, declared, "utf-8", OnMisfit::QuestionMark, OnMisfit::QuestionMark,
+                     utf8) == OVMSGERR::Ok) {
+    return utf8;
+  }
+  if (isUtf8(content)) return content;
+  convertCharset(content, "iso-8859-1", "utf-8", OnMisfit::QuestionMark, OnMisfit::QuestionMark,
+                 utf8);
+  return utf8;
+}
+
 bool isBodyText(const Entity& entity) {
   if (entity.kind() != OvMsgEntityKind::Leaf || !entity.contentType().starts_with("text/") ||
       entity.disposition() == "attachment" || entity.fileNameText()) {

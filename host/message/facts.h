@@ -1,6 +1,7 @@
 // What more than one reader asks of a message.
 #pragma once
 
+#include <cstddef>
 #include <initializer_list>
 #include <optional>
 #include <string>
@@ -17,6 +18,10 @@ class Message;
 /// then as ISO-8859-1.
 KAVI_API std::optional<std::string> decodedSubject(
     const Message& message, std::initializer_list<const char*> charsets = {});
+
+/// The first \p limit bytes of the content of a text part, in UTF-8. Bytes that are no text in its
+/// declared charset are read as UTF-8, or else as ISO-8859-1.
+KAVI_API std::string contentAsUtf8(const Entity& entity, std::size_t limit);
 
 /// Whether \p entity is what a reader sees as the body of the mail: a text outside nested messages
 /// that has no file name and is not declared an attachment.

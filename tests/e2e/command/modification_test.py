@@ -83,6 +83,50 @@ class ModificationTest(KaviTest):
         self.assertEqual((self.folder / "out" / call["file"]).read_bytes(), FILES)
         self.assertNotIn(b"tool.exe", message)
 
+    def test_the_report_says_what_changed_part_by_part(self):
+        policy = self.policy("{id: 1, when: {attachment_name: '*.exe'}, actions: "
+                             "[{delete_attachments: matching}, {tag_subject: '[社外] '}]}")
+        message = self.put("m.eml", FILES)
+        text = kavi("run", "--policy", policy, message).stdout.decode()
+        self.assertIn("  changes  header    Subject changed\n"
+                      "           part 1.2  removed: tool.exe, application/octet-stream, 2 bytes\n",
+                      text)
+        self.assertNotIn("@ header", text)
+        [report] = self.run_json("--policy", policy, message)
+        self.assertEqual([(part["part"], part["change"]) for part in report["parts"]],
+                         [("1", "changed"), ("1.2", "removed")])
+        self.assertNotIn("diff", report)
+
+    def test_the_difference_is_shown_decoded(self):
+        policy = self.policy("{id: 1, when: {attachment_name: '*.exe'}, actions: "
+                             "[{delete_attachments: matching}, {tag_subject: '[社外] '}]}")
+        message = self.put("m.eml", FILES)
+        text = kavi("run", "--policy", policy, "--diff", message).stdout.decode()
+        self.assertIn("  @ header\n   From: a@x.example\n   To: b@x.example\n  -Subject: files\n"
+                      "  +Subject: [社外] files\n", text)
+        self.assertIn("  @ attachments\n"
+                      "  -1.2  tool.exe  application/octet-stream  2 bytes\n"
+                      "   1.3  a.pdf  application/pdf  4 bytes\n", text)
+        coloured = kavi("run", "--policy", policy, "--diff", "--color", "always", message).stdout
+        self.assertIn("\x1b[32m+Subject: [社外] files\x1b[0m", coloured.decode())
+        [report] = self.run_json("--policy", policy, "--diff", message)
+        self.assertEqual([section["title"] for section in report["diff"]],
+                         ["header", "attachments"])
+        self.assertIn("+Subject: [社外] files", report["diff"][0]["lines"])
+
+    def test_an_unchanged_message_has_no_difference(self):
+        message = self.put("m.eml", FILES)
+        done = kavi("run", "--policy", self.policy(), "--diff", message)
+        self.assertNotIn(b"@ ", done.stdout)
+        [report] = self.run_json("--policy", self.policy(), "--diff", message)
+        self.assertNotIn("parts", report)
+
+    def test_a_difference_lets_no_control_bytes_through(self):
+        message = self.put("m.eml", b"Subject: \x1b[2J\x07\nX-A: \x9b\n\nx\n")
+        done = kavi("run", "--policy", self.always("{tag_subject: 'x'}"), "--diff", message)
+        self.assertIn(b"x\\x1B[2J\\x07", done.stdout)
+        self.assertFalse(any(byte < 32 and byte != 10 for byte in done.stdout))
+
     def test_a_stamp_is_read_from_a_file_beside_the_policy(self):
         self.put("texts/stamp.txt", "Care for %SENDER%\n")
         policy = self.put("policy.yaml", "stamps: [{name: s, file: texts/stamp.txt}]\n"

@@ -1,0 +1,44 @@
+// What distinguishes a message as it stands from the one that was received, part by part.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace host::message {
+class Entity;
+class Message;
+}  // namespace host::message
+
+namespace gateway::cli {
+
+enum class ChangeKind { Added, Removed, Changed };
+
+/// "added", "removed" or "changed".
+const char* wordOf(ChangeKind kind);
+
+struct FieldChange {
+  ChangeKind kind = ChangeKind::Changed;
+  std::string name;
+};
+
+/// A part that is not as it was. Parts that came or went with one around them have no entry.
+struct PartChange {
+  ChangeKind kind = ChangeKind::Changed;
+  std::string path;  ///< "1" for the message's own header and body
+  std::string name;  ///< declared file name; empty for none
+  std::string type;
+  std::vector<FieldChange> fields;  ///< of a changed part
+  bool content = false;             ///< whether a changed part's content changed
+  std::size_t bytesBefore = 0;      ///< of the content, decoded; 0 for what holds other parts
+  std::size_t bytesAfter = 0;
+};
+
+/// In the order of \p before, then what was added. Linear in both messages.
+std::vector<PartChange> changedParts(const host::message::Message& before,
+                                     const host::message::Message& after);
+
+/// Whether the two hold the same content, as transferred.
+bool sameContent(const host::message::Entity& before, const host::message::Entity& after);
+
+}  // namespace gateway::cli
