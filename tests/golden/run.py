@@ -5,9 +5,10 @@ usage: run.py KAVI [--update] [CASE...]
 
 A case is a folder beside this file: in.eml, policy.yaml, and what comes out: out.eml, or nothing
 when the message does not go on. `verdict` holds the verdict's word, `options` (optional) further
-options of `kavi run`, `settings.ini` (optional) its settings. What would be sent or filed stands under `filed`, as in the out folder. Fields that differ from run to run are masked: their names stand in
-`masked_fields`, one to a line. --update rewrites out.eml and verdict; its changes are read before
-they are committed.
+options of `kavi run`, `settings.ini` (optional) its settings. What would be sent or filed stands
+under `filed`, as in the out folder. What differs from run to run is masked: boundaries that the
+message library makes, and fields, whose names stand in `masked_fields`, one to a line. --update
+rewrites out.eml and verdict; its changes are read before they are committed.
 """
 import json
 import pathlib
@@ -27,7 +28,7 @@ def mask(message: bytes, fields: list[str]) -> bytes:
     for field in fields:
         pattern = rb"(?im)^(%s[ \t]*:)[^\n]*\n(?:[ \t][^\n]*\n)*" % re.escape(field.encode())
         message = re.sub(pattern, rb"\1 (masked)\n", message)
-    return message
+    return re.sub(rb"=_[0-9a-z]{32}\b", b"=_masked", message)
 
 
 def run_case(kavi: str, case: pathlib.Path) -> tuple[str, bytes | None, dict[str, bytes]]:

@@ -83,6 +83,31 @@ class ModificationTest(KaviTest):
         self.assertEqual((self.folder / "out" / call["file"]).read_bytes(), FILES)
         self.assertNotIn(b"tool.exe", message)
 
+    def test_each_message_and_each_use_gets_the_stamp_as_declared(self):
+        policy = self.put("policy.yaml", "stamps: [{name: s, text: stamp}]\n"
+                          "rules:\n- {id: 1, when: always, actions: [{stamp: s}]}\n"
+                          "- {id: 2, when: always, actions: [{stamp: s}]}\n")
+        config = self.put("kavi.ini", "[general]\nNumOfBlankLineBeforeStampMessage=1\n")
+        for number in range(20):
+            self.put(f"in/{number}.eml", PLAIN)
+        out = self.folder / "out"
+        for jobs in (1, 4):
+            self.run_json("--policy", policy, "--config", config, "--jobs", jobs, "--out", out,
+                          self.folder / "in")
+            for number in range(20):
+                self.assertEqual((out / f"{number}.eml").read_bytes(),
+                                 PLAIN + b"\nstamp\n\nstamp\n")
+
+    def test_a_stamp_and_its_difference(self):
+        policy = self.put("policy.yaml", "stamps: [{name: s, text: 'für %RCPTS%', position: top}]\n"
+                          "rules:\n- {id: 1, when: always, actions: [{stamp: s}]}\n")
+        message = self.put("m.eml", PLAIN)
+        text = kavi("run", "--policy", policy, "--diff", message).stdout.decode()
+        self.assertIn("  @ part 1, text/plain\n  +für b@x.example\n   body\n", text)
+        parsed = email.message_from_bytes(self.result(policy, PLAIN)[0],
+                                          policy=email.policy.default)
+        self.assertEqual(parsed.get_content(), "für b@x.example\nbody\n")
+
     def test_the_report_says_what_changed_part_by_part(self):
         policy = self.policy("{id: 1, when: {attachment_name: '*.exe'}, actions: "
                              "[{delete_attachments: matching}, {tag_subject: '[社外] '}]}")
