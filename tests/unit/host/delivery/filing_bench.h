@@ -1,6 +1,8 @@
 // What the tests of filing have in common.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <filesystem>
 #include <memory>
 #include <stdexcept>
@@ -20,6 +22,10 @@
 namespace testing_host {
 
 using Tokens = Kavi::TokenMap<Kavi::ScanToken>;
+
+/// The time that a test says it is, seconds since 1970.
+inline std::int64_t theTime = 0;
+inline std::int64_t testClock() { return theTime; }
 
 /// The answer of one adapter operation.
 struct Answer {
@@ -85,6 +91,18 @@ struct FilingBench {
   std::shared_ptr<FailingStore> store = std::make_shared<FailingStore>();
   host::delivery::DeliveryState state{ops, store};
   PlainMessage message{"Subject: hello\r\n\r\nbody\r\n"};
+};
+
+/// An adapter on such a state.
+class FilingTest : public ::testing::Test {
+ protected:
+  Answer quarantineIt() { return quarantine(adapter_, bench_.message, bench_.folder); }
+  Answer archiveIt(const std::string& area = "Sales") {
+    return archive(adapter_, bench_.message, bench_.folder, area);
+  }
+
+  FilingBench bench_;
+  host::delivery::LocalAdapter adapter_{bench_.state};
 };
 
 }  // namespace testing_host

@@ -1,20 +1,17 @@
 // Quarantine and archive on real folders, with an index in memory.
 #include "host/delivery/filing.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <ctime>
 
-#include "tests/unit/host/core/child.h"
 #include "tests/unit/host/delivery/filing_bench.h"
 
 namespace {
 
 using host::delivery::AdapterError;
-using host::delivery::LocalAdapter;
 using host::message::Buffer;
 using host::message::Message;
 using host::store::IndexEntry;
@@ -24,24 +21,11 @@ using testing_host::Answer;
 using testing_host::archive;
 using testing_host::contentOf;
 using testing_host::filesBelow;
-using testing_host::FilingBench;
-using testing_host::inChild;
-using testing_host::kNotPermitted;
 using testing_host::quarantine;
-using testing_host::TempFolder;
 using testing_host::Tokens;
 using Files = std::vector<std::string>;
 
-class Filing : public ::testing::Test {
- protected:
-  Answer quarantineIt() { return quarantine(adapter_, bench_.message, bench_.folder); }
-  Answer archiveIt(const std::string& area = "Sales") {
-    return archive(adapter_, bench_.message, bench_.folder, area);
-  }
-
-  FilingBench bench_;
-  LocalAdapter adapter_{bench_.state};
-};
+using Filing = testing_host::FilingTest;
 
 unsigned int modeOf(const std::string& path) {
   struct stat status {};
@@ -315,232 +299,6 @@ TEST_F(Filing, FlushesAFolderThatSomebodyElseMade) {
   bench_.ops.failCall(0, 0);
   ASSERT_TRUE(quarantineIt().ok());
   EXPECT_EQ(std::count(bench_.ops.calls().begin(), bench_.ops.calls().end(), "sync"), 4);
-}
-
-// Whatever fails: the error says so, no file stays, no row stays, and the next attempt succeeds.
-TEST_F(Filing, LeavesNothingWhereverAFileOperationFails) {
-  for (const bool archives : {false, true}) {
-    for (const auto& [errnoValue, error] :
-         {std::pair{ENOSPC, AdapterError::DiskFull}, std::pair{EROFS, AdapterError::ReadOnly},
-          std::pair{EACCES, AdapterError::Permission}, std::pair{EIO, AdapterError::InputOutput},
-          std::pair{EMFILE, AdapterError::TooManyFiles}}) {
-      int failures = 0;
-      for (unsigned int call = 1;; ++call) {
-        std::filesystem::remove_all(bench_.folder);
-        std::filesystem::create_directory(bench_.folder);
-        bench_.ops.failCall(call, errnoValue);
-        const Answer answer = archives ? archiveIt() : quarantineIt();
-        const bool fired = bench_.ops.fired();
-        bench_.ops.failCall(0, 0);
-        if (!fired) {
-          EXPECT_TRUE(answer.ok());
-          break;
-        }
-        if (answer.ok()) {
-          // Whether a name is free may stay open: the rename finds out.
-          EXPECT_EQ(errnoValue, EACCES) << call;
-          ASSERT_EQ(bench_.rows().size(), 1u);
-          ASSERT_EQ(bench_.store->removeEntry(bench_.rows()[0].row).error,
-                    host::store::StoreError::None);
-          continue;
-        }
-        ++failures;
-        EXPECT_EQ(answer.error, error) << call;
-        EXPECT_EQ(answer.path, "");
-        EXPECT_EQ(filesBelow(bench_.folder), Files{}) << call;
-        EXPECT_TRUE(bench_.rows().empty()) << call;
-      }
-      EXPECT_GT(failures, 8);
-      ASSERT_EQ(bench_.rows().size(), 1u);
-      ASSERT_EQ(bench_.store->removeEntry(bench_.rows()[0].row).error,
-                host::store::StoreError::None);
-    }
-  }
-}
-
-TEST_F(Filing, TellsEveryFaultOfTheIndexApart) {
-  using host::store::StoreError;
-  for (const auto& [fault, error] :
-       {std::pair{StoreError::Unavailable, AdapterError::IndexUnavailable},
-        std::pair{StoreError::Busy, AdapterError::IndexBusy},
-        std::pair{StoreError::Full, AdapterError::IndexFull},
-        std::pair{StoreError::ReadOnly, AdapterError::IndexReadOnly},
-        std::pair{StoreError::Permission, AdapterError::IndexPermission},
-        std::pair{StoreError::Damaged, AdapterError::IndexDamaged},
-        std::pair{StoreError::TooNew, AdapterError::IndexTooNew},
-        std::pair{StoreError::InputOutput, AdapterError::IndexFailed},
-        std::pair{StoreError::Internal, AdapterError::IndexFailed},
-        std::pair{StoreError::OutOfMemory, AdapterError::OutOfMemory}}) {
-    bench_.store->failAll(fault);
-    for (const Answer& answer : {quarantineIt(), archiveIt()}) {
-      EXPECT_NE(answer.result, 0);
-      EXPECT_EQ(answer.error, error);
-      EXPECT_EQ(answer.path, "");
-    }
-    EXPECT_EQ(adapter_.lastFault(), "the index is told to fail");
-    EXPECT_EQ(filesBelow(bench_.folder), Files{});
-  }
-  bench_.store->recover();
-  EXPECT_TRUE(quarantineIt().ok());
-}
-
-TEST_F(Filing, LeavesNoRowWhenTheIndexFailedOnlyBehindItsCommit) {
-  using Moment = testing_host::FailingStore::Moment;
-  bench_.store->failCall(1, Moment::Behind);
-  EXPECT_EQ(quarantineIt().error, AdapterError::IndexUnavailable);
-  EXPECT_TRUE(bench_.store->fired());
-  EXPECT_EQ(filesBelow(bench_.folder), Files{});
-  EXPECT_TRUE(bench_.rows().empty());
-}
-
-TEST_F(Filing, RemovesACopyWithItsRow) {
-  ASSERT_TRUE(quarantineIt().ok());
-  ASSERT_TRUE(quarantineIt().ok());
-  const auto rows = bench_.rows();
-  std::string fault;
-  EXPECT_EQ(bench_.state.filing()->remove(rows[0], fault), AdapterError::None);
-  EXPECT_EQ(filesBelow(bench_.folder), Files{"a/b/abc123~2.DF"});
-  EXPECT_EQ(bench_.rows().size(), 1u);
-  EXPECT_EQ(bench_.state.filing()->remove(rows[0], fault), AdapterError::None) << "gone is gone";
-  std::filesystem::rename(bench_.folder, bench_.temp / "elsewhere");
-  EXPECT_EQ(bench_.state.filing()->remove(rows[1], fault), AdapterError::MissingFolder);
-  EXPECT_EQ(bench_.rows().size(), 1u) << "its disk may not be mounted";
-  std::filesystem::rename(bench_.temp / "elsewhere", bench_.folder);
-  std::filesystem::remove(rows[1].path);
-  EXPECT_EQ(bench_.state.filing()->remove(rows[1], fault), AdapterError::None);
-  EXPECT_TRUE(bench_.rows().empty());
-}
-
-TEST_F(Filing, KeepsTheRowOfACopyThatCannotBeRemoved) {
-  ASSERT_TRUE(quarantineIt().ok());
-  const auto row = bench_.rows()[0];
-  std::string fault;
-  bench_.ops.failAll("openFolder", EACCES);
-  EXPECT_EQ(bench_.state.filing()->remove(row, fault), AdapterError::Permission);
-  EXPECT_EQ(bench_.rows().size(), 1u);
-  bench_.ops.failAll("", 0);
-  bench_.store->failAll(host::store::StoreError::Busy);
-  EXPECT_EQ(bench_.state.filing()->remove(row, fault), AdapterError::IndexBusy);
-  EXPECT_EQ(fault, "the index is told to fail");
-}
-
-TEST_F(Filing, LetsTheStateForgetOldEffectsOnly) {
-  const std::int64_t now = host::delivery::MessageEffects::systemClock();
-  constexpr std::int64_t kDay = 86'400;
-  for (const std::int64_t age : {29 * kDay, 31 * kDay}) {
-    host::store::EffectKey key;
-    key.effect.fill(static_cast<unsigned char>(age / kDay));
-    host::store::EffectAnswer answer;
-    ASSERT_TRUE(bench_.store->beginEffect(key, {"a", now - age, 60, {}}, answer).ok());
-  }
-  std::size_t dropped = 0;
-  std::string fault;
-  EXPECT_EQ(bench_.state.forgetOldEffects(dropped, fault), AdapterError::None);
-  EXPECT_EQ(dropped, 1u);
-  EXPECT_EQ(bench_.store->memory().effectCount(), 1u);
-  bench_.store->failAll(host::store::StoreError::Busy);
-  EXPECT_EQ(bench_.state.forgetOldEffects(dropped, fault), AdapterError::IndexBusy);
-  EXPECT_EQ(fault, "the index is told to fail");
-}
-
-TEST_F(Filing, FailsWithoutAnOpenState) {
-  host::delivery::DeliveryState closed;
-  LocalAdapter adapter(closed);
-  EXPECT_EQ(quarantine(adapter, bench_.message, bench_.folder).error, AdapterError::MissingFolder);
-  EXPECT_EQ(archive(adapter, bench_.message, bench_.folder, "x").error,
-            AdapterError::MissingFolder);
-}
-
-// What the system itself refuses, on the real store.
-
-struct RealAnswer {
-  AdapterError error;
-  bool clean;  ///< no file is there that was not there before
-};
-
-int asExitStatus(const Answer& answer, const std::string& folder) {
-  const bool empty = !std::filesystem::exists(folder) || filesBelow(folder).empty();
-  return answer.result == 0 || !empty ? 1 : static_cast<int>(answer.error);
-}
-
-int quarantineAsNobody(const TempFolder& temp, const std::string& folder) {
-  return inChild([&] {
-    if (!testing_host::becomeUnprivileged()) return kNotPermitted;
-    host::delivery::DeliveryState state;
-    if (state.open(temp / "open/state") != AdapterError::None) return 2;
-    LocalAdapter adapter(state);
-    testing_host::PlainMessage message;
-    const Answer answer = quarantine(adapter, message, folder);
-    return answer.result == 0 ? 0 : static_cast<int>(answer.error);
-  });
-}
-
-TEST(FilingLimits, TellsAnUnreadableAndAReadOnlyFolderApartFromAGoodOne) {
-  const TempFolder temp;
-  std::filesystem::create_directory(temp / "open");
-  ::chmod(temp.path().c_str(), 0755);
-  ::chmod((temp / "open").c_str(), 0777);
-  const auto with = [&](mode_t mode) {
-    const std::string folder = temp / std::to_string(mode);
-    std::filesystem::create_directory(folder);
-    ::chmod(folder.c_str(), mode);
-    const int result = quarantineAsNobody(temp, folder);
-    if (mode != 0777) {
-      EXPECT_TRUE(std::filesystem::is_empty(folder));
-    }
-    return result;
-  };
-  EXPECT_EQ(with(0777), 0);
-  EXPECT_EQ(with(0700), static_cast<int>(AdapterError::Permission)) << "unreadable";
-  EXPECT_EQ(with(0755), static_cast<int>(AdapterError::Permission)) << "not writable";
-  EXPECT_EQ(with(0766), static_cast<int>(AdapterError::Permission)) << "not to be entered";
-}
-
-TEST(FilingLimits, SaysThatTheDiskIsFullAndLeavesNothing) {
-  const TempFolder temp;
-  std::filesystem::create_directory(temp / "disk");
-  const int result = inChild([&] {
-    if (!testing_host::mountSmallDisk((temp / "disk").c_str(), "size=64k")) return kNotPermitted;
-    host::delivery::DeliveryState state;
-    if (state.open(temp / "state") != AdapterError::None) return 2;
-    LocalAdapter adapter(state);
-    testing_host::PlainMessage message(std::string(200'000, 'x'));
-    return asExitStatus(quarantine(adapter, message, temp / "disk"), temp / "disk");
-  });
-  if (result == kNotPermitted) GTEST_SKIP() << "this system lets nobody mount a disk";
-  EXPECT_EQ(result, static_cast<int>(AdapterError::DiskFull));
-}
-
-TEST(FilingLimits, SaysThatTheDiskIsReadOnly) {
-  const TempFolder temp;
-  std::filesystem::create_directory(temp / "disk");
-  const int result = inChild([&] {
-    if (!testing_host::mountSmallDisk((temp / "disk").c_str(), "size=64k,ro")) {
-      return kNotPermitted;
-    }
-    host::delivery::DeliveryState state;
-    if (state.open(temp / "state") != AdapterError::None) return 2;
-    LocalAdapter adapter(state);
-    testing_host::PlainMessage message;
-    return asExitStatus(quarantine(adapter, message, temp / "disk"), temp / "disk");
-  });
-  if (result == kNotPermitted) GTEST_SKIP() << "this system lets nobody mount a disk";
-  EXPECT_EQ(result, static_cast<int>(AdapterError::ReadOnly));
-}
-
-TEST(FilingLimits, SaysThatTheIndexIsDownAndLeavesNothing) {
-  const TempFolder temp;
-  std::filesystem::create_directory(temp / "q");
-  host::delivery::DeliveryState state;
-  ASSERT_EQ(state.open(temp / "state"), AdapterError::None);
-  std::filesystem::create_directory(temp / "state/store.sqlite");
-  LocalAdapter adapter(state);
-  testing_host::PlainMessage message;
-  EXPECT_EQ(quarantine(adapter, message, temp / "q").error, AdapterError::IndexUnavailable);
-  EXPECT_THAT(adapter.lastFault(), ::testing::HasSubstr(temp / "state/store.sqlite"));
-  EXPECT_EQ(filesBelow(temp / "q"), Files{});
-  std::filesystem::remove(temp / "state/store.sqlite");
-  EXPECT_TRUE(quarantine(adapter, message, temp / "q").ok()) << "back by itself";
 }
 
 }  // namespace

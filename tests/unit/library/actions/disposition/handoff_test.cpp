@@ -3,8 +3,8 @@
 #include <climits>
 #include <map>
 
-#include "library/platform/blob.h"
 #include "tests/fakes/fault_plan.h"
+#include "tests/unit/library/actions/disposition/blob_record.h"
 #include "tests/unit/library/library_test.h"
 
 namespace {
@@ -12,12 +12,6 @@ namespace {
 using fakes::FaultKind;
 using fakes::FaultPlan;
 using fakes::LogLines;
-
-std::string record(const std::map<std::string, std::string>& fields) {
-  std::string text;
-  Blob::writeBlob(text, fields);
-  return text;
-}
 
 class HandoffTest : public LibraryTest {
  protected:
