@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "host/message/address.h"
 #include "host/message/ascii.h"
 
 namespace host::message::mime {
@@ -81,6 +82,14 @@ std::size_t addressEnd(std::string_view value, std::size_t at) {
 
 void appendAddresses(std::string_view text, std::size_t limit, std::vector<Address>& result) {
   constexpr std::size_t kLongestAddress = 8192;
+  if (text.size() > kLongestAddress) {
+    // What the library could not be given whole: a long name must not cost the address behind it.
+    Address mailbox = splitMailbox(text);
+    if (isMailAddress(mailbox.address)) {
+      result.push_back(std::move(mailbox));
+      return;
+    }
+  }
   const Held<InternetAddressList> list(
       internet_address_list_parse(nullptr, asCString(text.substr(0, kLongestAddress)).c_str()));
   if (list == nullptr) return;

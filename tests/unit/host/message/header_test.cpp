@@ -1,8 +1,10 @@
 // Header fields: reading, setting, adding, removing.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
+#include "host/message/field_lookup.h"
 #include "library/platform/msgu.h"
 #include "library/platform/ov_msg_error.h"
 #include "library/platform/ov_msg_header.h"
@@ -77,6 +79,22 @@ TEST(HeaderField, DecodesWordsIntoTheCharsetOfTheFirst) {
     EXPECT_STREQ(subject->decodedValue(words), one.decoded) << one.value;
     EXPECT_EQ(words, one.words) << one.value;
     EXPECT_STREQ(subject->charset(), one.charset) << one.value;
+  }
+}
+
+TEST(HeaderField, GivesTheAddressBehindANameOfAnyLength) {
+  for (const std::size_t length : {8000u, 8192u, 20'000u}) {
+    const std::string name(length, 'n');
+    for (const std::string& value :
+         {name + " <a@example.com>", "\"" + name + ", x\" <a@example.com>",
+          "b@example.com, " + name + " <a@example.com>, c@example.com"}) {
+      const auto message = mail("To: " + value + "\n\n");
+      const auto fields = host::message::fieldsNamed(*message->firstEntity(), "to");
+      const auto found = host::message::addressList(*fields.at(0));
+      EXPECT_EQ(std::count(found.begin(), found.end(), "a@example.com"), 1)
+          << length << value.substr(0, 20);
+      EXPECT_EQ(found.size(), value[0] == 'b' ? 3u : 1u);
+    }
   }
 }
 
