@@ -27,6 +27,24 @@ mime::Address splitMailbox(std::string_view text) {
   return {decodedText(plain), std::string(address)};
 }
 
+std::vector<std::string_view> dividedAddresses(std::string_view text) {
+  std::vector<std::string_view> parts;
+  bool quoted = false;
+  std::size_t begin = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (quoted && text[i] == '\\') {
+      ++i;
+    } else if (text[i] == '"') {
+      quoted = !quoted;
+    } else if (text[i] == ';' && !quoted) {
+      parts.push_back(text.substr(begin, i - begin));
+      begin = i + 1;
+    }
+  }
+  parts.push_back(text.substr(begin));
+  return parts;
+}
+
 bool isMailAddress(std::string_view address) {
   if (address.empty() || address.front() == '@' || address.back() == '@') return false;
   bool quoted = false;

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "host/message/mime_values.h"
 
@@ -12,6 +13,10 @@ namespace host::message {
 /// stands. An empty text, or "<>", gives the empty address. A text
 /// that holds control bytes is not split: no part of it is an address.
 mime::Address splitMailbox(std::string_view text);
+
+/// The parts between the ";" of \p text. One within quotes divides nothing: quoted local parts may
+/// hold any character (RFC 5321 section 4.1.2).
+std::vector<std::string_view> dividedAddresses(std::string_view text);
 
 /// Whether \p address can stand between the brackets of an SMTP command: not empty, no control
 /// bytes, no brackets and, outside quotes, no white space, comma or semicolon. A missing domain is

@@ -9,7 +9,6 @@
 #include "library/platform/msgu.h"
 #include "library/platform/ov_msg_header.h"
 #include "library/platform/ov_msg_session_info.h"
-#include "library/platform/text_utils.h"
 
 namespace msgu {
 
@@ -74,9 +73,7 @@ bool setRcpt(OvMsgMailMessage* msg, const char* text, bool append) {
     if (message == nullptr || text == nullptr) return false;
     host::message::Envelope envelope = message->envelope();
     if (!append) envelope.recipients.clear();
-    std::vector<std::string> parts;
-    tokenize(text, parts, ';');
-    for (const std::string& part : parts) {
+    for (const std::string_view part : host::message::dividedAddresses(text)) {
       if (host::message::trimmed(part).empty()) continue;
       auto mailbox = host::message::splitMailbox(part);
       if (!host::message::isMailAddress(mailbox.address)) return false;

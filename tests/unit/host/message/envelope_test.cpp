@@ -120,5 +120,24 @@ TEST(SetRcpt, ReplacesOrAppends) {
   EXPECT_FALSE(msgu::setRcpt(message.get(), nullptr, false));
 }
 
+// What the envelope holds is written as one text and read again whenever recipients change.
+TEST(SetRcpt, DividesAtNoSemicolonWithinQuotes) {
+  const std::list<std::string> whole{"\"a;b\"@example.com", "\"c\\\";d\"@example.com",
+                                     "e@example.com"};
+  auto message = Message::create();
+  message->setEnvelope({"", {whole.begin(), whole.end()}, {}});
+  std::string text;
+  std::list<std::string> list;
+  ASSERT_TRUE(msgu::getRcpt(message.get(), text, list));
+  EXPECT_TRUE(msgu::setRcpt(message.get(), text.c_str(), false));
+  EXPECT_TRUE(msgu::getRcpt(message.get(), text, list));
+  EXPECT_EQ(list, whole);
+  EXPECT_TRUE(msgu::setRcpt(message.get(), "\"F; G\" <f@example.com>;", true));
+  EXPECT_TRUE(msgu::getRcpt(message.get(), text, list));
+  EXPECT_EQ(list.back(), "f@example.com");
+  EXPECT_FALSE(msgu::setRcpt(message.get(), "\"open;g@example.com", true));
+  EXPECT_EQ(message->envelope().recipients.size(), 4u);
+}
+
 }  // namespace
 }  // namespace message_test
