@@ -177,6 +177,9 @@ std::string withLineBreaks(std::string_view folded, std::string_view lineBreak) 
 void initialise() {
   static const bool done = [] {
     g_mime_init();
+    // Their classes are made here, and stay: read by several threads afterwards.
+    g_type_class_ref(INTERNET_ADDRESS_TYPE_MAILBOX);
+    g_type_class_ref(INTERNET_ADDRESS_TYPE_GROUP);
     return true;
   }();
   static_cast<void>(done);
