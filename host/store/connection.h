@@ -120,6 +120,8 @@ class ConnectionPool {
   virtual std::unique_ptr<Connection> take() = 0;
   /// Gives one back that is fit for further use.
   virtual void giveBack(std::unique_ptr<Connection> connection) = 0;
+  /// Closes those that wait: the database was away, and they with it.
+  virtual void dropIdle() = 0;
   /// Whether the database takes one writer at a time: waiting in the process is fair and cheap.
   virtual bool hasOneWriter() const = 0;
   /// What to call the store in messages; without secrets.

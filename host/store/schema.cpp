@@ -84,7 +84,9 @@ std::span<const SchemaStep> schemaSteps() {
 }
 
 void migrate(Connection& connection, std::span<const SchemaStep> steps) {
-  if (isCurrent(versionOf(connection), steps.size())) return;
+  // Without the lock, tables may appear between two looks; a version is looked at once.
+  const bool present = connection.countTables(kVersionTable) != 0;
+  if (present && isCurrent(versionOf(connection), steps.size())) return;
   Transaction transaction(connection, TransactionMode::Write);
   connection.lockTables();
   // Whoever held the lock before may have done it.

@@ -60,6 +60,7 @@ StoreStatus SqlStore::run(const char* doing, Access access, const Work& work) {
     if (connection != nullptr && (status.ok() || staysUsable(status.error))) {
       pool_->giveBack(std::move(connection));
     }
+    if (status.error == StoreError::Unavailable) pool_->dropIdle();
     if (!status.ok()) status.text = failureText(doing, pool_->location(), status.error, detail);
   } catch (const std::bad_alloc&) {
     status.error = StoreError::OutOfMemory;

@@ -80,6 +80,11 @@ void SqlitePool::giveBack(std::unique_ptr<Connection> connection) {
   if (idle_.size() < kIdleConnections) idle_.push_back(std::move(connection));
 }
 
+void SqlitePool::dropIdle() {
+  const std::lock_guard lock(mutex_);
+  idle_.clear();
+}
+
 SqlitePool::Identity SqlitePool::identity() const {
   struct stat status {};
   if (::stat(path_.c_str(), &status) != 0) return {};

@@ -24,7 +24,7 @@ class KAVI_API Store : public MessageIndex, public EffectLedger {
 /// All that one database keeps.
 class KAVI_API Database : public Store, public PolicyStore {};
 
-/// The database that \p location names: "sqlite:PATH".
+/// The database that \p location names: "sqlite:PATH" or "postgresql://...".
 /// \return null, with \p status saying why, when it names none. The database itself is not
 ///   touched.
 KAVI_API std::unique_ptr<Database> makeStore(const std::string& location, StoreStatus& status);

@@ -1,0 +1,206 @@
+#include "host/store/postgres_connection.h"
+
+#include <array>
+#include <new>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "host/store/dialect.h"
+#include "host/store/store_failure.h"
+
+namespace host::store {
+
+namespace {
+
+constexpr char kBeginRead[] = "BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY";
+constexpr char kBeginWrite[] = "BEGIN ISOLATION LEVEL READ COMMITTED READ WRITE";
+constexpr char kCountTables[] =
+    "SELECT count(*) FROM pg_catalog.pg_class WHERE relkind = 'r' AND "
+    "relnamespace = current_schema()::regnamespace";
+constexpr char kCountNamed[] =
+    "SELECT count(*) FROM pg_catalog.pg_class WHERE relkind = 'r' AND "
+    "relnamespace = current_schema()::regnamespace AND relname = convert_from($1, 'UTF8')";
+// Any number that other programs are unlikely to lock by.
+constexpr char kLockTables[] = "SELECT pg_advisory_xact_lock(7305806139250119)";
+
+struct ErrorClass {
+  std::string_view prefix;
+  StoreError error;
+};
+
+// The longest prefix that fits counts.
+constexpr ErrorClass kErrorClasses[] = {
+    {"53100", StoreError::Full},         {"53300", StoreError::Busy},
+    {"55P03", StoreError::Busy},         {"57014", StoreError::Busy},
+    {"40001", StoreError::Busy},         {"40P01", StoreError::Busy},
+    {"42501", StoreError::Permission},   {"25006", StoreError::ReadOnly},
+    {"58030", StoreError::InputOutput},  {"XX001", StoreError::Damaged},
+    {"XX002", StoreError::Damaged},      {"08", StoreError::Unavailable},
+    {"3D", StoreError::Unavailable},     {"57", StoreError::Unavailable},
+    {"53", StoreError::Unavailable},     {"28", StoreError::Permission},
+    {"23", StoreError::Conflict},        {"22", StoreError::InvalidArgument},
+    {"54", StoreError::InvalidArgument}, {"42", StoreError::Damaged},
+};
+
+// The first line says what happened; what follows points into the statement.
+std::string firstLine(const char* text) {
+  const std::string_view whole(text);
+  return std::string(whole.substr(0, whole.find('\n')));
+}
+
+// Runs `body`; what the database library throws becomes a failure of ours.
+template <class Body>
+auto translated(Body&& body) {
+  try {
+    return std::forward<Body>(body)();
+  } catch (const pqxx::broken_connection& fault) {
+    throw StoreFailure(StoreError::Unavailable, firstLine(fault.what()));
+  } catch (const pqxx::sql_error& fault) {
+    throw StoreFailure(postgresErrorOf(fault.sqlstate()), firstLine(fault.what()));
+  } catch (const pqxx::failure& fault) {
+    throw StoreFailure(StoreError::Internal, firstLine(fault.what()));
+  } catch (const std::logic_error& fault) {  // a column that holds something else
+    throw StoreFailure(StoreError::Damaged, firstLine(fault.what()));
+  }
+}
+
+std::string asHex(std::string_view bytes) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::string text = "\\x";
+  text.reserve(2 * bytes.size() + 2);
+  for (const char byte : bytes) {
+    const auto value = static_cast<unsigned char>(byte);
+    text += kDigits[value >> 4];
+    text += kDigits[value & 15];
+  }
+  return text;
+}
+
+class PostgresStatement final : public Statement {
+ public:
+  PostgresStatement(pqxx::nontransaction& session, const std::string& name)
+      : session_(session), name_(name) {}
+
+  void bind(std::int64_t number) override { values_.emplace_back(std::to_string(number)); }
+  void bind(std::string_view bytes) override {
+    constexpr std::size_t kMost = std::size_t{1} << 29;  // half a gigabyte: a value's limit in hex
+    if (bytes.size() > kMost) {
+      throw StoreFailure(StoreError::InvalidArgument, "a value of more than 512 MB");
+    }
+    values_.emplace_back(asHex(bytes));
+  }
+  void bindNull() override { values_.emplace_back(std::nullopt); }
+
+  bool next() override {
+    if (!rows_) {
+      execute();
+      return !rows_->empty();
+    }
+    ++row_;
+    return row_ < rows_->size();
+  }
+  int run() override {
+    execute();
+    return static_cast<int>(rows_->affected_rows());
+  }
+  bool isNull(int column) const override { return at(column).is_null(); }
+  std::int64_t number(int column) const override {
+    return translated([&] { return at(column).as<std::int64_t>(); });
+  }
+  std::string bytes(int column) const override {
+    return translated([&]() -> std::string {
+      const pqxx::field field = at(column);
+      return field.is_null() ? std::string() : pqxx::binarystring(field).str();
+    });
+  }
+
+ private:
+  pqxx::field at(int column) const { return (*rows_)[row_][column]; }
+
+  void execute() {
+    std::vector<const char*> parameters;
+    parameters.reserve(values_.size());
+    for (const auto& value : values_) parameters.push_back(value ? value->c_str() : nullptr);
+    translated([&] {
+      rows_ = session_.exec_prepared(name_, pqxx::prepare::make_dynamic_params(parameters));
+    });
+  }
+
+  pqxx::nontransaction& session_;
+  const std::string& name_;
+  std::vector<std::optional<std::string>> values_;
+  std::optional<pqxx::result> rows_;
+  pqxx::result::size_type row_ = 0;
+};
+
+}  // namespace
+
+StoreError postgresErrorOf(std::string_view sqlState) {
+  if (sqlState.empty()) return StoreError::Unavailable;
+  for (const ErrorClass& known : kErrorClasses) {
+    if (sqlState.substr(0, known.prefix.size()) == known.prefix) return known.error;
+  }
+  return StoreError::Internal;
+}
+
+PostgresConnection::PostgresConnection(const std::string& location, int lockTimeoutMs)
+    : connection_(translated([&] { return pqxx::connection(location); })),
+      quiet_(connection_),
+      session_(connection_) {
+  const std::string timeout = std::to_string(lockTimeoutMs);
+  for (const std::string& text :
+       {std::string("SET synchronous_commit = on"), "SET lock_timeout = " + timeout,
+        "SET idle_in_transaction_session_timeout = " + std::to_string(60'000)}) {
+    execute(text);
+  }
+}
+
+std::unique_ptr<Statement> PostgresConnection::statement(const char* text) {
+  auto name = names_.find(std::string_view(text));
+  if (name == names_.end()) {
+    const std::string next = "kavi" + std::to_string(names_.size());
+    translated([&] { connection_.prepare(next, text); });
+    name = names_.emplace(text, next).first;
+  }
+  return std::make_unique<PostgresStatement>(session_, name->second);
+}
+
+void PostgresConnection::execute(const std::string& text) {
+  translated([&] { session_.exec(text); });
+}
+
+void PostgresConnection::begin(TransactionMode mode) {
+  execute(mode == TransactionMode::Write ? kBeginWrite : kBeginRead);
+}
+
+void PostgresConnection::commit() { execute("COMMIT"); }
+
+void PostgresConnection::rollback() noexcept {
+  try {
+    session_.exec("ROLLBACK");
+  } catch (...) {
+    return;  // the connection is gone, and the transaction with it
+  }
+}
+
+void PostgresConnection::lockTables() { execute(kLockTables); }
+
+std::int64_t PostgresConnection::countTables() {
+  Query query(*this, kCountTables);
+  query.next();
+  return query.number(0);
+}
+
+std::int64_t PostgresConnection::countTables(const std::string& name) {
+  Query query(*this, kCountNamed);
+  query.bind(std::string_view(name));
+  query.next();
+  return query.number(0);
+}
+
+std::string PostgresConnection::inDialect(std::string_view text) const {
+  return withTypes(text, "BYTEA", "BIGINT GENERATED BY DEFAULT AS IDENTITY PRIMARY KEY");
+}
+
+}  // namespace host::store

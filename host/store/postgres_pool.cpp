@@ -1,0 +1,106 @@
+#include "host/store/postgres_pool.h"
+
+#include <libpq-fe.h>
+
+#include <map>
+#include <string_view>
+#include <utility>
+
+#include "host/store/postgres_connection.h"
+#include "host/store/schema.h"
+#include "host/store/store_failure.h"
+
+namespace host::store {
+
+namespace {
+
+constexpr std::size_t kIdleConnections = 8;
+constexpr char kConnectSeconds[] = "10";
+
+struct OptionsFree {
+  void operator()(PQconninfoOption* options) const { PQconninfoFree(options); }
+};
+
+// The parameters that `location` gives a value.
+std::map<std::string, std::string> parametersOf(const std::string& location) {
+  if (location.find('\0') != std::string::npos) {
+    throw StoreFailure(StoreError::InvalidArgument, "a NUL in the connection string");
+  }
+  char* fault = nullptr;
+  const std::unique_ptr<PQconninfoOption, OptionsFree> options(
+      PQconninfoParse(location.c_str(), &fault));
+  const std::unique_ptr<char, decltype(&PQfreemem)> reason(fault, &PQfreemem);
+  if (options == nullptr) {
+    // The reason repeats the text, which may hold a password.
+    throw StoreFailure(StoreError::InvalidArgument, "it is no connection string");
+  }
+  std::map<std::string, std::string> found;
+  for (const PQconninfoOption* option = options.get(); option->keyword != nullptr; ++option) {
+    if (option->val != nullptr) found[option->keyword] = option->val;
+  }
+  return found;
+}
+
+std::string quoted(const std::string& value) {
+  std::string text = "'";
+  for (const char byte : value) {
+    if (byte == '\'' || byte == '\\') text += '\\';
+    text += byte;
+  }
+  return text + "'";
+}
+
+std::string connectionString(const std::map<std::string, std::string>& parameters) {
+  std::string text;
+  for (const auto& [keyword, value] : parameters) text += keyword + "=" + quoted(value) + " ";
+  return text;
+}
+
+std::string shownText(const std::map<std::string, std::string>& parameters) {
+  const auto value = [&](const char* keyword) {
+    const auto found = parameters.find(keyword);
+    return found != parameters.end() ? found->second : std::string();
+  };
+  std::string text = "postgresql://" + value("host");
+  if (!value("port").empty()) text += ":" + value("port");
+  return text + "/" + value("dbname");
+}
+
+}  // namespace
+
+PostgresPool::PostgresPool(std::string location, int lockTimeoutMs)
+    : lockTimeoutMs_(lockTimeoutMs) {
+  std::map<std::string, std::string> parameters = parametersOf(location);
+  shown_ = shownText(parameters);
+  parameters.emplace("connect_timeout", kConnectSeconds);
+  parameters.emplace("application_name", "kavi");
+  parameters["client_encoding"] = "UTF8";
+  location_ = connectionString(parameters);
+}
+
+std::unique_ptr<Connection> PostgresPool::take() {
+  {
+    const std::lock_guard lock(mutex_);
+    if (!idle_.empty()) {
+      std::unique_ptr<Connection> connection = std::move(idle_.back());
+      idle_.pop_back();
+      return connection;
+    }
+  }
+  auto connection = std::make_unique<PostgresConnection>(location_, lockTimeoutMs_);
+  migrate(*connection, schemaSteps());
+  return connection;
+}
+
+void PostgresPool::giveBack(std::unique_ptr<Connection> connection) {
+  const std::lock_guard lock(mutex_);
+  if (idle_.size() < kIdleConnections) idle_.push_back(std::move(connection));
+}
+
+void PostgresPool::dropIdle() {
+  std::vector<std::unique_ptr<Connection>> dropped;
+  const std::lock_guard lock(mutex_);
+  dropped.swap(idle_);
+}
+
+}  // namespace host::store
