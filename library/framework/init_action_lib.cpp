@@ -13,6 +13,8 @@
 #include "library/actions/modification/tag_subject.h"
 #include "library/actions/modification/x_header.h"
 #include "library/framework/guard.h"
+#include "library/notification/feedback.h"
+#include "library/notification/notify.h"
 #include "library/tokens/action_utils.h"
 
 namespace {
@@ -21,10 +23,12 @@ using ClassInit = bool (*)(Kavi::GlobalSetting&, Kavi::LogMsg&);
 
 // The order is part of the interface: hosts see it in the sequence of settings read and logged.
 constexpr ClassInit kClassInits[] = {
-    &ActionUtils::init,         &ActArchive::init,          &ActVirusClean::init, &ActDelete::init,
-    &ActReaddress::init,        &ActDeleteAttachment::init, &ActPostpone::init,   &ActBcc::init,
-    &ActQuarantine::init,       &ActTagSubject::init,       &ActStamp::init,      &ActHandoff::init,
-    &ActInsertXHeaderTag::init, &ActIBEEncrypt::init,
+    &ActionUtils::init,   &ActArchive::init,   &ActVirusClean::init,
+    &ActDelete::init,     &ActReaddress::init, &ActDeleteAttachment::init,
+    &ActPostpone::init,   &ActBcc::init,       &ActQuarantine::init,
+    &ActTagSubject::init, &ActStamp::init,     &ActNotify::init,
+    &ActHandoff::init,    &ActPackwatch::init, &ActInsertXHeaderTag::init,
+    &ActIBEEncrypt::init,
 };
 
 }  // namespace

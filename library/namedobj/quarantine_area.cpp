@@ -3,6 +3,7 @@
 #include <cstddef>
 
 #include "library/framework/field_readers.h"
+#include "library/framework/field_writers.h"
 #include "library/framework/guard.h"
 
 namespace {
@@ -41,12 +42,8 @@ std::string uiQuarantineArea::serialize() {
     }
     std::string text;
     text.reserve(kResultReserve);
-    text = std::to_string(agingDays);
-    text += ':';
-    text += std::to_string(areaName.size());
-    text += ':';
-    text += areaName;
-    text += ':';
+    library::appendNumericField(text, agingDays);
+    library::appendStringField(text, areaName);
     return text;
   });
 }

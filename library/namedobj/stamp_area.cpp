@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "library/framework/field_readers.h"
+#include "library/framework/field_writers.h"
 #include "library/framework/guard.h"
 
 namespace {
@@ -20,13 +21,6 @@ bool readNumber(const char* text, char*& end, unsigned int& number) {
   }
   number = static_cast<unsigned int>(value);
   return true;
-}
-
-void appendField(std::string& text, const std::string& value) {
-  text += std::to_string(static_cast<unsigned int>(value.size()));
-  text += ':';
-  text += value;
-  text += ':';
 }
 
 }  // namespace
@@ -58,12 +52,10 @@ std::string uiStampArea::serialize() {
   return library::guarded("uiStampArea::serialize", std::string(), [&] {
     std::string text;
     text.reserve(kResultReserve);
-    text = std::to_string(insertPosition);
-    text += ':';
-    text += std::to_string(signedTnefMode);
-    text += ':';
-    appendField(text, stampText);
-    appendField(text, auxText);
+    library::appendNumericField(text, insertPosition);
+    library::appendNumericField(text, signedTnefMode);
+    library::appendStringField(text, stampText);
+    library::appendStringField(text, auxText);
     return text;
   });
 }

@@ -3,11 +3,10 @@
 #include <clocale>
 #include <cstring>
 #include <ctime>
-#include <memory>
-#include <type_traits>
 
 #include "library/actions/disposition/quarantine.h"
 #include "library/framework/kavi_action.h"
+#include "library/framework/locale_handle.h"
 #include "library/platform/msgu.h"
 #include "library/platform/ov_msg_error.h"
 #include "library/tokens/action_utils.h"
@@ -27,11 +26,6 @@ OvMsgMailMessage* readable(const OvMsgMailMessage& msg) {
 bool actionList(Kavi::TokenMap<ScanToken>& tokens, ScanToken raw, std::string& value) {
   return KaviAction::CreateActionTokenString(tokens.valueOrEmpty(raw).c_str(), value);
 }
-
-struct FreeLocale {
-  void operator()(locale_t handle) const { freelocale(handle); }
-};
-using LocaleHandle = std::unique_ptr<std::remove_pointer_t<locale_t>, FreeLocale>;
 
 using DateBuffer = char[256];
 

@@ -124,7 +124,7 @@ bool Entity::removeHeader(const char* name) {
 }
 
 bool Entity::removeHeaderAt(int index) {
-  if (index < 0 || index >= static_cast<int>(headers_.size())) {
+  if (platformCallFails() || index < 0 || index >= static_cast<int>(headers_.size())) {
     return false;
   }
   headers_.erase(headers_.begin() + index);
@@ -147,15 +147,42 @@ int Entity::setContent(const OvMsgResourceLocator* content, const char* contentT
   return facts_.contentAnswer;
 }
 
-int Entity::insertTextBody(const OvMsgResourceLocator* /*text*/, const char* /*contentType*/,
-                           const char* /*charset*/, const char* /*transferEncoding*/) {
-  return OVMSGERR::NotSupported;
+// The declarations stay as they are, so that a test sees what the library itself wrote.
+int Entity::insertTextBody(const OvMsgResourceLocator* text, const char* contentType,
+                           const char* charset, const char* transferEncoding) {
+  if (platformCallFails()) {
+    return OVMSGERR::MalformedText;
+  }
+  const Unswept unswept;
+  calls_.push_back("text '" + std::string(text->data(), text->size()) + "' " + contentType + " " +
+                   (charset != nullptr ? charset : "(null)") + " " + transferEncoding);
+  return facts_.textAnswer;
 }
-int Entity::insertChild(const OvMsgEntity* /*child*/, int /*position*/) {
-  return OVMSGERR::NotSupported;
+
+int Entity::insertChild(const OvMsgEntity* child, int position) {
+  if (platformCallFails()) {
+    return OVMSGERR::ForeignEntity;
+  }
+  const Unswept unswept;
+  calls_.push_back("child " + static_cast<const Entity*>(child)->label() + " " +
+                   std::to_string(position));
+  return facts_.childAnswer;
 }
-int Entity::attachMessage(const OvMsgMailMessage* /*message*/, int /*position*/) {
-  return OVMSGERR::NotSupported;
+
+// The entity becomes a multipart in its place.
+int Entity::attachMessage(const OvMsgMailMessage* message, int position) {
+  if (platformCallFails() || message == nullptr) {
+    return OVMSGERR::InvalidArgument;
+  }
+  const Unswept unswept;
+  calls_.push_back("attach " + std::to_string(position));
+  if (facts_.attachAnswer == OVMSGERR::Ok) {
+    facts_.attached = message;
+    if (Header* const type = findField("Content-Type")) {
+      type->assign("multipart/mixed");
+    }
+  }
+  return facts_.attachAnswer;
 }
 
 }  // namespace fakes

@@ -26,6 +26,10 @@ struct EntityFacts {
   int contentAnswer = 0;        ///< what setContent answers
   std::string content;          ///< "content type charset encoding", once it was set
   bool addsHeaders = true;      ///< what addHeader answers, and does
+  int textAnswer = 0;           ///< what insertTextBody answers; what it was given is in `calls`
+  int childAnswer = 0;          ///< the same of insertChild
+  int attachAnswer = 0;         ///< the same of attachMessage
+  const OvMsgMailMessage* attached = nullptr;  ///< the last message that was attached
 };
 
 /// An entity with header fields and children. A removed one stays allocated with the top one.

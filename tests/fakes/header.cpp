@@ -45,7 +45,9 @@ const char* Header::decodedValue(int& hadEncodedWords) const {
 const char* Header::rawValue() const {
   return platformCallFails() || !facts_.hasRawValue ? nullptr : handOut(facts_.raw);
 }
-const char* Header::address() const { return handOut(value_); }
+const char* Header::address() const {
+  return platformCallFails() || !facts_.hasValue ? nullptr : handOut(value_);
+}
 
 bool Header::accepts(const char* value, const char* charset) {
   if (platformCallFails()) {
@@ -78,8 +80,13 @@ int Header::setRawValue(const char* value, const char* charset) {
   return OVMSGERR::Ok;
 }
 
-int Header::setParameter(const char* /*name*/, const char* /*value*/) {
-  return OVMSGERR::NotSupported;
+int Header::setParameter(const char* name, const char* value) {
+  if (platformCallFails()) {
+    return OVMSGERR::InvalidArgument;
+  }
+  const Unswept unswept;
+  facts_.parameters.push_back(std::string(name) + "=" + value);
+  return facts_.parameterAnswer;
 }
 
 }  // namespace fakes

@@ -20,7 +20,9 @@ struct HeaderFacts {
   bool hasRawValue = true;
   std::string raw;            ///< the field's line, as the constructor or the last write left it
   unsigned int refusals = 0;  ///< how many of the coming writes fail
-  std::vector<std::string> writes;  ///< each attempt: "value [charset]", "raw [(null)]"
+  int parameterAnswer = 0;    ///< what setParameter answers
+  std::vector<std::string> parameters;  ///< "name=value" of those set
+  std::vector<std::string> writes;      ///< each attempt: "value [charset]", "raw [(null)]"
 };
 
 /// A field that keeps its name and value as they are given. A text that it hands out dies with the

@@ -3,6 +3,8 @@
 #include "library/platform/ov_msg_error.h"
 #include "library/platform/ov_msg_functions.h"
 #include "tests/fakes/fault_plan.h"
+#include "tests/fakes/handles.h"
+#include "tests/fakes/session.h"
 
 namespace fakes {
 
@@ -36,7 +38,14 @@ bool Message::isPgpSigned() const {
   facts_.calls.emplace_back("isPgpSigned");
   return facts_.pgpSigned;
 }
-OvMsgMailSessionInfo* Message::sessionInfo() const { return nullptr; }
+OvMsgMailSessionInfo* Message::sessionInfo() const {
+  if (platformCallFails() || !facts_.hasSession) {
+    return nullptr;
+  }
+  auto* const session = new Session(facts_);
+  ++Handles::instance().sessions;
+  return session;
+}
 
 int Message::insertText(OvMsgInsertPlace place, const OvMsgResourceLocator* text, int flags,
                         const char* sourceCharset, const char* destinationCharset) {

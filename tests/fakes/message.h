@@ -27,6 +27,12 @@ struct MessageFacts {
   std::list<OvMsgEntity*> ofLookedUpType;  ///< what findContentType finds
   bool lookupAnswer = true;                ///< what findContentType answers
   int insertionAnswer = 0;                 ///< what insertText answers
+  bool hasSession = true;                  ///< whether there is an envelope to be had
+  std::optional<std::string> sender;       ///< the envelope's; none: it was never set
+  std::string senderName;                  ///< the sender's display name
+  int senderAnswer = 0;                    ///< what setSender answers
+  bool hidesSenderAddress = false;         ///< the sender is there, its address is not
+  bool listsRecipients = true;             ///< what getRcpt answers
   std::vector<std::string> calls;          ///< "getSubject us-ascii (null)", "setRcpt a;b; append"
 };
 

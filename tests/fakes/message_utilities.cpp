@@ -107,6 +107,9 @@ bool getRcpt(OvMsgMailMessage* msg, std::string& text, std::list<std::string>& l
   if (!answers(msg, "getRcpt")) {
     return false;
   }
+  if (!factsOf(msg).listsRecipients) {
+    return false;
+  }
   list = factsOf(msg).recipients;
   for (const std::string& recipient : list) {
     text += recipient + ";";

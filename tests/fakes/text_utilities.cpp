@@ -52,7 +52,27 @@ bool conv(const char* text, const char* fromCharset, const char* toCharset, std:
   out.clear();
   error = fakes::platformCallFails() ? static_cast<int>(OVMSGERR::MalformedText)
                                      : fakes::convert(text, fromCharset, toCharset, out);
+  if (error == OVMSGERR::Ok && fakes::Conversions::instance().refuses(fromCharset, toCharset)) {
+    error = OVMSGERR::UnencodableText;
+    out.clear();
+  }
   return error == OVMSGERR::Ok;
+}
+
+char* conv(const char* text, const char* fromCharset, const char* toCharset, char* out,
+           unsigned int size, int& error, bool lossy) {
+  std::string converted;
+  *out = '\0';
+  if (!conv(text, fromCharset, toCharset, converted, error, lossy)) {
+    return nullptr;
+  }
+  if (converted.size() >= size) {
+    error = OVMSGERR::BufferTooSmall;
+    return nullptr;
+  }
+  converted.copy(out, size);
+  out[converted.size()] = '\0';
+  return out;
 }
 
 }  // namespace msgu

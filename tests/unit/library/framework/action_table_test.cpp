@@ -13,6 +13,7 @@
 #include "library/actions/modification/stamp.h"
 #include "library/actions/modification/tag_subject.h"
 #include "library/actions/modification/x_header.h"
+#include "library/notification/feedback.h"
 #include "tests/unit/library/library_test.h"
 
 namespace {
@@ -41,6 +42,7 @@ const Row kTable[] = {
     {"ActBcc", make<ActBcc>, 9, false, false, true, true},
     {"ActHandoff", make<ActHandoff>, 11, false, false, true, true},
     {"ActPostpone", make<ActPostpone>, 12, false, false, true, true},
+    {"ActPackwatch", make<ActPackwatch>, 16, false, false, true, true},
     {"ActInsertXHeaderTag", make<ActInsertXHeaderTag>, 18, false, false, true, true},
     {"ActIBEDecrypt", make<ActIBEDecrypt>, 20, false, false, true, true},
     {"ActIBEEncrypt", make<ActIBEEncrypt>, 21, false, false, true, true},
@@ -53,6 +55,7 @@ const Row kTable[] = {
     {"uiBcc", make<uiBcc>, 9, false, false, true, false},
     {"uiHandoff", make<uiHandoff>, 11, false, false, true, false},
     {"uiPostpone", make<uiPostpone>, 12, false, false, true, false},
+    {"uiPackwatch", make<uiPackwatch>, 16, false, false, true, false},
     {"uiInsertXHeaderTag", make<uiInsertXHeaderTag>, 18, false, false, false, false},
     {"uiIBEEncrypt", make<uiIBEEncrypt>, 21, false, false, true, false},
 };

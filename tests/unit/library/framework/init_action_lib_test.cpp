@@ -30,18 +30,32 @@ TEST_F(InitActionLibTest, StartsTheLibrarySettings) {
 // class that has any.
 TEST_F(InitActionLibTest, StartsTheClassesInTheirFixedOrder) {
   EXPECT_EQ(InitActionLib(settings, log), 1);
-  EXPECT_EQ(
-      settings.lookups(),
-      (Texts{"getString General-Notification/PreferredCharset",
-             "getString MessageModule/DefaultSourceCharset",
-             "getInt MessageModule/UseMailCharsetAsDestinationCharset",
-             "getInt MessageModule/UseUTF8AsPreferCharsetForStamp", "getString general/locale",
-             "getString general/queue_archive", "getString general/queue_quarantine",
-             "getInt MessageModule/TagDirectly", "getInt MessageModule/TagNotEncoding",
-             "getInt MessageModule/IgnoreInsertError", "getInt MessageModule/DisclaimerLineLimit",
-             "getInt general/NumOfBlankLineBeforeStampMessage",
-             "getInt MessageModule/InsertStampAsAttachment",
-             "getInt MessageModule/PreferCharsetAsUTF8", "getInt MessageModule/RemoveKaviMsgID"}));
+  EXPECT_EQ(settings.lookups(), (Texts{"getString General-Notification/PreferredCharset",
+                                       "getString MessageModule/DefaultSourceCharset",
+                                       "getInt MessageModule/UseMailCharsetAsDestinationCharset",
+                                       "getInt MessageModule/UseUTF8AsPreferCharsetForStamp",
+                                       "getString general/locale",
+                                       "getString general/queue_archive",
+                                       "getString general/queue_quarantine",
+                                       "getInt MessageModule/TagDirectly",
+                                       "getInt MessageModule/TagNotEncoding",
+                                       "getInt MessageModule/IgnoreInsertError",
+                                       "getInt MessageModule/DisclaimerLineLimit",
+                                       "getInt general/NumOfBlankLineBeforeStampMessage",
+                                       "getInt MessageModule/InsertStampAsAttachment",
+                                       "getInt MessageModule/PreferCharsetAsUTF8",
+                                       "getInt MessageModule/IgnoreSnmpError",
+                                       "getString General-Notification/SNMPServer",
+                                       "getString General-Notification/Community",
+                                       "getString General-Notification/SNMPVersion",
+                                       "getString General-Notification/MailFrom",
+                                       "getInt General-Notification/NotificationSkipScan",
+                                       "getInt General-Notification/NotificationHideRecipients",
+                                       "getInt General-Notification/NotificationGetSenderFromMIME",
+                                       "getInt kavi_manager/scanner_id",
+                                       "getInt General-Notification/AddMsgIdInPolicyNotify",
+                                       "getInt MessageModule/RemoveKaviMsgID",
+                                       "getString general/queue_notify"}));
 }
 
 TEST_F(InitActionLibTest, LogsToTheLogOfTheLastStart) {
