@@ -44,21 +44,23 @@ int LocalAdapter::postponeMessage(unsigned int& error, OvMsgMailMessage* msg,
                                   unsigned char fromHour, unsigned char fromMinute,
                                   unsigned char toHour, unsigned char toMinute) {
   if (msg == nullptr) return finish(error, AdapterError::InvalidArgument);
-  return finish(error, effects_.once("postpone", kShortLeaseSeconds, [&] {
+  return spool(error, kPostponedKind, [&](const SpoolSlot& slot) {
     SpoolEntry entry;
     entry.kind = kPostponedKind;
     entry.queuedAt = std::time(nullptr);
     entry.window = {fromHour, fromMinute, toHour, toMinute};
-    std::string id;
-    return state_.spool().put(std::move(entry), *msg, id);
-  }));
+    return outbox_.file(std::move(entry), *msg, slot);
+  });
 }
 
 int LocalAdapter::handoffMessage(unsigned int& error, OvMsgMailMessage* msg, const char* host,
                                  int port) {
   if (msg == nullptr || host == nullptr) return finish(error, AdapterError::InvalidArgument);
   return finish(error, effects_.once("handoff", outbox_.handOffLeaseSeconds(),
-                                     [&] { return outbox_.handOff(*msg, host, port); }));
+                                     [&](const MessageEffects::Ticket& ticket) {
+                                       return outbox_.handOff(*msg, host, port,
+                                                              ticket.isTakenOver());
+                                     }));
 }
 
 int LocalAdapter::resendMessage(unsigned int& error, OvMsgMailMessage* msg, int /*flag*/) {
@@ -71,8 +73,23 @@ int LocalAdapter::deliverMessage(unsigned int& error, OvMsgMailMessage* msg) {
 
 int LocalAdapter::queue(unsigned int& error, const OvMsgMailMessage* msg, const char* kind) {
   if (msg == nullptr) return finish(error, AdapterError::InvalidArgument);
-  return finish(error, effects_.once(kind, kShortLeaseSeconds,
-                                     [&] { return outbox_.queue(*msg, kind, passes_); }));
+  return spool(error, kind,
+               [&](const SpoolSlot& slot) { return outbox_.queue(*msg, kind, passes_, slot); });
+}
+
+// The id is chosen before the effect is begun, so that a retry can look for what was filed.
+template <class Body>
+int LocalAdapter::spool(unsigned int& error, const char* operation, Body&& body) {
+  return finish(error, guardedOutcome([&] {
+                  SpoolSlot slot{Spool::newId(), {}};
+                  return effects_.once(
+                      operation, kShortLeaseSeconds,
+                      [&](const MessageEffects::Ticket& ticket) {
+                        if (ticket.isTakenOver()) slot.earlier = ticket.answer.result;
+                        return body(slot);
+                      },
+                      slot.id);
+                }));
 }
 
 }  // namespace host::delivery

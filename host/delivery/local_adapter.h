@@ -60,6 +60,9 @@ class KAVI_API LocalAdapter final : public OvIsAdapter, public MessageRun {
                     std::string& stored);
 
   int queue(unsigned int& error, const OvMsgMailMessage* msg, const char* kind);
+  /// One effect that puts something into the spool. \param body  takes its SpoolSlot
+  template <class Body>
+  int spool(unsigned int& error, const char* operation, Body&& body);
 
   DeliveryState& state_;
   MessageEffects effects_;

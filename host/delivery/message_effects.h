@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 #include "host/delivery/adapter_error.h"
 #include "host/delivery/adapter_guard.h"
@@ -60,12 +61,23 @@ class KAVI_API MessageEffects {
 
   /// Brings an effect about by \p body, which answers an AdapterError, unless it happened before.
   /// An effect that cannot be written down as done has happened all the same: success.
+  /// \param body  may take the ticket: one that is taken over may have happened, too, and its
+  /// answer
+  ///   says what the earlier attempt intended.
+  /// \param intended  as in `begin`
   template <class Body>
-  AdapterError once(std::string_view operation, std::int64_t leaseSeconds, Body&& body) {
+  AdapterError once(std::string_view operation, std::int64_t leaseSeconds, Body&& body,
+                    const std::string& intended = {}) {
     Ticket ticket;
-    AdapterError outcome = begin(operation, leaseSeconds, {}, ticket);
+    AdapterError outcome = begin(operation, leaseSeconds, intended, ticket);
     if (outcome != AdapterError::None || ticket.isDone()) return outcome;
-    outcome = guardedOutcome(body);
+    outcome = guardedOutcome([&] {
+      if constexpr (std::is_invocable_v<Body&, const Ticket&>) {
+        return body(ticket);
+      } else {
+        return body();
+      }
+    });
     if (outcome == AdapterError::None) {
       finish(ticket, {});
     } else {

@@ -55,17 +55,21 @@ AdapterError Outbox::refuse(const OvMsgMailMessage& msg, const SmtpOutcome& outc
   if (log_ != nullptr && log_->getLevel() >= kFailures) {
     log_->write(kFailures, "Message %s was not sent: %s.", core::printable(idOf(msg)).c_str(),
                 outcome.text().c_str());
-    if (outcome.isUncertain()) {
-      log_->write(kFailures,
-                  "Message %s is possibly doubled: the server may have taken it, and the sender "
-                  "will try again.",
-                  core::printable(idOf(msg)).c_str());
-    }
+  }
+  if (outcome.isUncertain()) {
+    warnOfDouble(msg, "the server may have taken it, and the sender will try again");
   }
   return outcome.error;
 }
 
-AdapterError Outbox::queue(const OvMsgMailMessage& msg, const char* kind, unsigned int passes) {
+void Outbox::warnOfDouble(const OvMsgMailMessage& msg, const char* why) const {
+  if (log_ == nullptr || log_->getLevel() < kFailures) return;
+  log_->write(kFailures, "Message %s is possibly doubled: %s.", core::printable(idOf(msg)).c_str(),
+              why);
+}
+
+AdapterError Outbox::queue(const OvMsgMailMessage& msg, const char* kind, unsigned int passes,
+                           const SpoolSlot& slot) {
   if (settings_ == nullptr) return AdapterError::NotAvailable;
   const bool rescan = std::strcmp(kind, kResentKind) == 0;
   const SmtpDestination& to = rescan ? settings_->scan : settings_->plain;
@@ -79,12 +83,22 @@ AdapterError Outbox::queue(const OvMsgMailMessage& msg, const char* kind, unsign
   entry.queuedAt = std::time(nullptr);
   entry.window = kAnyTime;
   entry.passes = passes;
-  std::string id;
-  return spool_.put(std::move(entry), msg, id);
+  return file(std::move(entry), msg, slot);
 }
 
-AdapterError Outbox::handOff(const OvMsgMailMessage& msg, std::string host, int port) {
+AdapterError Outbox::file(SpoolEntry entry, const OvMsgMailMessage& msg, const SpoolSlot& slot) {
+  if (!slot.earlier.empty()) {
+    SpoolEntry filed;
+    const AdapterError found = spool_.readHead(slot.earlier, filed);
+    if (found != AdapterError::NotFound) return found;
+    warnOfDouble(msg, "an earlier attempt to file it was cut off, and it may have been sent since");
+  }
+  return spool_.putAs(slot.id, std::move(entry), msg);
+}
+
+AdapterError Outbox::handOff(const OvMsgMailMessage& msg, std::string host, int port, bool tried) {
   if (settings_ == nullptr) return AdapterError::NotAvailable;
+  if (tried) warnOfDouble(msg, "an earlier attempt to hand it off was cut off");
   const bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
   if (bracketed) host = host.substr(1, host.size() - 2);
   SmtpDestination to;

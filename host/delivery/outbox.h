@@ -12,6 +12,12 @@
 
 namespace host::delivery {
 
+/// An entry's place in the spool, and what is known of an earlier attempt at it.
+struct SpoolSlot {
+  std::string id;       ///< from Spool::newId
+  std::string earlier;  ///< that an attempt which was cut off had; empty when there was none
+};
+
 /// Files messages for submission, and hands messages off. Nothing is submitted from here: whoever
 /// waits for the present message to be done may be the same mail system that would take the new
 /// one. One thread at a time.
@@ -26,16 +32,25 @@ class KAVI_API Outbox {
   /// carry, no recipients, no server to send to) is refused here, while somebody can still act.
   /// \param kind    kResentKind or kDeliveredKind
   /// \param passes  those through scanning that it has behind it
-  AdapterError queue(const OvMsgMailMessage& msg, const char* kind, unsigned int passes);
+  /// \param slot    where in the spool
+  AdapterError queue(const OvMsgMailMessage& msg, const char* kind, unsigned int passes,
+                     const SpoolSlot& slot);
+
+  /// Files \p entry in the spool under the id of \p slot. What an earlier attempt filed and is
+  /// still there counts instead; of one that was cut off and left nothing, the log says that the
+  /// message may be doubled: it may have been sent meanwhile.
+  AdapterError file(SpoolEntry entry, const OvMsgMailMessage& msg, const SpoolSlot& slot);
 
   /// Sends \p msg to \p host and \p port within the deadline that the settings give, without its
   /// reprocessing fields. \param host  a name or an address; an IPv6 address may have brackets
-  AdapterError handOff(const OvMsgMailMessage& msg, std::string host, int port);
+  /// \param tried  an earlier attempt was cut off and may have succeeded: the log says so
+  AdapterError handOff(const OvMsgMailMessage& msg, std::string host, int port, bool tried);
 
   /// How long one hand-off may be under way at most.
   std::int64_t handOffLeaseSeconds() const;
 
  private:
+  void warnOfDouble(const OvMsgMailMessage& msg, const char* why) const;
   AdapterError refuse(const OvMsgMailMessage& msg, const SmtpOutcome& outcome) const;
   SmtpOutcome send(const OvMsgMailMessage& msg, const SmtpDestination& to) const;
 

@@ -58,13 +58,21 @@ AdapterError Spool::open(const std::string& path) {
 
 AdapterError Spool::put(SpoolEntry entry, const OvMsgMailMessage& msg, std::string& id) {
   return guardedOutcome([&] {
-    if (!folder_.isOpen()) return AdapterError::MissingFolder;
-    std::string newId = core::makeUniqueId();
-    const AdapterError outcome = store(entry, msg, fileNameOf(newId));
-    if (outcome == AdapterError::None) id.swap(newId);
+    std::string made = newId();
+    const AdapterError outcome = putAs(made, std::move(entry), msg);
+    if (outcome == AdapterError::None) id.swap(made);
     return outcome;
   });
 }
+
+AdapterError Spool::putAs(const std::string& id, SpoolEntry entry, const OvMsgMailMessage& msg) {
+  return guardedOutcome([&] {
+    if (!folder_.isOpen()) return AdapterError::MissingFolder;
+    return isId(id) ? store(entry, msg, fileNameOf(id)) : AdapterError::InvalidArgument;
+  });
+}
+
+std::string Spool::newId() { return core::makeUniqueId(); }
 
 AdapterError Spool::store(SpoolEntry& entry, const OvMsgMailMessage& msg, const std::string& name) {
   const char* messageId = msg.id();

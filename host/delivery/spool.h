@@ -37,6 +37,10 @@ class KAVI_API Spool {
   /// from the message.
   /// \param id  receives the new entry's id; left as it was on failure, when nothing is stored.
   AdapterError put(SpoolEntry entry, const OvMsgMailMessage& msg, std::string& id);
+  /// The same under an id that the caller had from `newId`, once.
+  AdapterError putAs(const std::string& id, SpoolEntry entry, const OvMsgMailMessage& msg);
+  /// An id for an entry; no two are the same. \throw std::system_error without randomness
+  static std::string newId();
 
   /// Replaces \p ids by those of the waiting entries, the oldest first.
   AdapterError list(std::vector<std::string>& ids) const;

@@ -204,6 +204,27 @@ TEST_F(AdapterSending, WithoutSettingsNothingIsSent) {
   EXPECT_EQ(error, static_cast<unsigned int>(AdapterError::NotAvailable));
 }
 
+// A process that was killed behind the server's answer, before it could write that down.
+TEST_F(AdapterSending, HandOffThatWasCutOffIsPossiblyDoubled) {
+  const Kavi::TokenMap<Kavi::ScanToken> tokens;
+  MessageEffects killed(state_.store(), [] { return MessageEffects::systemClock() - 1000; });
+  ASSERT_EQ(killed.beginMessage(message_, message_.bytes()), AdapterError::None);
+  ASSERT_EQ(killed.beginAction(15, 0, "7"), AdapterError::None);
+  MessageEffects::Ticket ticket;
+  ASSERT_EQ(killed.begin("handoff", 60, {}, ticket), AdapterError::None);
+  SmtpSink sink;
+  for (int time = 0; time < 2; ++time) {
+    LocalAdapter adapter(state_, &settings_, &log_);
+    ASSERT_EQ(adapter.beginMessage(message_, message_.bytes(), tokens), AdapterError::None);
+    ASSERT_EQ(adapter.beginAction(15, 0, "7"), AdapterError::None);
+    unsigned int error = 99;
+    EXPECT_EQ(adapter.handoffMessage(error, &message_, "127.0.0.1", sink.port()), 0);
+    ASSERT_EQ(adapter.finalAnswer(FinalAnswer::TemporaryFailure), AdapterError::None);
+  }
+  EXPECT_THAT(sink.messages(), SizeIs(1));
+  EXPECT_THAT(log_.takeLines(1), ElementsAre(HasSubstr("is possibly doubled")));
+}
+
 TEST_F(AdapterSending, HandOffShowsNoReprocessingFields) {
   SmtpSink sink;
   auto message = host::message::Message::parse(host::message::Buffer::copyOf(

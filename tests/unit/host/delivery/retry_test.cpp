@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "host/delivery/message_effects.h"
+#include "tests/fakes/capturing_log.h"
 #include "tests/unit/host/delivery/filing_bench.h"
 
 namespace {
@@ -117,20 +118,17 @@ TEST_F(RetryTest, FailsWhenTheEarlierCopyCannotBeLookedFor) {
   EXPECT_GT(failures, 5);
 }
 
-// A process that was killed between the file of a quarantined message and its row.
+// A process that was killed at an effect; its lease is over.
 class KilledAttempt {
  public:
-  KilledAttempt(FilingBench& bench, const std::string& leftOver)
+  KilledAttempt(FilingBench& bench, const std::string& operation, const std::string& intended)
       : effects_(bench.store.get(), testClock) {
     PlainMessage message("Subject: x\r\n\r\n");
     message.setEnvelope("a@example.org", {"b@example.org"});
     theTime = MessageEffects::systemClock() - kShortLeaseSeconds;
     EXPECT_EQ(effects_.beginMessage(message, message.bytes()), AdapterError::None);
     EXPECT_EQ(effects_.beginAction(15, 0, "7"), AdapterError::None);
-    EXPECT_EQ(effects_.begin("quarantine", kShortLeaseSeconds, leftOver, ticket_),
-              AdapterError::None);
-    std::filesystem::create_directories(std::filesystem::path(leftOver).parent_path());
-    testing_host::writeFile(leftOver, message.bytes());
+    EXPECT_EQ(effects_.begin(operation, kShortLeaseSeconds, intended, ticket_), AdapterError::None);
   }
 
   std::optional<host::store::MessageIndex::Finishes> finishes(const std::string& path) const {
@@ -142,9 +140,16 @@ class KilledAttempt {
   MessageEffects::Ticket ticket_;
 };
 
+// Between the file of a quarantined message and its row.
+KilledAttempt killedBehindFile(FilingBench& bench, const std::string& leftOver) {
+  std::filesystem::create_directories(std::filesystem::path(leftOver).parent_path());
+  testing_host::writeFile(leftOver, "Subject: x\r\n\r\n");
+  return {bench, "quarantine", leftOver};
+}
+
 TEST_F(RetryTest, ClearsAwayWhatAKilledAttemptLeft) {
   const std::string leftOver = bench_.folder + "/k/i/killed.DF";
-  const KilledAttempt killed(bench_, leftOver);
+  const KilledAttempt killed = killedBehindFile(bench_, leftOver);
   const Result retry = attempt("retry", FinalAnswer::Accepted);
   EXPECT_TRUE(retry.quarantined.ok());
   EXPECT_EQ(filesBelow(bench_.folder), (Files{"Sales/retry.eml", "r/e/retry.DF"}));
@@ -159,7 +164,7 @@ TEST_F(RetryTest, ClearsAwayWhatAKilledAttemptLeft) {
 
 TEST_F(RetryTest, LeavesACopyWithARowToItsRow) {
   const std::string adopted = bench_.folder + "/k/i/killed.DF";
-  const KilledAttempt killed(bench_, adopted);
+  const KilledAttempt killed = killedBehindFile(bench_, adopted);
   host::store::IndexEntry entry;
   entry.path = adopted;
   bool added = false;
@@ -167,6 +172,70 @@ TEST_F(RetryTest, LeavesACopyWithARowToItsRow) {
   EXPECT_TRUE(attempt("retry", FinalAnswer::Accepted).quarantined.ok());
   EXPECT_TRUE(std::filesystem::exists(adopted));
 }
+
+// The operations that put a message into the spool.
+class SpoolRetry : public RetryTest, public ::testing::WithParamInterface<const char*> {
+ protected:
+  SpoolRetry() { settings_.scan.host = settings_.plain.host = "192.0.2.1"; }
+
+  // \return what is in the spool afterwards
+  std::vector<std::string> attempt() {
+    PlainMessage message("Subject: x\r\n\r\n");
+    message.setEnvelope("a@example.org", {"b@example.org"});
+    LocalAdapter adapter(bench_.state, &settings_, &log_);
+    const Tokens tokens;
+    EXPECT_EQ(adapter.beginMessage(message, message.bytes(), tokens), AdapterError::None);
+    EXPECT_EQ(adapter.beginAction(15, 0, "7"), AdapterError::None);
+    unsigned int error = 99;
+    if (GetParam() == std::string(kPostponedKind)) {
+      adapter.postponeMessage(error, &message, 8, 30, 9, 30);
+    } else if (GetParam() == std::string(kResentKind)) {
+      adapter.resendMessage(error, &message, 1);
+    } else {
+      adapter.deliverMessage(error, &message);
+    }
+    EXPECT_EQ(error, 0u);
+    EXPECT_EQ(adapter.finalAnswer(FinalAnswer::TemporaryFailure), AdapterError::None);
+    std::vector<std::string> ids;
+    EXPECT_EQ(bench_.state.spool().list(ids), AdapterError::None);
+    return ids;
+  }
+
+  DeliverySettings settings_;
+  fakes::CapturingLog log_;
+};
+
+TEST_P(SpoolRetry, FindsTheMessageThere) {
+  const auto ids = attempt();
+  EXPECT_EQ(ids.size(), 1u);
+  EXPECT_EQ(attempt(), ids);
+  ASSERT_EQ(bench_.state.spool().remove(ids[0]), AdapterError::None);
+  EXPECT_TRUE(attempt().empty()) << "sent is sent";
+  EXPECT_TRUE(log_.takeLines(1).empty());
+}
+
+TEST_P(SpoolRetry, TakesWhatAKilledAttemptLeftThere) {
+  const std::string id = Spool::newId();
+  const KilledAttempt killed(bench_, GetParam(), id);
+  SpoolEntry entry;
+  entry.kind = GetParam();
+  ASSERT_EQ(bench_.state.spool().putAs(id, entry, bench_.message), AdapterError::None);
+  EXPECT_EQ(attempt(), std::vector<std::string>{id});
+  EXPECT_EQ(attempt(), std::vector<std::string>{id});
+  EXPECT_TRUE(log_.takeLines(1).empty());
+}
+
+TEST_P(SpoolRetry, SaysThatAMessageMayBeDoubled) {
+  const KilledAttempt killed(bench_, GetParam(), Spool::newId());
+  EXPECT_EQ(attempt().size(), 1u);
+  const auto lines = log_.takeLines(1);
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_NE(lines[0].find("is possibly doubled"), std::string::npos) << lines[0];
+}
+
+INSTANTIATE_TEST_SUITE_P(All, SpoolRetry,
+                         ::testing::Values(kPostponedKind, kResentKind, kDeliveredKind),
+                         [](const auto& kind) { return std::string(kind.param); });
 
 TEST_F(RetryTest, WaitsWhileAnotherAttemptIsAtIt) {
   PlainMessage message("Subject: x\r\n\r\n");
