@@ -11,7 +11,6 @@ namespace host::delivery {
 
 namespace {
 
-constexpr char kSpoolFolder[] = "/spool";
 constexpr char kDecisionsFile[] = "decisions.jsonl";
 constexpr char kStoreFile[] = "/store.sqlite";
 // Longer than any sender tries (RFC 5321 section 4.5.4.1 speaks of four to five days).
@@ -31,7 +30,7 @@ AdapterError DeliveryState::open(const std::string& path) {
           std::make_shared<store::SqliteStore>(path + kStoreFile, store::SqliteOptions{}, ops_);
     }
     filing_ = std::make_unique<Filing>(*store_, ops_);
-    return spool_.open(path + kSpoolFolder);
+    return spool_.open(spoolPath(path));
   });
 }
 

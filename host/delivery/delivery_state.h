@@ -24,6 +24,9 @@ class KAVI_API DeliveryState {
   explicit DeliveryState(core::FileOps& ops = core::FileOps::system(),
                          std::shared_ptr<store::Store> store = nullptr);
 
+  /// The folder of the spool in the folder \p path.
+  static std::string spoolPath(const std::string& path) { return path + "/spool"; }
+
   /// Opens \p path, made with mode 0700 when it is missing.
   AdapterError open(const std::string& path);
 

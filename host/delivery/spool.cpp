@@ -21,6 +21,7 @@ namespace {
 
 constexpr std::string_view kSuffix = ".msg";
 constexpr std::string_view kLogSuffix = ".log";
+constexpr std::size_t kMaxIdBytes = 36;
 constexpr std::size_t kPieceBytes = std::size_t{16} << 10;
 
 std::string fileNameOf(const std::string& id) { return id + std::string(kSuffix); }
@@ -28,7 +29,7 @@ std::string logNameOf(const std::string& id) { return id + std::string(kLogSuffi
 
 // Ids become file names: only what `put` makes is one.
 bool isId(std::string_view id) {
-  return !id.empty() && std::all_of(id.begin(), id.end(), [](char c) {
+  return !id.empty() && id.size() <= kMaxIdBytes && std::all_of(id.begin(), id.end(), [](char c) {
     return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z');
   });
 }

@@ -15,7 +15,15 @@ AdapterError SpoolControl::look(const std::string& id, SpoolItem& item,
   const bool damaged = error == AdapterError::Damaged;
   if (damaged) error = AdapterError::None;
   if (error == AdapterError::None) error = spool_.readLog(id, log);
-  if (error != AdapterError::None) return error;
+  if (error == AdapterError::NotFound || error == AdapterError::OutOfMemory) return error;
+  if (error != AdapterError::None) {
+    item = {};
+    item.id = id;
+    item.condition = SpoolItem::Condition::Unreadable;
+    item.fault = error;
+    events.clear();
+    return AdapterError::None;
+  }
   events = parseSpoolLog(log);
   found.state = SpoolState::of(events);
   if (damaged) {
@@ -56,10 +64,9 @@ AdapterError SpoolControl::summarise(SpoolSummary& summary) const {
   for (const SpoolItem& item : items) {
     if (item.condition == SpoolItem::Condition::Waiting) ++found.waiting;
     if (item.condition == SpoolItem::Condition::Failed) ++found.failed;
-    if (item.condition == SpoolItem::Condition::Damaged) {
-      ++found.damaged;
-      continue;
-    }
+    if (item.condition == SpoolItem::Condition::Damaged) ++found.damaged;
+    if (item.condition == SpoolItem::Condition::Unreadable) ++found.unreadable;
+    if (item.entry.queuedAt == 0) continue;
     const std::int64_t filed = item.entry.queuedAt;
     found.oldest = found.oldest == 0 ? filed : std::min(found.oldest, filed);
   }

@@ -15,14 +15,16 @@ namespace host::delivery {
 /// One message in the spool as it is shown.
 struct SpoolItem {
   enum class Condition {
-    Waiting,  ///< for its time, or for its next attempt
-    Failed,   ///< refused for good: stays until it is retried or deleted
-    Damaged,  ///< its file is not what was written; nothing but its id is known
+    Waiting,     ///< for its time, or for its next attempt
+    Failed,      ///< refused for good: stays until it is retried or deleted
+    Damaged,     ///< its file is not what was written; nothing but its id is known
+    Unreadable,  ///< `fault` says why; nothing but its id is known
   };
   std::string id;
   Condition condition = Condition::Waiting;
   SpoolEntry entry;
   SpoolState state;
+  AdapterError fault = AdapterError::None;
   std::int64_t due = 0;  ///< not before that, seconds since 1970; 0 unless it waits
 };
 
@@ -30,6 +32,7 @@ struct SpoolSummary {
   std::size_t waiting = 0;
   std::size_t failed = 0;
   std::size_t damaged = 0;
+  std::size_t unreadable = 0;
   std::int64_t oldest = 0;  ///< when the oldest was filed, seconds since 1970; 0: none
 };
 
@@ -40,7 +43,8 @@ class KAVI_API SpoolControl {
   explicit SpoolControl(Spool& spool, const RetrySchedule& schedule = {})
       : spool_(spool), schedule_(schedule) {}
 
-  /// Replaces \p items by what is in the spool, the oldest first.
+  /// Replaces \p items by what is in the spool, the oldest first. An entry that cannot be read is
+  /// among them.
   AdapterError list(std::vector<SpoolItem>& items) const;
 
   /// How many there are of each condition.

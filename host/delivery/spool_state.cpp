@@ -161,7 +161,7 @@ std::int64_t dueTime(const SpoolEntry& entry, const SpoolState& state,
                      const RetrySchedule& schedule) {
   std::int64_t due = std::max(entry.queuedAt, state.due);
   // One that ends the process each time must not do so all the time.
-  if (state.open) {
+  if (state.open && state.recentAttempts > 0) {
     due = std::max(due, state.lastAttempt + schedule.pauseAfter(state.recentAttempts));
   }
   // An administrator who asks for a retry does not want to wait for the window.

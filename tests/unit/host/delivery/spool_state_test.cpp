@@ -121,6 +121,9 @@ TEST(DueTime, FollowsTheLog) {
   state.lastAttempt = 2500;
   state.recentAttempts = 2;
   EXPECT_EQ(dueTime(entry, state, schedule), 2620);
+  // An administrator looked at it since.
+  state.apply({SpoolEvent::Kind::Retry, 2510, 0, {}, 0, false});
+  EXPECT_EQ(dueTime(entry, state, schedule), 2510);
 }
 
 class NextOpening : public ::testing::Test {
