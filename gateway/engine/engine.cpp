@@ -20,6 +20,7 @@
 namespace gateway::engine {
 namespace {
 
+using host::delivery::AdapterError;
 using policy::Snapshot;
 
 /// Collects what the log gets while it lives, when there is a log.
@@ -49,6 +50,27 @@ std::string failureOf(Body&& body) {
   }
 }
 
+/// For adapters that need to be told nothing.
+class Untold final : public host::delivery::MessageRun {
+ public:
+  void setPasses(unsigned int) override {}
+  AdapterError beginMessage(const OvMsgMailMessage&, std::string_view, const Tokens&) override {
+    return AdapterError::None;
+  }
+  AdapterError beginAction(unsigned int, unsigned int, std::string_view) override {
+    return AdapterError::None;
+  }
+  AdapterError finalAnswer(host::delivery::FinalAnswer) override { return AdapterError::None; }
+  const std::string& lastFault() const override { return none_; }
+
+ private:
+  std::string none_;
+};
+
+std::string textOf(AdapterError error) {
+  return host::delivery::adapterErrorText(static_cast<unsigned int>(error));
+}
+
 class Run {
  public:
   Run(host::message::Message& message, const Snapshot& policy, const Surroundings& surroundings,
@@ -58,6 +80,7 @@ class Run {
         surroundings_(surroundings),
         outcome_(outcome),
         adapter_(surroundings.adapter),
+        adapterRun_(surroundings.adapterRun != nullptr ? *surroundings.adapterRun : untold_),
         records_(policy) {}
 
   void run() {
@@ -83,11 +106,13 @@ class Run {
 
  private:
   void admit() {
-    const host::delivery::AdapterError error =
+    const AdapterError error =
         host::delivery::admitReprocessing(message_, surroundings_.trust, surroundings_.sealKeys,
                                           std::time(nullptr), outcome_.reprocessing);
-    if (error != host::delivery::AdapterError::None) {
-      throw std::runtime_error("the seal of the reprocessing fields cannot be checked");
+    if (error != AdapterError::None) {
+      std::string why = "the seal of the reprocessing fields cannot be checked: " + textOf(error);
+      if (error == AdapterError::KeyUnavailable) why += " from " + surroundings_.sealKeys->path();
+      throw std::runtime_error(why);
     }
     if (outcome_.reprocessing.honoured) tokens_.set(Kavi::ScanToken::Rescanned, "yes");
   }
@@ -103,6 +128,10 @@ class Run {
     if (matched.empty()) return;
     size_ = message_.renderedSize();
     fillMessageTokens(tokens_, message_, facts, surroundings_.protocol, surroundings_.hostName);
+    adapterRun_.setPasses(outcome_.reprocessing.passes);
+    const AdapterError begun =
+        adapterRun_.beginMessage(message_, message_.receivedBytes(), tokens_);
+    if (begun != AdapterError::None) throw std::runtime_error(textOf(begun));
     for (std::size_t i = 0; i < matched.size(); ++i) {
       RuleReport& report = outcome_.rules[i];
       report.reached = !outcome_.disposed && !failed_ && !report.skipped;
@@ -144,11 +173,13 @@ class Run {
   void runRule(const Match& match, RuleReport& report) {
     const std::vector<std::unique_ptr<KaviAction>> actions = prepareRule(match);
     for (std::size_t i = 0; i < actions.size() && !failed_; ++i) {
-      runAction(match.rule->actions[i], actions[i].get(), report.actions.emplace_back());
+      runAction(*match.rule, i, actions[i].get(), report.actions.emplace_back());
     }
   }
 
-  void runAction(const Snapshot::Action& entry, KaviAction* action, ActionReport& report) {
+  void runAction(const Snapshot::Rule& rule, std::size_t position, KaviAction* action,
+                 ActionReport& report) {
+    const Snapshot::Action& entry = rule.actions[position];
     report.spec = entry.spec;
     report.setting = entry.setting;
     report.value = valueOf(entry);
@@ -161,10 +192,14 @@ class Run {
     } else {
       report.failure = failureOf([&] {
         records_.renewFor(entry);
+        const AdapterError begun =
+            adapterRun_.beginAction(rule.id, static_cast<unsigned int>(position), entry.setting);
+        if (begun != AdapterError::None) throw std::runtime_error(textOf(begun));
         take(*action, report);
       });
     }
     if (!report.failure.empty()) report.result = false;
+    if (!report.result && report.failure.empty()) report.failure = adapterRun_.lastFault();
     lines.moveTo(report.log);
     if (!report.result && report.failure.empty() && report.log.empty()) {
       report.failure = std::as_const(message_).firstEntity() == nullptr
@@ -209,6 +244,8 @@ class Run {
   const Surroundings& surroundings_;
   Outcome& outcome_;
   WatchedAdapter adapter_;
+  Untold untold_;
+  host::delivery::MessageRun& adapterRun_;
   Tokens tokens_;
   Records records_;
   std::size_t size_ = 0;  ///< of the message as it stands
@@ -223,6 +260,12 @@ Outcome runMessage(host::message::Message& message, const policy::Snapshot& poli
   outcome.failure = failureOf([&] { Run(message, policy, surroundings, outcome).run(); });
   if (!outcome.failure.empty()) outcome.verdict = Verdict::Failed;
   return outcome;
+}
+
+host::delivery::FinalAnswer answerFor(Verdict verdict) {
+  using host::delivery::FinalAnswer;
+  if (verdict == Verdict::Failed) return FinalAnswer::TemporaryFailure;
+  return verdict == Verdict::Disposed ? FinalAnswer::Discarded : FinalAnswer::Accepted;
 }
 
 Expansion expandText(const std::string& text, host::message::Message& message,

@@ -14,6 +14,7 @@
 #include "gateway/engine/watched_adapter.h"
 #include "gateway/policy/snapshot.h"
 #include "host/core/log.h"
+#include "host/delivery/message_run.h"
 #include "host/delivery/reprocessing.h"
 #include "host/message/message.h"
 #include "library/platform/is_adapter.h"
@@ -62,6 +63,8 @@ struct Outcome {
 /// What a run uses besides the message and the policy. All borrowed.
 struct Surroundings {
   OvIsAdapter& adapter;
+  /// What the adapter wants to be told about the run, but for the final answer; null: nothing.
+  host::delivery::MessageRun* adapterRun = nullptr;
   const host::core::ProcessLog* log = nullptr;  ///< null: log lines are not collected
   int logLevel = 2;                             ///< the most verbose lines to collect
   std::string protocol = "SMTP";                ///< how the message came
@@ -79,8 +82,14 @@ struct Surroundings {
 /// flag; the message is disposed of once an action's flag and result are both true. The other
 /// actions of that rule still run, later rules do not. An action that fails, throws or cannot be
 /// built ends the run. Never throws; the message is not shared while it runs.
+///
+/// The caller gives the adapter the final answer when the message's fate is settled: a failed run
+/// is a temporary failure, and a run of the same message then finds done what this one did.
 Outcome runMessage(host::message::Message& message, const policy::Snapshot& policy,
                    const Surroundings& surroundings);
+
+/// What the sender is told of a message that ended so, once all of that is durable.
+host::delivery::FinalAnswer answerFor(Verdict verdict);
 
 /// A template's text for one message.
 struct Expansion {

@@ -8,10 +8,13 @@
 
 namespace gateway::engine {
 
-/// The reprocessing fields of a message as it was handed to the adapter.
+/// One call on the adapter, with the reprocessing fields of the message as it was handed over.
 struct HandOver {
-  std::string rules;  ///< ids separated by blanks; empty when there is no such field
-  std::string type;   ///< the word of the action that wrote them
+  std::string operation;   ///< "delete", "postpone", "handoff", "quarantine", ...
+  std::string rules;       ///< ids separated by blanks; empty when there is no such field
+  std::string type;        ///< the word of the action that wrote them
+  unsigned int error = 0;  ///< an AdapterError; 0 for success
+  std::string place{};     ///< where the adapter stored the message, if it says so
 };
 
 /// Passes every call on. One per message.
@@ -37,7 +40,8 @@ class WatchedAdapter final : public OvIsAdapter {
   const std::vector<HandOver>& handOvers() const { return handOvers_; }
 
  private:
-  void note(OvMsgMailMessage* msg);
+  template <class Call>
+  int watch(const char* operation, unsigned int& error, OvMsgMailMessage* msg, Call call);
 
   OvIsAdapter& adapter_;
   std::vector<HandOver> handOvers_;

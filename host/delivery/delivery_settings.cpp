@@ -54,6 +54,16 @@ class SectionReader {
     value = seconds * kMsPerSecond;
   }
 
+  void folder(const std::string& key, std::string& value) {
+    std::string text;
+    if (!this->text(key, text) || text.empty()) return;
+    if (text.front() == '/') {
+      value = text;
+    } else {
+      fault(key, "'" + text + "' is no absolute path");
+    }
+  }
+
   void host(const std::string& key, std::string& value) {
     std::string text;
     if (!this->text(key, text) || text.empty()) return;
@@ -120,6 +130,7 @@ bool DeliverySettings::read(Kavi::GlobalSetting& settings, std::string& error) {
   DeliverySettings found;
   std::string faults;
   SectionReader section(settings, kSection, faults);
+  section.folder("state_folder", found.stateFolder);
   found.helloName = hostName();
   section.host("hello_name", found.helloName);
   for (auto& [name, to] :

@@ -12,6 +12,7 @@ namespace host::delivery {
 
 /// Section "delivery" of the global settings. Keys, with what holds when they are missing:
 ///
+///     state_folder              the folder of the adapter (/var/lib/kavi)
 ///     hello_name                what this host calls itself (its host name)
 ///     scan_host, plain_host     where mail goes that is to be scanned again, and where that which
 ///                               is not (nowhere: such mail is refused)
@@ -29,6 +30,7 @@ namespace host::delivery {
 /// X is scan, plain or handoff. A section "delivery HOST:PORT" with the keys tls, verify, ca_file,
 /// user and password_file holds for hand-offs to that host and port instead of handoff_*.
 struct KAVI_API DeliverySettings {
+  std::string stateFolder = "/var/lib/kavi";
   std::string helloName;
   SmtpDestination scan;
   SmtpDestination plain;
@@ -42,8 +44,8 @@ struct KAVI_API DeliverySettings {
   /// \return false if anything is wrong; this object is then as it was.
   bool read(Kavi::GlobalSetting& settings, std::string& error);
 
-  /// The file of the sealing keys. \param stateFolder  the folder of the adapter
-  std::string sealKeyPath(const std::string& stateFolder) const {
+  /// The file of the sealing keys.
+  std::string sealKeyPath() const {
     return sealKeyFile.empty() ? stateFolder + "/reprocess.keys" : sealKeyFile;
   }
 

@@ -26,9 +26,7 @@ class KAVI_API LocalAdapter final : public OvIsAdapter, public MessageRun {
                         Kavi::LogMsg* log = nullptr)
       : state_(state), effects_(state.store()), outbox_(state.spool(), settings, log) {}
 
-  /// How often the message came back for scanning: what it causes to be sent carries that on.
-  void setPasses(unsigned int passes) { passes_ = passes; }
-
+  void setPasses(unsigned int passes) override { passes_ = passes; }
   AdapterError beginMessage(const OvMsgMailMessage& msg, std::string_view received,
                             const Kavi::TokenMap<Kavi::ScanToken>& tokens) override;
   AdapterError beginAction(unsigned int ruleId, unsigned int position,

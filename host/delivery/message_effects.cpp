@@ -68,6 +68,7 @@ AdapterError MessageEffects::beginAction(unsigned int ruleId, unsigned int posit
     appendDelimited(action, setting);
     action_.swap(action);
     calls_ = 0;
+    lastFault_.clear();
     return AdapterError::None;
   });
 }

@@ -21,19 +21,22 @@ enum class FinalAnswer {
   TemporaryFailure,  ///< the sender keeps the message and tries again
 };
 
-/// The engine's side of an adapter that is made for one message. In order: `beginMessage` before
-/// the first action, `beginAction` before each, `finalAnswer` at the end. An adapter that is told
-/// nothing works too: it files without rule and aging, and an effect asked for twice happens twice.
-/// One thread at a time.
+/// The engine's side of an adapter that is made for one message. In order: `setPasses` and
+/// `beginMessage` before the first action, `beginAction` before each, `finalAnswer` at the end. An
+/// adapter that is told nothing works too: it files without rule and aging, and an effect asked for
+/// twice happens twice. One thread at a time.
 class KAVI_API MessageRun {
  public:
   virtual ~MessageRun() = default;
+
+  /// How often the message came back for scanning: what it causes to be sent carries that on.
+  virtual void setPasses(unsigned int passes) = 0;
 
   /// The adapter works for \p msg from now on.
   /// \param msg       as it was received: nothing has changed it or its envelope yet
   /// \param received  its bytes as they were received; they must stay until `finalAnswer`
   /// \param tokens    the message's token map; read whenever an action asks for something, so it
-  ///   must stay until `finalAnswer` too
+  ///   must stay until the last action has run
   /// \return not None when there is no memory; then no action may run.
   virtual AdapterError beginMessage(const OvMsgMailMessage& msg, std::string_view received,
                                     const Kavi::TokenMap<Kavi::ScanToken>& tokens) = 0;
@@ -52,7 +55,8 @@ class KAVI_API MessageRun {
   /// \return not None when they could not be forgotten; the message's fate does not change by it.
   virtual AdapterError finalAnswer(FinalAnswer answer) = 0;
 
-  /// The last failure of an operation in words, when there is more to say than its code does.
+  /// The last failure of an operation of the present action in words, when there is more to say
+  /// than its code does.
   virtual const std::string& lastFault() const = 0;
 };
 

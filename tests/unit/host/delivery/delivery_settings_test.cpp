@@ -42,7 +42,18 @@ TEST_F(DeliverySettingsTest, HasDefaults) {
   EXPECT_EQ(settings_.retry.firstPause, 60);
   EXPECT_EQ(settings_.retry.longestPause, 3600);
   EXPECT_EQ(settings_.retry.giveUpAfter, 432'000);
-  EXPECT_EQ(settings_.sealKeyPath("/state"), "/state/reprocess.keys");
+  EXPECT_EQ(settings_.stateFolder, "/var/lib/kavi");
+  EXPECT_EQ(settings_.sealKeyPath(), "/var/lib/kavi/reprocess.keys");
+}
+
+TEST_F(DeliverySettingsTest, KeepsTheKeysInTheStateFolder) {
+  ASSERT_TRUE(read("[delivery]\nstate_folder = /state\n")) << error_;
+  EXPECT_EQ(settings_.sealKeyPath(), "/state/reprocess.keys");
+}
+
+TEST_F(DeliverySettingsTest, RefusesAStateFolderThatDependsOnWhereItIsRead) {
+  EXPECT_FALSE(read("[delivery]\nstate_folder = state\n"));
+  EXPECT_THAT(error_, HasSubstr("[delivery] state_folder: 'state' is no absolute path"));
 }
 
 TEST_F(DeliverySettingsTest, ReadsEverything) {
@@ -73,7 +84,7 @@ TEST_F(DeliverySettingsTest, ReadsEverything) {
   EXPECT_EQ(settings_.retry.firstPause, 7);
   EXPECT_EQ(settings_.retry.longestPause, 8);
   EXPECT_EQ(settings_.retry.giveUpAfter, 9);
-  EXPECT_EQ(settings_.sealKeyPath("/state"), "/var/keys");
+  EXPECT_EQ(settings_.sealKeyPath(), "/var/keys");
 }
 
 TEST_F(DeliverySettingsTest, OpportunisticTlsDoesNotAskForAProperCertificate) {
