@@ -10,6 +10,7 @@
 #include "gateway/cli/admin_commands.h"
 #include "gateway/cli/expand_command.h"
 #include "gateway/cli/run_command.h"
+#include "gateway/cli/spool_commands.h"
 #include "gateway/cli/standard_streams.h"
 #include "gateway/cli/startup.h"
 
@@ -25,9 +26,16 @@ constexpr char kExamples[] = R"(Examples:
   kavi policy check policy.yaml                    errors and doubts, before it is used
   kavi expand '%SUBJECT% from %SENDER%' mail.eml   a template with its tokens replaced
   kavi actions                                     what a rule can do
+  kavi run --deliver --config kavi.ini --policy policy.yaml --out result mail.eml
+                                                   do it: file, hand off and send
+  kavi spool list --config kavi.ini                what waits to be sent
 
 Exit status: 0 all done, 1 an action failed or a message could not be read or written,
 2 usage or policy error.)";
+
+constexpr char kStateHelp[] =
+    "The folder of the spool; else state_folder in section delivery of the settings, or "
+    "/var/lib/kavi";
 
 /// What the subcommands put their arguments into.
 struct Arguments {
@@ -39,12 +47,17 @@ struct Arguments {
   std::string value;
   std::string setting;
   bool json = false;
+  SpoolOptions spool;
+  std::vector<std::string> spoolIds;
+  bool flag = false;  ///< --message, --all, --yes or --verbose of a spool command
 };
 
 void addRun(CLI::App& app, Arguments& arguments) {
   RunOptions& options = arguments.run;
   CLI::App* run =
-      app.add_subcommand("run", "Run a policy on messages and say what it does; nothing is sent");
+      app.add_subcommand("run",
+                         "Run a policy on messages and say what it does; nothing is sent without "
+                         "--deliver");
   run->add_option("--policy,-p", options.policy, "The policy file")->required()->type_name("FILE");
   run->add_option("--out,-o", options.out,
                   "Write the resulting messages into this folder, under the inputs' names; what "
@@ -61,9 +74,18 @@ void addRun(CLI::App& app, Arguments& arguments) {
   run->add_option("--jobs,-j", options.jobs, "Messages to run at once; default: one per processor")
       ->check(CLI::Range(1U, 1024U))
       ->type_name("N");
-  run->add_flag("--trusted", options.trusted,
-                "Reprocessing fields of the inputs count as if they were sealed: rules that they "
-                "name are skipped");
+  CLI::Option* trusted =
+      run->add_flag("--trusted", options.trusted,
+                    "Reprocessing fields of the inputs count as if they were sealed: rules that "
+                    "they name are skipped");
+  run->add_flag("--reinjected", options.reinjected,
+                "The inputs come from the listener that mail is sent back to: their reprocessing "
+                "fields count with a seal that holds")
+      ->excludes(trusted);
+  run->add_flag("--deliver", options.deliver,
+                "Act for real: file, hand off and send as the settings say; what goes on is "
+                "written to --out");
+  run->add_option("--state", options.state, kStateHelp)->type_name("FOLDER");
   run->add_flag("--diff,-d", options.diff,
                 "Show how messages changed: header, texts and list of attachments, decoded");
   run->add_flag("--json", options.json, "One JSON object per message and line");
@@ -124,6 +146,51 @@ void addAdmin(CLI::App& app, Arguments& arguments) {
   decode->add_flag("--json", arguments.json, "As JSON");
 }
 
+void addSpool(CLI::App& app, Arguments& arguments) {
+  CLI::App* spool = app.add_subcommand("spool", "What waits to be sent, and what could not be");
+  spool->require_subcommand(1);
+  const auto add = [&](const char* name, const char* help) {
+    CLI::App* command = spool->add_subcommand(name, help);
+    command->add_option("--config,-c", arguments.spool.config, "Global settings, an INI file")
+        ->type_name("FILE");
+    command->add_option("--state", arguments.spool.state, kStateHelp)->type_name("FOLDER");
+    return command;
+  };
+  const auto addIds = [&](CLI::App* command) {
+    return command->add_option("id", arguments.spoolIds, "As kavi spool list shows it")
+        ->type_name("ID");
+  };
+  add("list", "Every message, the oldest first")
+      ->add_flag("--json", arguments.spool.json, "As JSON");
+  CLI::App* show = add("show", "Envelope and log of a message");
+  addIds(show)->required()->expected(1);
+  show->add_flag("--json", arguments.spool.json, "As JSON");
+  show->add_flag("--message", arguments.flag, "The message itself instead, as it lies there");
+  CLI::App* retry = add("retry", "Make messages due at once");
+  addIds(retry);
+  retry->add_flag("--all", arguments.flag, "All of them");
+  CLI::App* remove = add("delete", "Remove messages for good");
+  addIds(remove)->required();
+  remove->add_flag("--yes,-y", arguments.flag, "Do not ask");
+  CLI::App* send = add("send", "Send what is due, once");
+  send->add_flag("--json", arguments.spool.json, "As JSON");
+  send->add_flag("--verbose,-v", arguments.flag, "Show what was sent, too");
+}
+
+int dispatchSpool(const CLI::App& spool, const Arguments& arguments) {
+  if (spool.get_subcommand("list")->parsed()) return spoolListCommand(arguments.spool);
+  if (spool.get_subcommand("show")->parsed()) {
+    return spoolShowCommand(arguments.spool, arguments.spoolIds.front(), arguments.flag);
+  }
+  if (spool.get_subcommand("retry")->parsed()) {
+    return spoolRetryCommand(arguments.spool, arguments.spoolIds, arguments.flag);
+  }
+  if (spool.get_subcommand("delete")->parsed()) {
+    return spoolDeleteCommand(arguments.spool, arguments.spoolIds, arguments.flag);
+  }
+  return spoolSendCommand(arguments.spool, arguments.flag);
+}
+
 int dispatch(CLI::App& app, Arguments& arguments) {
   if (CLI::App* run = app.get_subcommand("run"); run->parsed()) {
     if (run->count("--from") != 0) arguments.run.from = arguments.from;
@@ -132,6 +199,9 @@ int dispatch(CLI::App& app, Arguments& arguments) {
   if (CLI::App* expand = app.get_subcommand("expand"); expand->parsed()) {
     if (expand->count("--from") != 0) arguments.expand.from = arguments.from;
     return expandCommand(arguments.expand);
+  }
+  if (CLI::App* spool = app.get_subcommand("spool"); spool->parsed()) {
+    return dispatchSpool(*spool, arguments);
   }
   if (app.get_subcommand("policy")->parsed()) {
     return policyCheckCommand(arguments.policyFile, arguments.json);
@@ -162,6 +232,7 @@ int main(int argc, char** argv) {
     addRun(app, arguments);
     addExpand(app, arguments);
     addAdmin(app, arguments);
+    addSpool(app, arguments);
     try {
       app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

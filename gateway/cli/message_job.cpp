@@ -6,11 +6,8 @@
 #include <exception>
 #include <utility>
 
-#include "gateway/cli/dry_adapter.h"
 #include "gateway/cli/startup.h"
 #include "host/core/text_escape.h"
-#include "host/delivery/adapter_error.h"
-#include "host/delivery/recording_adapter.h"
 
 namespace gateway::cli {
 namespace {
@@ -36,37 +33,39 @@ void noteFault(MessageResult& result, const std::string& fault) {
   if (result.error.empty()) result.error = fault;
 }
 
-engine::Outcome runEngine(Message& message, const JobSettings& settings, OvIsAdapter& adapter) {
-  engine::Surroundings surroundings{.adapter = adapter,
-                                    .log = settings.log,
-                                    .logLevel = settings.logLevel,
-                                    .protocol = "SMTP",
-                                    .hostName = settings.hostName};
-  if (settings.trusted) surroundings.trust = host::delivery::ReprocessTrust::Assumed;
-  return engine::runMessage(message, *settings.policy, surroundings);
+std::unique_ptr<JobAdapter> adapterFor(const Message& message, const InputMessage& input,
+                                       const JobSettings& settings) {
+  const std::string name = adapterName(input);
+  if (settings.adapters != nullptr) return settings.adapters->make(message, name);
+  if (settings.out != nullptr) return RecordingAdapters(*settings.out).make(message, name);
+  return DryAdapters().make(message, name);
 }
 
 void act(Message& message, const InputMessage& input, const JobSettings& settings,
          MessageResult& result) {
-  if (settings.out == nullptr) {
-    DryAdapter adapter;
-    result.outcome = runEngine(message, settings, adapter);
-    for (const std::string& operation : adapter.operations()) {
-      result.calls.push_back({operation, {}, 0, {}});
-    }
-    return;
+  std::shared_ptr<JobAdapter> job = adapterFor(message, input, settings);
+  result.outcome = engine::runMessage(message, *settings.policy,
+                                      {.adapter = job->adapter(),
+                                       .adapterRun = job->messageRun(),
+                                       .log = settings.log,
+                                       .logLevel = settings.logLevel,
+                                       .protocol = "SMTP",
+                                       .hostName = settings.hostName,
+                                       .trust = settings.trust,
+                                       .sealKeys = settings.sealKeys});
+  result.calls = callsOf(result.outcome);
+  noteFault(result, job->finish(result.calls));
+  if (job->messageRun() != nullptr && !result.calls.empty()) result.unanswered = std::move(job);
+}
+
+/// The recipients of what goes on, when they are others than before.
+void noteRecipients(const Message& message, MessageResult& result) {
+  const engine::Verdict verdict = result.outcome.verdict;
+  if (verdict != engine::Verdict::Changed && verdict != engine::Verdict::Unchanged) return;
+  const host::message::Envelope now = message.envelope();
+  if (now.recipients != result.envelope.envelope.recipients) {
+    result.outputRecipients = now.recipients;
   }
-  host::delivery::RecordingAdapter adapter(settings.out->path(), adapterName(input));
-  result.outcome = runEngine(message, settings, adapter);
-  for (const host::delivery::RecordedCall& call : adapter.calls()) {
-    AdapterCall& entry = result.calls.emplace_back();
-    entry.operation = call.operation;
-    entry.file = call.file;
-    entry.error = call.error;
-    if (call.error != 0) entry.reason = host::delivery::adapterErrorText(call.error);
-    if (!call.file.empty()) noteFault(result, settings.out->record(call.file));
-  }
-  if (!adapter.calls().empty()) noteFault(result, settings.out->record("calls.jsonl"));
 }
 
 void compareResult(const Message& message, const JobSettings& settings, MessageResult& result) {
@@ -118,6 +117,7 @@ void run(InputMessage& input, const JobSettings& settings, MessageResult& result
   message->setEnvelope(result.envelope.envelope);
   result.defects.assign(message->defects().begin(), message->defects().end());
   act(*message, input, settings, result);
+  noteRecipients(*message, result);
   compareResult(*message, settings, result);
   writeResult(*message, std::move(input.bytes), settings, result);
 }

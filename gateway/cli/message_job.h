@@ -9,6 +9,7 @@
 
 #include "gateway/cli/envelope.h"
 #include "gateway/cli/inputs.h"
+#include "gateway/cli/job_adapter.h"
 #include "gateway/cli/message_changes.h"
 #include "gateway/cli/message_diff.h"
 #include "gateway/cli/output_folder.h"
@@ -24,18 +25,14 @@ struct JobSettings {
   int logLevel = 2;
   std::optional<std::string> from;
   std::vector<std::string> recipients;
+  /// Null: nothing is sent; what would be is written into the output folder, if there is one.
+  JobAdapters* adapters = nullptr;
   const OutputFolder* out = nullptr;  ///< null: nothing is written
   std::string hostName;
-  bool diff = false;     ///< reports show the difference of messages that changed
-  bool trusted = false;  ///< reprocessing fields of the input count as if they were sealed
-};
-
-/// Something that an action asked of the adapter.
-struct AdapterCall {
-  std::string operation;
-  std::string file;  ///< what was written, relative to the output folder; may be empty
-  unsigned int error = 0;
-  std::string reason;  ///< of an error
+  bool diff = false;  ///< reports show the difference of messages that changed
+  /// Which reprocessing fields of the inputs count, and the keys of their seals (may be null).
+  host::delivery::ReprocessTrust trust = host::delivery::ReprocessTrust::Nobody;
+  const host::delivery::SealKeys* sealKeys = nullptr;
 };
 
 struct MessageResult {
@@ -57,6 +54,10 @@ struct MessageResult {
   /// Path of the resulting message; empty when none was written, or into an mbox.
   std::string output;
   std::size_t outputBytes = 0;
+  /// Whom it goes on to, when an action changed that.
+  std::optional<std::vector<std::string>> outputRecipients;
+  /// Waits for the final answer to be given; null when there is nothing to be told.
+  std::shared_ptr<JobAdapter> unanswered;
 
   /// Of a message of an mbox that goes on: its bytes; else null.
   std::shared_ptr<const host::message::Buffer> rendered;

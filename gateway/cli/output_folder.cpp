@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <tuple>
@@ -70,8 +71,8 @@ const std::vector<std::string>& adapterNames() {
   return kNames;
 }
 
-OutputFolder::OutputFolder(std::string path, const Inputs& inputs)
-    : path_(std::move(path)), inputs_(inputs) {
+OutputFolder::OutputFolder(std::string path, const Inputs& inputs, OutputUse use)
+    : path_(std::move(path)), inputs_(inputs), use_(use) {
   while (path_.size() > 1 && path_.back() == '/') path_.pop_back();
 }
 
@@ -86,15 +87,22 @@ OutputFolder::~OutputFolder() {
   if (record_ >= 0) ::close(record_);
 }
 
+std::vector<std::string> OutputFolder::wanted() const {
+  std::vector<std::string> names;
+  if (use_ == OutputUse::Preview) names.emplace_back("calls.jsonl");
+  for (const InputFile& file : inputs_.files()) names.push_back(file.outputName);
+  return names;
+}
+
 std::string OutputFolder::strangerInTheWay(const std::vector<std::string>& recorded) const {
   const std::unordered_set<std::string> known(recorded.begin(), recorded.end());
-  std::vector<std::string> wanted = {"calls.jsonl"};
-  for (const InputFile& file : inputs_.files()) wanted.push_back(file.outputName);
-  for (const std::string& name : wanted) {
+  for (const std::string& name : wanted()) {
     struct stat status {};
     if (known.count(name) != 0 || ::lstat(pathOf(name).c_str(), &status) != 0) continue;
-    return pathOf(name) +
-           (S_ISDIR(status.st_mode) ? ": is a folder" : ": is not from an earlier run");
+    return pathOf(name) + (S_ISDIR(status.st_mode) ? ": is a folder"
+                           : use_ == OutputUse::Preview
+                               ? ": is not from an earlier run"
+                               : ": is there already, and not from a run to be repeated");
   }
   return {};
 }
@@ -117,7 +125,10 @@ std::string OutputFolder::removeRecorded(const std::vector<std::string>& recorde
 
 std::string OutputFolder::begin() {
   Folder folder;
-  if (folder.open(path_, true) != FileError::None) return {};
+  if (const FileError error = folder.open(path_, true); error != FileError::None) {
+    return use_ == OutputUse::Preview ? std::string()
+                                      : path_ + ": " + host::core::fileErrorText(error);
+  }
   host::core::FileOps& ops = folder.ops();
   const int opened = ops.openFile(folder.descriptor(), kRecord, O_RDWR | O_CREAT | O_APPEND);
   if (opened < 0) return pathOf(kRecord) + ": " + std::strerror(-opened);
@@ -128,15 +139,35 @@ std::string OutputFolder::begin() {
   if (const int error = ops.readAll(record_, kMaxRecord, bytes); error < 0) {
     return pathOf(kRecord) + ": " + std::strerror(-error);
   }
-  const std::vector<std::string> recorded = namesIn(bytes);
+  std::vector<std::string> recorded = namesIn(bytes);
   std::string fault = strangerInTheWay(recorded);
+  const bool none = recorded.empty();
+  if (use_ == OutputUse::Mail) {
+    const std::vector<std::string> names = wanted();
+    const std::unordered_set<std::string> mine(names.begin(), names.end());
+    const auto others = std::stable_partition(
+        recorded.begin(), recorded.end(), [&](const auto& name) { return mine.contains(name); });
+    kept_.assign(others, recorded.end());
+    recorded.erase(others, recorded.end());
+  }
   if (fault.empty()) fault = removeRecorded(recorded);
   if (!fault.empty()) {
-    if (recorded.empty()) ops.unlink(folder.descriptor(), kRecord);
+    if (none) ops.unlink(folder.descriptor(), kRecord);
     return fault;
   }
-  const int emptied = ops.truncate(record_, 0);
-  return emptied < 0 ? pathOf(kRecord) + ": " + std::strerror(-emptied) : std::string();
+  return release();
+}
+
+std::string OutputFolder::release() {
+  if (record_ < 0) return {};
+  // What is not in the record any more is simply never removed by a run.
+  const int emptied = host::core::FileOps::system().truncate(record_, 0);
+  if (emptied < 0) return pathOf(kRecord) + ": " + std::strerror(-emptied);
+  std::string fault;
+  for (const std::string& name : kept_) {
+    if (fault.empty()) fault = record(name);
+  }
+  return fault;
 }
 
 std::string OutputFolder::record(const std::string& name) const {
@@ -152,7 +183,8 @@ OutputFile::OutputFile(const OutputFolder& folder, const std::string& name)
   std::tie(folderPath, fileName_) = divided(out_.path(), name);
   error_ = folder_.open(folderPath, true);
   if (error_ != FileError::None) return;
-  file_.emplace(folder_, host::core::Durability::Buffered);
+  file_.emplace(folder_, out_.use() == OutputUse::Mail ? host::core::Durability::Flushed
+                                                       : host::core::Durability::Buffered);
   error_ = file_->create();
 }
 

@@ -22,11 +22,17 @@ namespace gateway::cli {
 /// Names at the top of the folder that the recording adapter and the folder itself use.
 const std::vector<std::string>& adapterNames();
 
+/// What the results in an output folder are.
+enum class OutputUse {
+  Preview,  ///< shown to somebody
+  Mail,     ///< mail that goes on: it is written durably, and removed only to be written anew
+};
+
 class OutputFolder {
  public:
   /// \param path    made when it is missing
   /// \param inputs  borrowed
-  OutputFolder(std::string path, const Inputs& inputs);
+  OutputFolder(std::string path, const Inputs& inputs, OutputUse use = OutputUse::Preview);
   ~OutputFolder();
   OutputFolder(const OutputFolder&) = delete;
   OutputFolder& operator=(const OutputFolder&) = delete;
@@ -34,8 +40,9 @@ class OutputFolder {
   /// A result that would replace an input; empty when there is none.
   std::string inputInTheWay() const;
 
-  /// Makes the folder, removes what an earlier run recorded, and keeps other runs out while this
-  /// object lives. A folder that cannot be made is no error here: writing then says why.
+  /// Makes the folder, removes what an earlier run recorded (of mail, what this run writes anew),
+  /// and keeps other runs out while this object lives. Of a preview, a folder that cannot be made
+  /// is no error here: writing then says why.
   /// \return an error text, empty for success; then nothing may be written, and nothing that an
   ///   earlier run did not record was touched.
   std::string begin();
@@ -43,17 +50,24 @@ class OutputFolder {
   /// Records that \p name was written. Safe from several threads. \return as for `begin`.
   std::string record(const std::string& name) const;
 
+  /// Forgets what this run wrote: no later run removes or replaces it. \return as for `begin`.
+  std::string release();
+
+  OutputUse use() const { return use_; }
   const std::string& path() const { return path_; }
   std::string pathOf(const std::string& name) const { return path_ + "/" + name; }
   bool isInput(const std::string& name) const { return inputs_.isInput(pathOf(name)); }
 
  private:
+  std::vector<std::string> wanted() const;
   std::string strangerInTheWay(const std::vector<std::string>& recorded) const;
   std::string removeRecorded(const std::vector<std::string>& recorded) const;
 
   std::string path_;
   const Inputs& inputs_;
-  int record_ = -1;  ///< the file of records, open and locked
+  OutputUse use_;
+  std::vector<std::string> kept_;  ///< recorded by earlier runs, and not this run's to write
+  int record_ = -1;                ///< the file of records, open and locked
 };
 
 /// One result: written under a temporary name, there whole once committed. It replaces nothing.

@@ -137,6 +137,7 @@ void addRun(const MessageResult& result, ordered_json& json) {
   json["verdict"] = wordOf(result.outcome.verdict);
   json["disposed"] = result.outcome.disposed;
   if (!result.outcome.failure.empty()) json["failure"] = result.outcome.failure;
+  if (result.outputRecipients) json["output_rcpt"] = *result.outputRecipients;
   if (!result.output.empty()) json["output"] = result.output;
   if (result.outcome.verdict != Verdict::Disposed) json["output_bytes"] = result.outputBytes;
 }

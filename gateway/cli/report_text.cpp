@@ -88,12 +88,7 @@ class TextReport {
   void writeRun() {
     const auto& envelope = result_.envelope.envelope;
     row("from", address(envelope.sender.value_or("")) + source(result_.envelope.senderSource));
-    std::vector<std::string> recipients;
-    for (const std::string& recipient : envelope.recipients) {
-      recipients.push_back("<" + recipient + ">");
-    }
-    row("to", (recipients.empty() ? "nobody" : listed(recipients)) +
-                  source(result_.envelope.recipientsSource));
+    row("to", recipients(envelope.recipients) + source(result_.envelope.recipientsSource));
     if (verbose_ || result_.outcome.verdict == Verdict::Failed) {
       for (const auto& defect : result_.defects) {
         row("note", style_.doubtful(printable(defect.text)) +
@@ -104,12 +99,19 @@ class TextReport {
     for (const RuleReport& rule : result_.outcome.rules) writeRule(rule);
     if (result_.outcome.rules.empty()) row("rules", "none matched");
     row("verdict", verdict());
+    if (result_.outputRecipients) row("goes to", recipients(*result_.outputRecipients));
     out_ += changesText(result_, style_);
     if (!result_.output.empty()) row("output", printable(result_.output));
     for (const AdapterCall& call : result_.calls) {
       if (!call.file.empty()) row("filed", printable(call.file));
       if (!call.reason.empty()) row("adapter", call.operation + ": " + style_.bad(call.reason));
     }
+  }
+
+  static std::string recipients(const std::vector<std::string>& addresses) {
+    std::vector<std::string> texts;
+    for (const std::string& address : addresses) texts.push_back("<" + address + ">");
+    return texts.empty() ? "nobody" : listed(texts);
   }
 
   void writeReprocessing() {

@@ -7,6 +7,8 @@
 #include <thread>
 #include <utility>
 
+#include "gateway/cli/deliverer.h"
+#include "gateway/cli/delivery_setup.h"
 #include "gateway/cli/message_job.h"
 #include "gateway/cli/output_folder.h"
 #include "gateway/cli/pipeline.h"
@@ -147,44 +149,99 @@ class Reporter {
   bool failed_ = false;
 };
 
+/// \return false after writing the reason to standard error.
+bool beginOutput(OutputFolder& out) {
+  constexpr char kRemedy[] = " (choose another --out folder)";
+  if (const std::string path = out.inputInTheWay(); !path.empty()) {
+    complain("the result would replace the input " + host::core::printable(path) + kRemedy);
+    return false;
+  }
+  const std::string fault = out.begin();
+  if (!fault.empty()) complain(host::core::printable(fault) + kRemedy);
+  return fault.empty();
+}
+
+/// Says which reprocessing fields of the inputs count.
+void setTrust(const RunOptions& options, const std::optional<host::delivery::SealKeys>& keys,
+              JobSettings& settings) {
+  using host::delivery::ReprocessTrust;
+  if (options.trusted) settings.trust = ReprocessTrust::Assumed;
+  if (options.reinjected) settings.trust = ReprocessTrust::Sealed;
+  if (keys) settings.sealKeys = &*keys;
+}
+
+/// Sends what is due, and when all went well gives the messages their final answer.
+/// \param status  how running the messages ended
+int conclude(const RunOptions& options, Deliverer& deliverer, OutputFolder& out, int status) {
+  const Submission submission = deliverer.submit(options.verbose);
+  const std::string text =
+      options.json ? jsonReport(submission) + "\n"
+                   : "\n" + textReport(submission, Style(options.colour, STDOUT_FILENO));
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  if (!submission.good() && status == ExitDone) status = ExitFailed;
+  if (status == ExitDone) {
+    if (const std::string fault = out.release(); !fault.empty()) {
+      complain(host::core::printable(fault));
+      status = ExitFailed;
+    }
+  }
+  deliverer.answer(status == ExitDone);
+  if (status != ExitDone) {
+    complain("not all is done: the same command, run again, does what is missing");
+  }
+  return status;
+}
+
 }  // namespace
 
 int runCommand(const RunOptions& options) {
+  if (options.deliver && options.out.empty()) {
+    complain("--deliver needs --out FOLDER: messages that go on are written there");
+    return ExitUsage;
+  }
   JobSettings settings;
   if (!readAddresses(options.from, options.recipients, settings)) return ExitUsage;
   const std::unique_ptr<Startup> startup = Startup::begin(options.config);
   if (startup == nullptr) return ExitUsage;
   settings.policy = loadSnapshot(options.policy);
   if (settings.policy == nullptr) return ExitUsage;
+  host::delivery::DeliverySettings delivery;
+  std::optional<host::delivery::SealKeys> keys;
+  if (options.deliver || options.reinjected) {
+    if (!readDelivery(startup->settings(), options.state, delivery)) return ExitUsage;
+    keys.emplace(delivery.sealKeyPath());
+  }
   settings.log = &startup->log();
   settings.logLevel = options.verbose ? 3 : 2;
   settings.hostName = hostName();
-  settings.trusted = options.trusted;
+  setTrust(options, keys, settings);
   settings.diff = options.diff;
 
   Inputs inputs = Inputs::collect(options.inputs, options.out, adapterNames());
   inputs.protect(options.policy);
   if (!options.config.empty()) inputs.protect(options.config);
+  std::optional<Deliverer> deliverer;
+  if (options.deliver) {
+    deliverer.emplace(delivery, *keys, startup->log());
+    if (!deliverer->open(startup->settings(), *settings.policy)) return ExitFailed;
+    settings.adapters = &*deliverer;
+  }
   std::optional<OutputFolder> out;
   if (!options.out.empty()) {
-    out.emplace(options.out, inputs);
-    if (const std::string path = out->inputInTheWay(); !path.empty()) {
-      complain("the result would replace the input " + host::core::printable(path) +
-               " (choose another --out folder)");
-      return ExitUsage;
-    }
-    if (const std::string fault = out->begin(); !fault.empty()) {
-      complain(host::core::printable(fault) + " (choose another --out folder)");
-      return ExitUsage;
-    }
+    out.emplace(options.out, inputs, options.deliver ? OutputUse::Mail : OutputUse::Preview);
+    if (!beginOutput(*out)) return ExitUsage;
     settings.out = &*out;
   }
   Reporter reporter(options, inputs, settings.out);
   runMessages(
       threadsFor(options), settings,
       [&inputs](const std::function<bool(InputMessage)>& take) { forEachMessage(inputs, take); },
-      [&reporter](const MessageResult& result) { reporter.report(result); });
-  return reporter.finish();
+      [&](const MessageResult& result) {
+        reporter.report(result);
+        if (deliverer) deliverer->keep(result);
+      });
+  const int status = reporter.finish();
+  return deliverer ? conclude(options, *deliverer, *out, status) : status;
 }
 
 }  // namespace gateway::cli

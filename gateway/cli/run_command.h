@@ -19,14 +19,17 @@ struct RunOptions {
   unsigned int jobs = 0;  ///< 0: as many as there are processors
   bool json = false;
   bool verbose = false;
-  bool diff = false;     ///< shows the difference of messages that changed
-  bool trusted = false;  ///< reprocessing fields of the inputs count as if they were sealed
-  bool quiet = false;    ///< leaves out messages that nothing happened to
+  bool diff = false;        ///< shows the difference of messages that changed
+  bool trusted = false;     ///< reprocessing fields of the inputs count as if they were sealed
+  bool reinjected = false;  ///< they count with a seal that holds
+  bool deliver = false;     ///< acts for real; needs `out`
+  std::string state;        ///< the state folder, instead of that of the settings
+  bool quiet = false;       ///< leaves out messages that nothing happened to
   Colour colour = Colour::Auto;
 };
 
-/// \return the exit status: 0 all done, 1 an action failed or a message could not be read or
-///   written, 2 usage or policy error.
+/// \return the exit status: 0 all done, 1 an action failed, a message could not be read or written,
+///   or something could not be sent, 2 usage or policy error.
 int runCommand(const RunOptions& options);
 
 }  // namespace gateway::cli

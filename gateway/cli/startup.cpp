@@ -9,16 +9,20 @@ namespace gateway::cli {
 
 std::unique_ptr<Startup> Startup::begin(const std::string& configPath) {
   std::unique_ptr<Startup> startup(new Startup());
-  if (std::string error; !configPath.empty() && !startup->settings_.loadFile(configPath, error)) {
-    while (!error.empty() && error.back() == '\n') error.pop_back();
-    std::fprintf(stderr, "%s\n", error.c_str());
-    return nullptr;
-  }
+  if (!loadSettings(configPath, startup->settings_)) return nullptr;
   // Reports carry the lines of each action; the log itself speaks only when it is told to.
   startup->log_ =
       std::make_unique<host::core::ProcessLog>(engine::readLogOptions(startup->settings_, 0));
   engine::startLibrary(startup->settings_, *startup->log_);
   return startup;
+}
+
+bool loadSettings(const std::string& path, host::core::IniSettings& settings) {
+  std::string error;
+  if (path.empty() || settings.loadFile(path, error)) return true;
+  while (!error.empty() && error.back() == '\n') error.pop_back();
+  std::fprintf(stderr, "%s\n", error.c_str());
+  return false;
 }
 
 void complain(const std::string& text) { std::fprintf(stderr, "kavi: %s\n", text.c_str()); }

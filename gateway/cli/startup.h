@@ -21,13 +21,18 @@ class Startup {
   /// \return null after writing the reason to standard error.
   static std::unique_ptr<Startup> begin(const std::string& configPath);
 
-  const host::core::ProcessLog& log() const { return *log_; }
+  host::core::ProcessLog& log() { return *log_; }
+  host::core::IniSettings& settings() { return settings_; }
 
  private:
   Startup() = default;
   host::core::IniSettings settings_;
   std::unique_ptr<host::core::ProcessLog> log_;
 };
+
+/// Reads the settings file \p path (empty for none).
+/// \return false after writing every fault to standard error.
+bool loadSettings(const std::string& path, host::core::IniSettings& settings);
 
 /// Writes one line "kavi: …" to standard error.
 void complain(const std::string& text);

@@ -1,0 +1,144 @@
+#include "gateway/cli/deliverer.h"
+
+#include <algorithm>
+#include <functional>
+#include <string_view>
+
+#include "gateway/cli/startup.h"
+#include "host/core/text_escape.h"
+#include "host/delivery/adapter_error.h"
+#include "host/delivery/local_adapter.h"
+
+namespace gateway::cli {
+namespace {
+
+using host::delivery::AdapterError;
+using host::delivery::FinalAnswer;
+
+std::string textOf(AdapterError error) {
+  return host::delivery::adapterErrorText(static_cast<unsigned int>(error));
+}
+
+/// "PATH: WHY (WORDS)".
+void complainOf(const std::string& path, AdapterError error, const std::string& words) {
+  complain(host::core::printable(path + ": " + textOf(error) +
+                                 (words.empty() ? "" : " (" + words + ")")));
+}
+
+bool usesArea(const policy::Snapshot& policy, KaviAction::ActionType type) {
+  return std::any_of(policy.rules().begin(), policy.rules().end(), [type](const auto& rule) {
+    return std::any_of(rule.actions.begin(), rule.actions.end(),
+                       [type](const auto& action) { return action.spec->type == type; });
+  });
+}
+
+}  // namespace
+
+class Deliverer::Job final : public JobAdapter {
+ public:
+  Job(Deliverer& owner, std::size_t content)
+      : owner_(owner), content_(content), adapter_(owner.state_, &owner.settings_, &owner.log_) {
+    std::unique_lock lock(owner_.mutex_);
+    owner_.turnOver_.wait(lock, [&] { return !owner_.atWork_.contains(content_); });
+    owner_.atWork_.insert(content_);
+  }
+  ~Job() override { endTurn(); }
+
+  OvIsAdapter& adapter() override { return adapter_; }
+  host::delivery::MessageRun* messageRun() override { return &adapter_; }
+  std::string finish(std::vector<AdapterCall>&) override {
+    endTurn();
+    return {};
+  }
+
+ private:
+  void endTurn() {
+    const std::lock_guard lock(owner_.mutex_);
+    if (ended_) return;
+    ended_ = true;
+    owner_.atWork_.erase(content_);
+    owner_.turnOver_.notify_all();
+  }
+
+  Deliverer& owner_;
+  std::size_t content_;
+  bool ended_ = false;
+  host::delivery::LocalAdapter adapter_;
+};
+
+Deliverer::Deliverer(const host::delivery::DeliverySettings& settings,
+                     const host::delivery::SealKeys& keys, host::core::ProcessLog& log)
+    : settings_(settings), keys_(keys), log_(log) {}
+
+bool Deliverer::open(Kavi::GlobalSetting& settings, const policy::Snapshot& policy) {
+  const std::string& folder = settings_.stateFolder;
+  if (const AdapterError error = state_.open(folder); error != AdapterError::None) {
+    complainOf(folder, error, "the state folder: state_folder in section delivery, or --state");
+    return false;
+  }
+  std::size_t dropped = 0;
+  std::string fault;
+  if (const auto error = state_.forgetOldEffects(dropped, fault); error != AdapterError::None) {
+    complainOf(folder, error, fault);
+    return false;
+  }
+  using host::store::MessageKind;
+  return (!usesArea(policy, KaviAction::Quarantine) ||
+          prepare(settings, MessageKind::Quarantined, "queue_quarantine")) &&
+         (!usesArea(policy, KaviAction::Archive) ||
+          prepare(settings, MessageKind::Archived, "queue_archive"));
+}
+
+bool Deliverer::prepare(Kavi::GlobalSetting& settings, host::store::MessageKind kind,
+                        const char* key) {
+  std::string folder;
+  settings.getString(key, folder, "general", 0);
+  host::delivery::SweepReport report;
+  std::string fault;
+  const AdapterError error = state_.prepareFiling(kind, folder, report, fault);
+  if (error != AdapterError::None) {
+    complainOf(folder, error,
+               std::string(key) + " in section general" + (fault.empty() ? "" : ": " + fault));
+    return false;
+  }
+  if (report.rowsRemoved + report.filesAdopted != 0) {
+    complain(host::core::printable(folder) + ": brought in line with the index: " +
+             counted(report.filesAdopted, "message", "messages") + " added to it, " +
+             counted(report.rowsRemoved, "row", "rows") + " without a message removed");
+  }
+  return true;
+}
+
+std::unique_ptr<JobAdapter> Deliverer::make(const host::message::Message& message,
+                                            const std::string&) {
+  return std::make_unique<Job>(*this, std::hash<std::string_view>()(message.receivedBytes()));
+}
+
+void Deliverer::keep(const MessageResult& result) {
+  if (result.unanswered != nullptr) {
+    unanswered_.push_back({result.unanswered, result.outcome.verdict});
+  }
+}
+
+Submission Deliverer::submit(bool verbose) {
+  return submitSpool(state_.spool(), settings_, keys_, log_, verbose);
+}
+
+void Deliverer::answer(bool final) {
+  AdapterError failure = AdapterError::None;
+  std::string fault;
+  for (const auto& [job, verdict] : unanswered_) {
+    host::delivery::MessageRun& run = *job->messageRun();
+    const AdapterError error =
+        run.finalAnswer(final ? engine::answerFor(verdict) : FinalAnswer::TemporaryFailure);
+    if (error == AdapterError::None || failure != AdapterError::None) continue;
+    failure = error;
+    fault = run.lastFault();
+  }
+  unanswered_.clear();
+  if (failure == AdapterError::None) return;
+  complainOf(settings_.stateFolder, failure, fault);
+  complain("the same messages, run again within 30 days, will count as another attempt");
+}
+
+}  // namespace gateway::cli

@@ -1,0 +1,200 @@
+#include "gateway/cli/spool_commands.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "gateway/cli/delivery_setup.h"
+#include "gateway/cli/spool_report.h"
+#include "gateway/cli/startup.h"
+#include "gateway/cli/submission.h"
+#include "gateway/cli/terminal.h"
+#include "host/core/ini_settings.h"
+#include "host/core/text_escape.h"
+#include "host/delivery/adapter_error.h"
+#include "host/delivery/delivery_state.h"
+#include "host/delivery/spool_control.h"
+
+namespace gateway::cli {
+namespace {
+
+using host::core::printable;
+using host::delivery::AdapterError;
+using host::delivery::SpoolItem;
+
+/// The spool that the options name.
+class OpenSpool {
+ public:
+  /// \return the exit status when it cannot be opened, after a complaint; else ExitDone.
+  int open(const SpoolOptions& options) {
+    if (!loadSettings(options.config, settings_)) return ExitUsage;
+    if (!readDelivery(settings_, options.state, delivery_)) return ExitUsage;
+    std::error_code none;
+    AdapterError error = AdapterError::MissingFolder;
+    // What only looks must not make a folder in the wrong place.
+    if (std::filesystem::is_directory(delivery_.stateFolder, none)) error = spool_.open(path());
+    if (error == AdapterError::None) return ExitDone;
+    complain(printable(path()) + ": " + textOf(error) +
+             " (the state folder: state_folder in section delivery, or --state)");
+    return ExitFailed;
+  }
+
+  host::delivery::Spool& spool() { return spool_; }
+  const host::delivery::DeliverySettings& delivery() const { return delivery_; }
+  host::delivery::SpoolControl control() {
+    return host::delivery::SpoolControl(spool_, delivery_.retry);
+  }
+  std::string path() const {
+    return host::delivery::DeliveryState::spoolPath(delivery_.stateFolder);
+  }
+
+  static std::string textOf(AdapterError error) {
+    return host::delivery::adapterErrorText(static_cast<unsigned int>(error));
+  }
+
+  /// Says what went wrong with a message. \return ExitFailed
+  int complainOf(const std::string& id, AdapterError error) const {
+    std::string text = printable(id) + ": " + textOf(error);
+    if (error == AdapterError::NotFound) text += " in " + printable(path());
+    if (error == AdapterError::UnderWay) text = printable(id) + ": is being sent at this moment";
+    complain(text);
+    return ExitFailed;
+  }
+
+ private:
+  host::core::IniSettings settings_;
+  host::delivery::DeliverySettings delivery_;
+  host::delivery::Spool spool_;
+};
+
+bool agreed(const std::vector<SpoolItem>& items) {
+  for (const SpoolItem& item : items) {
+    std::fprintf(stderr, "%s", spoolText(item, std::time(nullptr)).c_str());
+  }
+  std::fprintf(stderr, "Delete %s for good? [y/N] ",
+               counted(items.size(), "message", "messages").c_str());
+  std::string answer;
+  return std::getline(std::cin, answer) && (answer == "y" || answer == "yes");
+}
+
+}  // namespace
+
+int spoolListCommand(const SpoolOptions& options) {
+  OpenSpool open;
+  if (const int status = open.open(options); status != ExitDone) return status;
+  std::vector<SpoolItem> items;
+  if (const AdapterError error = open.control().list(items); error != AdapterError::None) {
+    return open.complainOf(open.path(), error);
+  }
+  const std::string text = options.json ? spoolListJson(items, std::time(nullptr))
+                                        : spoolListText(items, std::time(nullptr));
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  for (const SpoolItem& item : items) {
+    if (item.condition == SpoolItem::Condition::Unreadable) return ExitFailed;
+  }
+  return ExitDone;
+}
+
+int spoolShowCommand(const SpoolOptions& options, const std::string& id, bool message) {
+  OpenSpool open;
+  if (const int status = open.open(options); status != ExitDone) return status;
+  std::string text;
+  AdapterError error = AdapterError::None;
+  bool readable = true;
+  if (message) {
+    host::delivery::SpoolEntry entry;
+    error = open.spool().read(id, entry, text);
+  } else {
+    SpoolItem item;
+    std::vector<host::delivery::SpoolEvent> events;
+    error = open.control().show(id, item, events);
+    text = options.json ? spoolShowJson(item, events, std::time(nullptr))
+                        : spoolShowText(item, events, std::time(nullptr));
+    readable = item.condition != SpoolItem::Condition::Unreadable;
+  }
+  if (error != AdapterError::None) return open.complainOf(id, error);
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  return readable ? ExitDone : ExitFailed;
+}
+
+int spoolRetryCommand(const SpoolOptions& options, const std::vector<std::string>& ids, bool all) {
+  if (all == !ids.empty()) {
+    complain(all ? "--all leaves no place for ids" : "no message is named (write ids, or --all)");
+    return ExitUsage;
+  }
+  OpenSpool open;
+  int status = open.open(options);
+  if (status != ExitDone) return status;
+  std::vector<std::string> wanted = ids;
+  if (all) {
+    const AdapterError error = open.spool().list(wanted);
+    if (error != AdapterError::None) return open.complainOf(open.path(), error);
+  }
+  std::size_t done = 0;
+  for (const std::string& id : wanted) {
+    const AdapterError error = open.control().retry(id, std::time(nullptr));
+    if (error == AdapterError::None) ++done;
+    // Of all that were there some may have gone meanwhile.
+    if (error == AdapterError::None || (all && error == AdapterError::NotFound)) continue;
+    status = open.complainOf(id, error);
+  }
+  std::printf("%s due now (kavi spool send sends them, and so does kavi run --deliver)\n",
+              counted(done, "message is", "messages are").c_str());
+  return status;
+}
+
+int spoolDeleteCommand(const SpoolOptions& options, const std::vector<std::string>& ids, bool yes) {
+  OpenSpool open;
+  int status = open.open(options);
+  if (status != ExitDone) return status;
+  std::vector<SpoolItem> items;
+  std::vector<host::delivery::SpoolEvent> events;
+  for (const std::string& id : ids) {
+    SpoolItem item;
+    const AdapterError error = open.control().show(id, item, events);
+    if (error == AdapterError::None) {
+      items.push_back(std::move(item));
+    } else {
+      status = open.complainOf(id, error);
+    }
+  }
+  if (items.empty()) return status;
+  if (!yes && !isTerminal(STDIN_FILENO)) {
+    complain("nothing deleted: nobody is there to be asked (write --yes)");
+    return ExitUsage;
+  }
+  if (!yes && !agreed(items)) {
+    complain("nothing deleted");
+    return ExitFailed;
+  }
+  std::size_t done = 0;
+  for (const SpoolItem& item : items) {
+    const AdapterError error = open.control().remove(item.id);
+    if (error == AdapterError::None) ++done;
+    if (error != AdapterError::None) status = open.complainOf(item.id, error);
+  }
+  std::printf("%s deleted\n", counted(done, "message", "messages").c_str());
+  return status;
+}
+
+int spoolSendCommand(const SpoolOptions& options, bool verbose) {
+  OpenSpool open;
+  if (const int status = open.open(options); status != ExitDone) return status;
+  const host::delivery::SealKeys keys(open.delivery().sealKeyPath());
+  // Says nothing by itself: the report carries its lines.
+  host::core::ProcessLog log({.level = 0});
+  const Submission submission = submitSpool(open.spool(), open.delivery(), keys, log, verbose);
+  const std::string text = options.json
+                               ? jsonReport(submission) + "\n"
+                               : textReport(submission, Style(Colour::Auto, STDOUT_FILENO));
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  return submission.good() ? ExitDone : ExitFailed;
+}
+
+}  // namespace gateway::cli
