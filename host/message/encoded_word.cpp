@@ -282,7 +282,9 @@ int encodeFieldValue(std::string_view fieldName, std::string_view text, std::str
                      std::string_view lineBreak, std::string& out) {
   std::string utf8;
   if (const int code = toUtf8(text, charset, utf8); code != OVMSGERR::Ok) return code;
-  if (isAscii(utf8)) {
+  // What only looks like an encoded word is encoded, or a reader would decode it. Addresses may
+  // hold display names that a caller has encoded.
+  if (isAscii(utf8) && (!looksEncoded(utf8) || holdsAddresses(fieldName))) {
     out = foldedValue(fieldName, utf8, lineBreak);
     return OVMSGERR::Ok;
   }

@@ -231,6 +231,14 @@ TEST(SetHeader, WithoutACharsetWritesOtherBytesAsTheyStand) {
             "en\n\n");
 }
 
+TEST(SetHeader, EncodesTextThatWouldBeTakenForAWord) {
+  EXPECT_EQ(setAndRender("Subject: x\n\n", "Subject", "=?utf-8?Q?=41?= b", "us-ascii"),
+            "Subject: =?us-ascii?B?PT91dGYtOD9RPz00MT89?= b\n\n");
+  // An address may come with its display name encoded.
+  EXPECT_EQ(setAndRender("From: x\n\n", "From", "=?utf-8?Q?=41?= <a@x.example>", "us-ascii"),
+            "From: =?utf-8?Q?=41?= <a@x.example>\n\n");
+}
+
 TEST(SetHeader, WritesAnEmptyValueWithoutTrailingSpace) {
   EXPECT_EQ(setAndRender("S: 1\n\n", "S", ""), "S:\n\n");
 }
