@@ -44,21 +44,18 @@ bool flowsOn(std::string_view text) {
 TextEdit plainInsertion(const PlainText& into, std::string_view lines, OvMsgInsertPlace place) {
   TextEdit edit;
   edit.text = into.isFlowed ? fixedLines(lines) : std::string(lines);
-  const bool hasBreak = edit.text.ends_with('\n');
   const std::string_view present = into.text.substr(into.begin);
-  if (present.empty()) {
-    edit.at = into.begin;
-    if (!hasBreak && into.needsEnd) edit.text += '\n';
-  } else if (place == OvMsgInsertPlace::Top) {
-    edit.at = into.begin;
-    if (!hasBreak) edit.text += '\n';
-  } else {
-    edit.at = into.text.size();
-    const bool isComplete = present.ends_with('\n');
-    if (!hasBreak && isComplete) edit.text += '\n';
-    if (into.isFlowed && flowsOn(present)) edit.text.insert(0, "\n");
-    if (!isComplete) edit.text.insert(0, "\n");
+  const bool isFirst = place == OvMsgInsertPlace::Top && !present.empty();
+  edit.at = isFirst ? into.begin : into.text.size();
+  const bool isComplete = present.empty() ? into.needsEnd : present.ends_with('\n');
+  if (!edit.text.ends_with('\n')) {
+    if (isFirst || isComplete) edit.text += '\n';
+  } else if (!isFirst && !isComplete) {
+    edit.text.pop_back();
   }
+  if (isFirst || present.empty()) return edit;
+  if (into.isFlowed && flowsOn(present)) edit.text.insert(0, "\n");
+  if (!isComplete) edit.text.insert(0, "\n");
   return edit;
 }
 

@@ -18,9 +18,9 @@ struct PlainText {
 };
 
 /// Where and how \p lines (UTF-8, line breaks LF) go into a text: as lines of their own, at the top
-/// or at the end. The last line keeps its break, or stays without one. In a flowed text every line
-/// is a fixed one (RFC 3676 section 4.2), space-stuffed where section 4.4 asks for it, and no line
-/// before it flows into it.
+/// or at the end. A text that ends in a line break ends in one afterwards, another does not. In a
+/// flowed text every line is a fixed one (RFC 3676 section 4.2), space-stuffed where section 4.4
+/// asks for it, and no line before it flows into it.
 TextEdit plainInsertion(const PlainText& into, std::string_view lines, OvMsgInsertPlace place);
 
 }  // namespace host::message

@@ -45,6 +45,17 @@ bool hasC1(std::string_view bytes) {
   });
 }
 
+bool hasUtf16Mark(std::string_view bytes) {
+  return bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF");
+}
+
+/// Whether more second bytes than first ones are zero, as of ASCII characters in UTF-16.
+bool looksLittleEndian(std::string_view bytes) {
+  std::array<std::size_t, 2> zeros{};
+  for (std::size_t i = 0; i < bytes.size(); ++i) zeros[i % 2] += bytes[i] == '\0' ? 1 : 0;
+  return zeros[1] > zeros[0];
+}
+
 /// Whether a text can be declared to be in \p name: ASCII must stay ASCII in it.
 bool isForMail(std::string_view name) {
   if (!mime::isToken(name)) return false;
@@ -59,7 +70,7 @@ bool readAs(std::string_view bytes, std::string_view charset, std::string& utf8)
          OVMSGERR::Ok;
 }
 
-/// \p bytes in UTF-8, with the place \p at in them.
+/// The same, also under the charset that \p charset is often confused with.
 bool readWith(std::string_view bytes, std::string_view charset, std::string& utf8) {
   const std::string_view wider = widerCharset(charset);
   if (equalsIgnoreCase(charset, "iso-8859-1") && hasC1(bytes)) charset = wider;
@@ -220,15 +231,18 @@ void TextContent::findCharset(std::string_view declared) {
   }
   charset_ = lowered(declared);
   isBytewise_ = isAsciiSuperset(charset_);
+  // Without a mark it is big-endian (RFC 2781 section 4.3), but not for those who write it.
+  if (charset_ == "utf-16" && !hasUtf16Mark(bytes_) && looksLittleEndian(bytes_)) {
+    charset_ = "utf-16le";
+  }
 }
 
 void TextContent::detect(std::string_view declared) {
   const bool hasNul = bytes_.find('\0') != std::string_view::npos;
   const bool hasEscape = bytes_.find('\x1b') != std::string_view::npos;
-  const bool isUtf16 = bytes_.starts_with("\xFF\xFE") || bytes_.starts_with("\xFE\xFF");
   const bool isSilent = declared.empty() || equalsIgnoreCase(declared, "us-ascii");
   DecodedText ignored;
-  if (isUtf16 && decodeText(bytes_, "utf-16", ignored) == OVMSGERR::Ok) {
+  if (hasUtf16Mark(bytes_) && decodeText(bytes_, "utf-16", ignored) == OVMSGERR::Ok) {
     charset_ = "utf-16";
     isBytewise_ = false;
   } else if (hasNul) {

@@ -99,8 +99,11 @@ class TextInserter {
  private:
   bool isTop() const { return place_ == OvMsgInsertPlace::Top; }
 
+  // The delimiter behind it brings the last line break.
   NewTextPart newPart(const char* attachmentName) const {
-    return {lines_, charsetFor(lines_, destination_), attachmentName};
+    std::string_view text = lines_;
+    if (text.ends_with('\n')) text.remove_suffix(1);
+    return {text, charsetFor(text, destination_), attachmentName};
   }
 
   /// \return false when the part cannot be changed without a doubt about what it holds.
@@ -111,8 +114,9 @@ class TextInserter {
     const TextContent content(transferred.content(),
                               part.contentTypeParameter("charset").value_or(""), isHtml);
     if (content.isOpaque()) return false;
+    const LineBreak lineBreak = lineBreakOf(content.view(), transferred.lineBreak());
     const auto edited = insertInto(content, isHtml ? htmlEdit(content) : plainEdit(part, content),
-                                   destination_, transferred.lineBreak());
+                                   destination_, lineBreak.text());
     if (!edited) return false;
     NewBody body{{}, transferred.encoding(), edited->charset};
     body.bytes = transferred.rewritten(*edited, body.encoding);
@@ -145,6 +149,8 @@ int insertText(Message& message, const InsertedText& wanted) {
     return OVMSGERR::InvalidArgument;
   }
   if (message.firstEntity() == nullptr) return OVMSGERR::NoBody;
+  // A fragment of a mail: whatever is added to it is in the way when they are put together.
+  if (message.firstEntity()->contentType() == "message/partial") return OVMSGERR::NotSupported;
   std::string utf8;
   const int code = convertCharset(wanted.text, wanted.sourceCharset, "utf-8", OnMisfit::Fail,
                                   OnMisfit::Fail, utf8);

@@ -6,11 +6,16 @@
 #include "host/message/ascii.h"
 #include "host/message/content_encoding.h"
 #include "host/message/entity.h"
+#include "host/message/sinks.h"
 #include "host/message/tree_editor.h"
 
 namespace host::message {
 
 namespace {
+
+bool isBase64Digit(char c) {
+  return (lowered(c) >= 'a' && lowered(c) <= 'z') || (c >= '0' && c <= '9') || c == '+' || c == '/';
+}
 
 /// Whether every reader decodes \p body alike: nothing but its alphabet, padding only at the end,
 /// whole groups.
@@ -22,13 +27,30 @@ bool isStrictBase64(std::string_view body) {
     ++count;
     if (c == '=') {
       ++padding;
-      continue;
+    } else if (!isBase64Digit(c) || padding != 0) {
+      return false;
     }
-    const bool isDigit =
-        (lowered(c) >= 'a' && lowered(c) <= 'z') || (c >= '0' && c <= '9') || c == '+' || c == '/';
-    if (!isDigit || padding != 0) return false;
   }
   return padding <= 2 && count % 4 == 0;
+}
+
+/// The length of the lines of base64 in front of the first that is something else; all of \p body
+/// where such a line is followed by base64 again.
+std::size_t base64Length(std::string_view body) {
+  constexpr std::size_t kDataLine = 40;
+  std::size_t end = std::string_view::npos;
+  for (std::size_t at = 0; at < body.size();) {
+    const std::size_t lf = body.find('\n', at);
+    const std::string_view line = trimmed(body.substr(at, lf - at));
+    const bool isData =
+        std::all_of(line.begin(), line.end(), [](char c) { return isBase64Digit(c) || c == '='; });
+    if (!isData) end = std::min(end, at);
+    if (isData && end != std::string_view::npos && line.size() >= kDataLine) return body.size();
+    at = lf == std::string_view::npos ? body.size() : lf + 1;
+  }
+  if (end >= body.size()) return body.size();
+  while (end > 0 && isSpace(body[end - 1])) --end;
+  return end;
 }
 
 std::string_view withoutFinalBreak(std::string_view text) {
@@ -44,17 +66,28 @@ TransferredText::TransferredText(const Entity& part)
       body_(part.body()),
       content_(body_),
       encoding_(transferEncodingOf(part.transferEncoding())),
-      transferBreak_(part.lineBreakOfBody().text()) {
-  lineBreak_ = transferBreak_;
-  if (isIdentity(encoding_)) return;
-  readable_ = encoding_ == TransferEncoding::QuotedPrintable ||
-              (encoding_ == TransferEncoding::Base64 && isStrictBase64(body_));
-  if (!readable_) return;
-  decoded_ = part.decodedContent();
-  content_ = decoded_;
-  if (encoding_ == TransferEncoding::Base64) {
-    lineBreak_ = lineBreakOf(content_, LineBreak{}).text();
+      lineBreak_(part.lineBreakOfBody()),
+      transferBreak_(lineBreak_.text()) {
+  if (encoding_ == TransferEncoding::Unknown && !part.transferEncoding().starts_with("x-")) {
+    encoding_ = isAscii(body_) ? TransferEncoding::SevenBit : TransferEncoding::EightBit;
   }
+  if (!isIdentity(encoding_)) decode();
+}
+
+void TransferredText::decode() {
+  if (encoding_ == TransferEncoding::Base64) {
+    const std::size_t length = base64Length(body_);
+    footer_ = body_.substr(length);
+    body_ = body_.substr(0, length);
+    readable_ = isStrictBase64(body_) && (footer_.empty() || !body_.empty());
+    lineBreak_ = LineBreak{};
+  } else {
+    readable_ = encoding_ == TransferEncoding::QuotedPrintable;
+  }
+  if (!readable_) return;
+  StringSink sink(decoded_);
+  decodeBody(body_, encoding_, sink);
+  content_ = decoded_;
 }
 
 bool TransferredText::fits(std::string_view body, TransferEncoding encoding) const {
@@ -132,6 +165,7 @@ std::string TransferredText::encoded(std::string_view content, TransferEncoding 
   } else if (!isText && !body_.ends_with('\n')) {
     result.resize(withoutFinalBreak(result).size());
   }
+  if (!isText) result += footer_;
   return result;
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/message/ascii.h"
 #include "host/message/text_charset.h"
 #include "host/message/transfer_encoding.h"
 
@@ -17,14 +18,15 @@ class TransferredText {
  public:
   explicit TransferredText(const Entity& part);
 
-  /// False when the body cannot be decoded without a doubt: under an encoding that is unknown, or
-  /// in base64 with other bytes among it.
+  /// False when the body cannot be decoded without a doubt: under a private encoding, or in base64
+  /// with other bytes among it. Lines behind the base64, which mailing lists add, are left there.
+  /// An encoding that is none is what everybody reads it as: lines.
   bool isReadable() const { return readable_; }
   /// Borrowed from this object, or from the message.
   std::string_view content() const { return content_; }
   TransferEncoding encoding() const { return encoding_; }
-  /// The line break that the text's lines end in.
-  std::string_view lineBreak() const { return lineBreak_; }
+  /// The line break for a content that has none itself.
+  LineBreak lineBreak() const { return lineBreak_; }
 
   /// The body with an edited content: in the encoding it had if that can carry it in lines of at
   /// most 998 bytes, else in quoted-printable, or in base64 what is no text of lines. Of an
@@ -35,6 +37,7 @@ class TransferredText {
   std::string spliced(std::string_view body, std::size_t at, std::string_view text) const;
   std::optional<std::string> splicedQuotedPrintable(std::size_t at, std::string_view text) const;
   std::string encoded(std::string_view content, TransferEncoding encoding) const;
+  void decode();
   bool fits(std::string_view body, TransferEncoding encoding) const;
 
   const Entity& part_;
@@ -42,7 +45,8 @@ class TransferredText {
   std::string decoded_;
   std::string_view content_;
   TransferEncoding encoding_;
-  std::string_view lineBreak_;
+  std::string_view footer_ = {};  ///< lines behind a body in base64
+  LineBreak lineBreak_ = {};
   std::string_view transferBreak_;  ///< of the lines of the body
   bool readable_ = true;
 };
