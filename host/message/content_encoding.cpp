@@ -7,13 +7,20 @@
 namespace host::message {
 
 void LineFacts::add(std::string_view bytes) {
-  std::size_t length = 0;
-  for (const char c : bytes) {
-    isAscii = isAscii && message::isAscii(c);
-    hasNul = hasNul || c == '\0';
-    length = c == '\n' || c == '\r' ? 0 : length + 1;
-    longestLine = std::max(longestLine, length);
+  isAscii = isAscii && message::isAscii(bytes);
+  hasNul = hasNul || bytes.find('\0') != std::string_view::npos;
+  while (!bytes.empty()) {
+    const std::size_t lf = bytes.find('\n');
+    const bool isLine = lf != std::string_view::npos;
+    open_ += isLine ? lf : bytes.size();
+    // The CR of a break is not counted; one in front of a piece's end may be the next one's.
+    const bool hasCr = isLine && (lf > 0 ? bytes[lf - 1] == '\r' : endedInCr_);
+    longestLine = std::max(longestLine, open_ - (hasCr ? 1 : 0));
+    if (!isLine) break;
+    open_ = 0;
+    bytes.remove_prefix(lf + 1);
   }
+  endedInCr_ = bytes.ends_with('\r');
 }
 
 int encodeContent(const Entity& place, std::string_view lineBreak, const NewContent& content,

@@ -131,7 +131,7 @@ TextEdit htmlInsertion(std::string_view document, std::size_t from, std::string_
   TextEdit edit{at.at, 0, blockOf(lines)};
   if (at.isFrameset) edit.text = "<noframes>" + edit.text + "</noframes>";
   // On lines of its own: what stands beside it may fill a line already.
-  if (at.at > from && document[at.at - 1] != '\n') edit.text.insert(0, "\n");
+  if (at.at > from && document[at.at - 1] != '\n') edit.text.insert(edit.text.begin(), '\n');
   const std::string_view behind = document.substr(at.at, 2);
   if (!behind.starts_with('\n') && behind != "\r\n" &&
       (!behind.empty() || document.ends_with('\n'))) {

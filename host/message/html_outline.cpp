@@ -14,7 +14,7 @@ namespace {
 template <std::size_t N>
 bool isOneOf(std::string_view name, const std::array<std::string_view, N>& names) {
   return std::any_of(names.begin(), names.end(),
-                     [&](std::string_view entry) { return equalsIgnoreCase(name, entry); });
+                     [&](std::string_view entry) { return isNamed(name, entry); });
 }
 
 /// Elements that stand in front of the body.
@@ -67,6 +67,7 @@ class Outliner {
   }
 
   void takeText(const HtmlToken& token) {
+    if (begin_ && !token.isRaw) return;
     const std::string_view text = document_.substr(token.begin, token.end - token.begin);
     if (token.isRaw) {
       // A comment in a script may hold another script with an end tag of its own.
@@ -85,12 +86,13 @@ class Outliner {
     startTag_ = token.begin;
     lastEndTag_.reset();
     if (isContext(token.name)) outline_.isCertain = false;
+    if (begin_) return;
     if (isTag(token, Kind::StartTag, "body")) {
       beginBody(token.end);
-    } else if (!begin_ && isTag(token, Kind::StartTag, "frameset")) {
+    } else if (isTag(token, Kind::StartTag, "frameset")) {
       framesetTag_ = begin_ = token.end;
     } else if (!isOfHead(token.name)) {
-      if (!begin_ && isTag(token, Kind::StartTag, "noscript")) outline_.isCertain = false;
+      if (isTag(token, Kind::StartTag, "noscript")) outline_.isCertain = false;
       beginBody(token.begin);
     }
   }

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <array>
 
-#include "host/message/ascii.h"
-
 namespace host::message {
 
 namespace {
@@ -18,9 +16,8 @@ constexpr std::array<std::string_view, 9> kRawElements{
     "style", "script", "title", "textarea", "xmp", "iframe", "noembed", "noframes", "plaintext"};
 
 std::string_view rawElementOf(std::string_view name) {
-  if (name.size() < 3 || name.size() > 9) return {};
   for (const std::string_view raw : kRawElements) {
-    if (equalsIgnoreCase(name, raw)) return raw;
+    if (isNamed(name, raw)) return raw;
   }
   return {};
 }
@@ -67,10 +64,6 @@ bool readAttribute(std::string_view text, std::size_t& at, Attribute& found) {
 }
 
 }  // namespace
-
-bool isTag(const HtmlToken& token, HtmlToken::Kind kind, std::string_view name) {
-  return token.kind == kind && equalsIgnoreCase(token.name, name);
-}
 
 std::string_view attributeOf(std::string_view document, const HtmlToken& token,
                              std::string_view name) {

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <string_view>
 
+#include "host/message/ascii.h"
+
 namespace host::message {
 
 /// A piece of a document.
@@ -45,8 +47,16 @@ class HtmlScanner {
   std::string_view rawElement_ = {};  ///< whose text is no markup; its start tag came last
 };
 
+/// Whether \p name is \p lowerCase, case ignored.
+inline bool isNamed(std::string_view name, std::string_view lowerCase) {
+  return name.size() == lowerCase.size() && lowered(name.front()) == lowerCase.front() &&
+         equalsIgnoreCase(name, lowerCase);
+}
+
 /// Whether \p token is a tag named \p name (lower case).
-bool isTag(const HtmlToken& token, HtmlToken::Kind kind, std::string_view name);
+inline bool isTag(const HtmlToken& token, HtmlToken::Kind kind, std::string_view name) {
+  return token.kind == kind && isNamed(token.name, name);
+}
 
 /// The value of an attribute of a start tag, as written and without its quotes; null data when the
 /// tag has none. The view lies in \p document.

@@ -54,8 +54,8 @@ TextEdit plainInsertion(const PlainText& into, std::string_view lines, OvMsgInse
     edit.text.pop_back();
   }
   if (isFirst || present.empty()) return edit;
-  if (into.isFlowed && flowsOn(present)) edit.text.insert(0, "\n");
-  if (!isComplete) edit.text.insert(0, "\n");
+  if (into.isFlowed && flowsOn(present)) edit.text.insert(edit.text.begin(), '\n');
+  if (!isComplete) edit.text.insert(edit.text.begin(), '\n');
   return edit;
 }
 

@@ -55,7 +55,14 @@ const Entity* rootOfRelated(const Entity& related) {
       if (id != nullptr && contentId(id->unfoldedValue()) == wanted) return part;
     }
   }
-  return related.firstChild();
+  const Entity* const first = related.firstChild();
+  const std::string type = lowered(related.contentTypeParameter("type").value_or(""));
+  if (type.empty() || first->contentType() == type) return first;
+  // Some put the pictures first, and say what the root is.
+  for (const Entity* part = first; part != nullptr; part = part->nextSibling()) {
+    if (part->contentType() == type) return part;
+  }
+  return first;
 }
 
 /// The multipart that is being looked through.

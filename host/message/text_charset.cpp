@@ -268,7 +268,10 @@ void TextContent::detect(std::string_view declared) {
 
 void TextContent::readCharacters() {
   if (decodeText(bytes_, charset_, characters_) != OVMSGERR::Ok) {
-    isOpaque_ = true;
+    // What fails under its label and is UTF-8 throughout was labelled wrongly.
+    isOpaque_ = isAscii_ || !isUtf8(bytes_);
+    isBytewise_ = needsDeclaration_ = !isOpaque_;
+    if (!isOpaque_) charset_ = kUtf8;
     return;
   }
   const std::u16string& units = characters_.characters;

@@ -90,7 +90,7 @@ void TransferredText::decode() {
   content_ = decoded_;
 }
 
-bool TransferredText::fits(std::string_view body, TransferEncoding encoding) const {
+bool TransferredText::fits(std::string_view body, TransferEncoding encoding) {
   if (encoding == TransferEncoding::Base64) return true;
   LineFacts facts;
   facts.add(body);
@@ -102,17 +102,19 @@ bool TransferredText::fits(std::string_view body, TransferEncoding encoding) con
 
 std::string TransferredText::rewritten(const EditedText& edited, TransferEncoding& encoding) const {
   encoding = encoding_;
-  std::optional<std::string> body;
+  std::optional<Splice> splice;
   if (edited.insertedAt && isIdentity(encoding_)) {
-    body = spliced(body_, *edited.insertedAt, edited.bytes);
+    splice = spliced(body_, *edited.insertedAt, edited.bytes);
   } else if (edited.insertedAt && encoding_ == TransferEncoding::QuotedPrintable) {
-    body = splicedQuotedPrintable(*edited.insertedAt, edited.bytes);
+    splice = splicedQuotedPrintable(*edited.insertedAt, edited.bytes);
   }
   const Boundaries boundaries = boundariesAround(&part_);
-  if (body && fits(*body, encoding) && !holdsDelimiter(*body, boundaries)) return std::move(*body);
+  if (splice && fits(splice->body, encoding) && !holdsDelimiter(splice->newLines(), boundaries)) {
+    return std::move(splice->body);
+  }
 
-  std::string whole =
-      edited.insertedAt ? spliced(content_, *edited.insertedAt, edited.bytes) : edited.bytes;
+  const std::string whole =
+      edited.insertedAt ? spliced(content_, *edited.insertedAt, edited.bytes).body : edited.bytes;
   const bool isLines = whole.find('\0') == std::string::npos;
   if (!isLines) encoding = TransferEncoding::Base64;
   std::string result = encoded(whole, encoding);
@@ -127,31 +129,38 @@ std::string TransferredText::rewritten(const EditedText& edited, TransferEncodin
   return result;
 }
 
-std::string TransferredText::spliced(std::string_view body, std::size_t at,
-                                     std::string_view text) const {
-  std::string result;
-  result.reserve(body.size() + text.size());
-  return result.append(body.substr(0, at)).append(text).append(body.substr(at));
+// The others were no delimiters before and are none now.
+std::string_view TransferredText::Splice::newLines() const {
+  const std::string_view all(body);
+  const std::size_t before = begin == 0 ? std::string_view::npos : all.rfind('\n', begin - 1);
+  const std::size_t first = before == std::string_view::npos ? 0 : before + 1;
+  return all.substr(first, std::min(all.find('\n', end), all.size()) - first);
 }
 
-std::optional<std::string> TransferredText::splicedQuotedPrintable(std::size_t at,
-                                                                   std::string_view text) const {
-  const auto place = quotedPrintablePlace(body_, at);
+TransferredText::Splice TransferredText::spliced(std::string_view body, std::size_t at,
+                                                 std::string_view text) {
+  Splice splice{{}, at, at + text.size()};
+  splice.body.reserve(body.size() + text.size());
+  splice.body.append(body.substr(0, at)).append(text).append(body.substr(at));
+  return splice;
+}
+
+std::optional<TransferredText::Splice> TransferredText::splicedQuotedPrintable(
+    std::size_t at, std::string_view text) const {
+  const auto place = quotedPrintablePlace(body_, content_.size(), at);
   if (!place) return std::nullopt;
   const std::string_view before = body_.substr(0, *place);
   const std::string_view behind = body_.substr(*place);
+  const std::string softBreak = std::string("=").append(transferBreak_);
   std::string middle = encoded(text, TransferEncoding::QuotedPrintable);
   // A blank in front of a line break is no part of the text.
   const bool startsLine = before.empty() || before.ends_with('\n');
   const bool breaksLine = text.starts_with('\n') || text.starts_with("\r\n");
-  std::string result(before);
-  result.reserve(body_.size() + middle.size() + 8);
   if (!startsLine && (!breaksLine || isBlank(before.back()))) {
-    result.append("=").append(transferBreak_);
+    middle.insert(middle.begin(), softBreak.begin(), softBreak.end());
   }
-  result += middle;
-  if (!behind.empty() && !middle.ends_with('\n')) result.append("=").append(transferBreak_);
-  return result.append(behind);
+  if (!behind.empty() && !middle.ends_with('\n')) middle += softBreak;
+  return spliced(body_, *place, middle);
 }
 
 std::string TransferredText::encoded(std::string_view content, TransferEncoding encoding) const {

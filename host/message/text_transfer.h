@@ -34,11 +34,20 @@ class TransferredText {
   std::string rewritten(const EditedText& edited, TransferEncoding& encoding) const;
 
  private:
-  std::string spliced(std::string_view body, std::size_t at, std::string_view text) const;
-  std::optional<std::string> splicedQuotedPrintable(std::size_t at, std::string_view text) const;
-  std::string encoded(std::string_view content, TransferEncoding encoding) const;
+  /// A body with something put in, from \p begin to \p end.
+  struct Splice {
+    std::string body;
+    std::size_t begin;
+    std::size_t end;
+    /// The lines that are not those of before.
+    std::string_view newLines() const;
+  };
+
   void decode();
-  bool fits(std::string_view body, TransferEncoding encoding) const;
+  static Splice spliced(std::string_view body, std::size_t at, std::string_view text);
+  std::optional<Splice> splicedQuotedPrintable(std::size_t at, std::string_view text) const;
+  std::string encoded(std::string_view content, TransferEncoding encoding) const;
+  static bool fits(std::string_view body, TransferEncoding encoding);
 
   const Entity& part_;
   std::string_view body_;

@@ -8,6 +8,7 @@
 
 #include "host/message/ascii.h"
 #include "host/message/mime_values.h"
+#include "host/message/sinks.h"
 #include "library/platform/ov_msg_mail_message.h"
 
 namespace host::message {
@@ -55,6 +56,67 @@ std::string_view behindBeginLine(std::string_view body) {
   }
   const std::size_t lf = body.find('\n', at);
   return at < body.size() && lf != std::string_view::npos ? body.substr(lf + 1) : body;
+}
+
+/// The state of a body in quoted-printable that is being decoded. What stands for itself is handed
+/// on as it is; the library sees the escapes only, as it looks at every byte.
+class QuotedPrintableReader {
+ public:
+  explicit QuotedPrintableReader(std::string_view body) : body_(body) {
+    g_mime_encoding_init_decode(&state_, GMIME_CONTENT_ENCODING_QUOTEDPRINTABLE);
+  }
+
+  std::size_t at() const { return at_; }
+  bool isAtEnd() const { return at_ >= body_.size(); }
+
+  /// The next piece of the content: at most \p limit bytes that stand for themselves, or what one
+  /// escape stands for. The view is valid until the next call.
+  std::string_view next(std::size_t limit) {
+    const std::size_t plain = std::min(body_.find('=', at_), body_.size()) - at_;
+    if (plain != 0) {
+      const std::string_view piece = body_.substr(at_, std::min(plain, limit));
+      at_ += piece.size();
+      return piece;
+    }
+    // An escape is decided after three bytes; what is none may begin another one.
+    std::size_t count = 0;
+    do {
+      count += g_mime_encoding_step(&state_, body_.data() + at_, 1, escape_.data() + count);
+      ++at_;
+    } while (at_ < body_.size() && state_.state != 0);
+    return {escape_.data(), count};
+  }
+
+ private:
+  std::string_view body_;
+  std::size_t at_ = 0;
+  GMimeEncoding state_;
+  std::array<char, 64> escape_{};
+};
+
+bool decodeQuotedPrintable(std::string_view body, OvMsgSink& sink) {
+  QuotedPrintableReader reader(body);
+  std::string piece;
+  piece.reserve(std::min(body.size(), kPiece + 64));
+  while (!reader.isAtEnd()) {
+    piece += reader.next(kPiece - piece.size());
+    if (piece.size() < kPiece) continue;
+    if (!sink.write(piece.data(), piece.size())) return false;
+    piece.clear();
+  }
+  return piece.empty() || sink.write(piece.data(), piece.size());
+}
+
+std::optional<std::size_t> placeInQuotedPrintable(std::string_view body, std::size_t offset) {
+  QuotedPrintableReader reader(body);
+  std::size_t decoded = 0;
+  while (decoded < offset && !reader.isAtEnd()) decoded += reader.next(offset - decoded).size();
+  if (decoded != offset) return std::nullopt;
+  std::size_t at = reader.at();
+  while (body.substr(at, 2) == "=\n" || body.substr(at, 3) == "=\r\n") {
+    at += body[at + 1] == '\n' ? 2 : 3;
+  }
+  return at;
 }
 
 /// Decodes \p body and \p ending, one behind the other, as the library does.
@@ -124,45 +186,27 @@ bool decodeBody(std::string_view body, TransferEncoding encoding, OvMsgSink& sin
                      body[body.size() - 2] == '=' && !isSpace(body.back());
   const std::string_view rest = body.substr(body.size() - (isCut ? 2 : 0));
   body.remove_suffix(rest.size());
-  return decodeRun(body, {}, encoding, sink) &&
+  const bool isQuoted = encoding == TransferEncoding::QuotedPrintable;
+  return (isQuoted ? decodeQuotedPrintable(body, sink) : decodeRun(body, {}, encoding, sink)) &&
          (rest.empty() || sink.write(rest.data(), rest.size()));
 }
 
-std::optional<std::size_t> quotedPrintablePlace(std::string_view body, std::size_t offset) {
+std::optional<std::size_t> quotedPrintablePlace(std::string_view body, std::size_t size,
+                                                std::size_t offset) {
   mime::initialise();
-  constexpr std::size_t kStep = 512;
-  GMimeEncoding state;
-  g_mime_encoding_init_decode(&state, GMIME_CONTENT_ENCODING_QUOTEDPRINTABLE);
-  std::array<char, kStep * 3 + 16> piece{};
-  std::size_t decoded = 0;
-  std::size_t at = 0;
-  // Whole steps up to the place, then byte by byte.
-  while (at < body.size() && decoded < offset) {
-    const GMimeEncoding before = state;
-    const std::string_view input = body.substr(at, kStep);
-    const std::size_t count =
-        g_mime_encoding_step(&state, input.data(), input.size(), piece.data());
-    if (decoded + count >= offset) {
-      state = before;
-      break;
+  // Behind a line break nothing is pending: a place near the end is counted from there.
+  const std::size_t behind = size - offset;
+  if (behind * 4 + 1024 < body.size()) {
+    const std::size_t lf = body.rfind('\n', body.size() - behind * 3 - 512);
+    const std::size_t begin = lf == std::string_view::npos ? 0 : lf + 1;
+    CountingSink counted;
+    decodeQuotedPrintable(body.substr(begin), counted);
+    if (begin != 0 && counted.count() >= behind) {
+      const auto place = placeInQuotedPrintable(body.substr(begin), counted.count() - behind);
+      return place ? std::optional(begin + *place) : std::nullopt;
     }
-    decoded += count;
-    at += input.size();
   }
-  while (at < body.size() && decoded < offset) {
-    decoded += g_mime_encoding_step(&state, body.data() + at, 1, piece.data());
-    ++at;
-  }
-  if (decoded != offset) return std::nullopt;
-  // Soft line breaks: what decodes to nothing.
-  while (at < body.size() && body[at] == '=') {
-    std::size_t next = at + 1;
-    while (next < body.size() && isBlank(body[next])) ++next;
-    if (next < body.size() && body[next] == '\r') ++next;
-    if (next >= body.size() || body[next] != '\n') break;
-    at = next + 1;
-  }
-  return at;
+  return placeInQuotedPrintable(body, offset);
 }
 
 std::string encodeBody(std::string_view content, TransferEncoding encoding, bool isText,

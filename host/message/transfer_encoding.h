@@ -33,10 +33,11 @@ bool isIdentity(TransferEncoding encoding);
 /// \return false when \p sink refused one.
 bool decodeBody(std::string_view body, TransferEncoding encoding, OvMsgSink& sink);
 
-/// Where in \p body, which is quoted-printable, the decoded byte \p offset begins, or the end:
-/// behind any soft line breaks in front of it. Nothing when no place is between it and the byte
-/// before, as in an escape that is none.
-std::optional<std::size_t> quotedPrintablePlace(std::string_view body, std::size_t offset);
+/// Where in \p body, which is quoted-printable and decodes to \p size bytes, the decoded byte
+/// \p offset begins, or the end: behind soft line breaks in front of it. Nothing when no place is
+/// between it and the byte before, as in an escape that is none.
+std::optional<std::size_t> quotedPrintablePlace(std::string_view body, std::size_t size,
+                                                std::size_t offset);
 
 /// \p content encoded in quoted-printable, base64 or identity, in lines of at most 76 characters
 /// that end in \p lineBreak. Line breaks of a text are written as such, others are encoded.

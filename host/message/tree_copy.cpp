@@ -124,8 +124,14 @@ Boundaries boundariesIn(const Entity& part, const Boundaries& boundaries) {
 }
 
 bool holdsDelimiter(std::string_view bytes, const Boundaries& boundaries) {
+  // A line that begins with two dashes is rare: the sink sees those only.
   DelimiterSink sink(boundaries);
-  sink.write(bytes.data(), bytes.size());
+  for (std::size_t at = 0; at < bytes.size() && !boundaries.empty();) {
+    const std::size_t lf = bytes.find('\n', at);
+    const std::size_t next = lf == std::string_view::npos ? bytes.size() : lf + 1;
+    if (bytes.substr(at, 2) == "--") sink.write(bytes.data() + at, next - at);
+    at = next;
+  }
   return !sink.found().empty();
 }
 
