@@ -27,17 +27,26 @@ bool hasHighByte(std::string_view bytes) {
 bool MailFeed::survey() {
   buffered_ = true;
   if (!source_.writeTo(*this)) return false;
+  while (!encoder_.isFinished()) {
+    makeRoomInSurvey();
+    const std::size_t encoded = encoder_.finish(buffer_ + end_, kBufferBytes - end_);
+    end_ += encoded;
+    wireBytes_ += encoded;
+  }
   complete_ = buffered_;
   return true;
+}
+
+void MailFeed::makeRoomInSurvey() {
+  if (kBufferBytes - end_ >= 2) return;
+  end_ = 0;
+  buffered_ = false;
 }
 
 void MailFeed::surveyPiece(std::string_view piece) {
   hasEightBit_ = hasEightBit_ || hasHighByte(piece);
   while (!piece.empty()) {
-    if (kBufferBytes - end_ < 2) {
-      end_ = 0;
-      buffered_ = false;
-    }
+    makeRoomInSurvey();
     const std::size_t encoded = encoder_.encode(piece, buffer_ + end_, kBufferBytes - end_);
     end_ += encoded;
     wireBytes_ += encoded;
@@ -55,11 +64,28 @@ void MailFeed::rewind() {
 bool MailFeed::stream(const std::function<bool()>& drain) {
   drain_ = &drain;
   streamed_ = 0;
-  const bool written = source_.writeTo(*this) && streamed_ == wireBytes_;
+  bool written = source_.writeTo(*this);
+  while (written && !encoder_.isFinished()) {
+    written = makeRoomInStream();
+    if (!written) break;
+    const std::size_t encoded = encoder_.finish(buffer_ + end_, kBufferBytes - end_);
+    end_ += encoded;
+    streamed_ += encoded;
+  }
+  written = written && streamed_ == wireBytes_;
   drain_ = nullptr;
   complete_ = written;
   broken_ = !written;
   return written;
+}
+
+bool MailFeed::makeRoomInStream() {
+  if (kBufferBytes - end_ >= 2) return true;
+  if (!(*drain_)()) return false;
+  std::memmove(buffer_, buffer_ + begin_, end_ - begin_);
+  end_ -= begin_;
+  begin_ = 0;
+  return true;
 }
 
 bool MailFeed::write(const char* data, std::size_t size) {
@@ -69,12 +95,7 @@ bool MailFeed::write(const char* data, std::size_t size) {
     return true;
   }
   while (!piece.empty()) {
-    if (kBufferBytes - end_ < 2) {
-      if (!(*drain_)()) return false;
-      std::memmove(buffer_, buffer_ + begin_, end_ - begin_);
-      end_ -= begin_;
-      begin_ = 0;
-    }
+    if (!makeRoomInStream()) return false;
     const std::size_t encoded = encoder_.encode(piece, buffer_ + end_, kBufferBytes - end_);
     end_ += encoded;
     streamed_ += encoded;

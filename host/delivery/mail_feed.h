@@ -48,6 +48,8 @@ class MailFeed final : public OvMsgSink {
 
  private:
   void surveyPiece(std::string_view piece);
+  void makeRoomInSurvey();
+  bool makeRoomInStream();
   std::size_t readable() const {
     const std::size_t held = end_ - begin_;
     return complete_ || held == 0 ? held : held - 1;

@@ -14,10 +14,23 @@ namespace {
 
 bool isBreak(char c) { return c == '\r' || c == '\n'; }
 
+// Line breaks in a row, as CrLfEncoder counts them.
+struct Breaks {
+  std::size_t bytes = 0;
+  std::size_t count = 0;
+};
+
+// Those at the begin of `text`, up to the first LF.
+Breaks breaksAt(std::string_view text) {
+  const std::size_t crs = std::min(text.find_first_not_of('\r'), text.size());
+  if (crs < text.size() && text[crs] == '\n') return {crs + 1, 1};
+  return {crs, crs};
+}
+
 // The length of the line break at the begin of `text`; 0 when there is none.
 std::size_t breakLength(std::string_view text) {
-  if (text.empty() || !isBreak(text[0])) return 0;
-  return text.starts_with("\r\n") ? 2 : 1;
+  const Breaks breaks = breaksAt(text);
+  return breaks.count > 1 ? 1 : breaks.bytes;
 }
 
 std::size_t lineLength(std::string_view text) {
@@ -90,9 +103,9 @@ Sha256Sum bodyDigest(std::string_view body) {
   Sha256 sum;
   std::size_t breaks = 0;  // seen, and not counted before something follows
   while (!body.empty()) {
-    if (const std::size_t length = breakLength(body)) {
-      ++breaks;
-      body.remove_prefix(length);
+    if (const Breaks found = breaksAt(body); found.count > 0) {
+      breaks += found.count;
+      body.remove_prefix(found.bytes);
       continue;
     }
     constexpr std::string_view kBreaks = "\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n";

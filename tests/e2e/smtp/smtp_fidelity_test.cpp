@@ -18,6 +18,7 @@ using testing_host::asReceived;
 using testing_host::envelopeTo;
 using testing_host::sendBytes;
 using testing_host::SmtpSink;
+using testing_host::withCrLf;
 
 constexpr host::delivery::SmtpTimeouts kLong{5000, 30'000, 120'000};
 
@@ -56,6 +57,7 @@ std::vector<Torture> tortures() {
       {"BareCr", "Subject: x\r\rbody\r"},
       {"Mixed", "Subject: x\r\n\nbody\rmore\n\r\n\r\rend"},
       {"CrCrLf", "Subject: x\r\r\n\r\r\nbody\r\r\n"},
+      {"EndsInCrs", "Subject: x\r\n\r\nbody\r\r\r"},
       {"LfCr", "a\n\rb\n\r"},
       {"EndsInCr", "Subject: x\r\n\r\nbody\r"},
       {"Dot", "."},
@@ -124,22 +126,6 @@ TEST(SmtpFidelity, RealMailArrivesWhole) {
   RecordProperty("files", static_cast<int>(files));
 }
 
-// The same, bluntly.
-std::string encodeWhole(std::string_view bytes) {
-  std::string out;
-  for (std::size_t index = 0; index < bytes.size(); ++index) {
-    if (bytes[index] == '\r') {
-      out += "\r\n";
-      if (index + 1 < bytes.size() && bytes[index + 1] == '\n') ++index;
-    } else if (bytes[index] == '\n') {
-      out += "\r\n";
-    } else {
-      out += bytes[index];
-    }
-  }
-  return out;
-}
-
 TEST(CrLfEncoder, GivesTheSameHoweverTheBytesAreDivided) {
   std::mt19937 random(7);
   for (unsigned int round = 0; round < 300; ++round) {
@@ -157,7 +143,28 @@ TEST(CrLfEncoder, GivesTheSameHoweverTheBytesAreDivided) {
         out.append(room, written);
       }
     }
-    ASSERT_EQ(out, encodeWhole(bytes)) << "round " << round;
+    while (!encoder.isFinished()) {
+      char room[16];
+      out.append(room, encoder.finish(room, 2 + random() % 15));
+    }
+    ASSERT_EQ(out, withCrLf(bytes)) << "round " << round;
+  }
+}
+
+TEST(CrLfEncoder, TakesCrsBeforeAnLfForOneLineBreak) {
+  const std::pair<std::string_view, std::string_view> cases[] = {
+      {"Subject: x\r\r\nTo: y\r\r\r\n\r\r\nbody\r\r\n", "Subject: x\r\nTo: y\r\n\r\nbody\r\n"},
+      {"a\r\rb\r", "a\r\n\r\nb\r\n"},
+      {"\n\r\n\n\r", "\r\n\r\n\r\n\r\n"}};
+  for (const auto& [bytes, expected] : cases) {
+    CrLfEncoder encoder;
+    char room[100];
+    std::string_view rest = bytes;
+    std::size_t written = encoder.encode(rest, room, sizeof room);
+    written += encoder.finish(room + written, sizeof room - written);
+    EXPECT_EQ(std::string_view(room, written), expected);
+    EXPECT_TRUE(rest.empty());
+    EXPECT_TRUE(encoder.isFinished());
   }
 }
 

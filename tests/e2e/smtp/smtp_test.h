@@ -1,6 +1,7 @@
 // What the tests of the SMTP client share.
 #pragma once
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,17 +18,26 @@ inline host::delivery::Envelope envelopeTo(std::vector<std::string> recipients) 
   return {"sender@example.org", std::move(recipients)};
 }
 
-/// \p text with every line break as CR LF and one at the end: what arrives of a message.
-inline std::string asReceived(std::string_view text) {
+/// \p text with every line break as CR LF, CRs before an LF being part of it.
+inline std::string withCrLf(std::string_view text) {
   std::string out;
-  for (std::size_t index = 0; index < text.size(); ++index) {
-    if (text[index] != '\r' && text[index] != '\n') {
-      out += text[index];
-      continue;
+  for (std::size_t index = 0; index < text.size();) {
+    const std::size_t behind = std::min(text.find_first_not_of('\r', index), text.size());
+    if (behind < text.size() && text[behind] == '\n') {
+      out += "\r\n";
+      index = behind + 1;
+    } else if (behind > index) {
+      for (; index < behind; ++index) out += "\r\n";
+    } else {
+      out += text[index++];
     }
-    if (text[index] == '\r' && index + 1 < text.size() && text[index + 1] == '\n') ++index;
-    out += "\r\n";
   }
+  return out;
+}
+
+/// The same with a line break at the end: what arrives of a message.
+inline std::string asReceived(std::string_view text) {
+  std::string out = withCrLf(text);
   if (!out.empty() && !out.ends_with('\n')) out += "\r\n";
   return out;
 }

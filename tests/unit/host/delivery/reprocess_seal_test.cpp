@@ -50,12 +50,19 @@ TEST(ReprocessSeal, HasOneForm) {
 }
 
 TEST(BodyDigest, DoesNotCareForLineBreaksAndBlankLinesAtTheEnd) {
-  const std::string same[] = {
-      "a\nb",      "a\r\nb", "a\rb", "a\nb\n", "a\r\nb\r\n", "a\nb\n\n", "a\r\nb\r\n\r\n\r\n",
-      "a\rb\r\r\r"};
+  const std::string same[] = {"a\nb",
+                              "a\r\nb",
+                              "a\rb",
+                              "a\nb\n",
+                              "a\r\nb\r\n",
+                              "a\nb\n\n",
+                              "a\r\nb\r\n\r\n\r\n",
+                              "a\rb\r\r\r",
+                              "a\r\r\nb\r\r\n",
+                              "a\r\r\r\nb"};
   for (const std::string& body : same) EXPECT_EQ(bodyDigest(body), bodyDigest(same[0])) << body;
-  const std::string others[] = {"",        "ab",    "a\n\nb", "\na\nb", "a\nb ",
-                                "a\nb\n ", "a \nb", "a\nb.",  "b\na",   "a\n\rb"};
+  const std::string others[] = {"",      "ab",    "a\n\nb", "\na\nb", "a\nb ", "a\nb\n ",
+                                "a \nb", "a\nb.", "b\na",   "a\n\rb", "a\r\rb"};
   for (const std::string& body : others) EXPECT_NE(bodyDigest(body), bodyDigest(same[0])) << body;
   EXPECT_EQ(bodyDigest(""), bodyDigest("\r\n\n\r"));
 }
@@ -81,6 +88,7 @@ TEST(DividedMail, DividesAsMailSystemsDo) {
       {"A: 1\r\n\r\nbody", "A: 1\r\n", "body"},
       {"A: 1\n\nbody", "A: 1\r\n", "body"},
       {"A: 1\r\rbody", "A: 1\r\n", "body"},
+      {"A: 1\r\r\nB: 2\r\r\n\r\r\nbody\r\r\n", "A: 1\r\nB: 2\r\n", "body\r\r\n"},
       {"A: 1\rB: 2\n\nbody", "A: 1\r\nB: 2\r\n", "body"},
       {"A: 1\r\n folded\r\n\tmore\r\n\r\nbody", "A: 1\r\n folded\r\n\tmore\r\n", "body"},
       {"A: 1\r\nno field\r\nB: 2\r\n\r\nx", "A: 1\r\n", "no field\r\nB: 2\r\n\r\nx"},

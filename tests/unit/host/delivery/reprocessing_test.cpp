@@ -139,13 +139,16 @@ TEST_F(ReprocessingTest, WhatWasSealedFromUnevenLineBreaksHolds) {
       "Subject: x\rX: y\r\nX-kavi-reprocess-rules: 1\r\nX-kavi-reprocess-type: q\r\n\r\nbo\rdy",
       "X-kavi-reprocess-rules: 1\r\nX-kavi-reprocess-type: q\r\rbody",
       "X-kavi-reprocess-rules: 1\r\nX-kavi-reprocess-type: q",
+      "X-kavi-reprocess-rules: 1\r\r\nX-kavi-reprocess-type: q\r\r\n\r\r\nbo\r\rdy\r\r\n\r",
   };
   for (const std::string& mail : mails) {
     const std::string outgoing = sealed(mail);
     std::string_view left = outgoing;
     std::string arrived(2 * outgoing.size() + 2, '\0');
     CrLfEncoder encoder;
-    arrived.resize(encoder.encode(left, arrived.data(), arrived.size()));
+    std::size_t size = encoder.encode(left, arrived.data(), arrived.size());
+    size += encoder.finish(arrived.data() + size, arrived.size() - size);
+    arrived.resize(size);
     const auto message = receive(arrived);
     const Reprocessing found = admit(*message);
     EXPECT_TRUE(found.honoured) << mail << ": " << found.refusal;
