@@ -21,12 +21,12 @@ grep -v '^#' examples/policy.yaml
 printf '\n'
 "$kavi" policy check examples/policy.yaml
 
-heading "What it does to five messages (kavi run --policy examples/policy.yaml --out DIR examples/mail)"
-"$kavi" run --policy examples/policy.yaml --out "$result" --verbose examples/mail
+heading "What it does to five messages (kavi run --policy examples/policy.yaml --out DIR --diff examples/mail)"
+"$kavi" run --policy examples/policy.yaml --out "$result" --diff examples/mail
 
 heading "What is in DIR now"
 (cd "$result" && find . -type f ! -name '.*' | LC_ALL=C sort | sed 's|^\./|  |')
 
-heading "One message before and after (japanese.eml)"
+heading "The bytes of one message before and after (japanese.eml)"
 diff -U1 --label before --label after examples/mail/japanese.eml "$result/japanese.eml" || true
 printf '\nEvery other byte of it is as it came. Nothing was sent.\n'

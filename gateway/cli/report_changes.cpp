@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <string_view>
 #include <utility>
 
@@ -23,6 +24,11 @@ std::string fieldsOf(const PartChange& part) {
                         wordOf(field.kind));
   }
   return fields;
+}
+
+std::string placeOf(const PartChange& part) {
+  const bool isHeader = part.path == "1" && part.kind == ChangeKind::Changed && !part.content;
+  return isHeader ? "header" : "part " + part.path;
 }
 
 std::string describe(const PartChange& part) {
@@ -63,11 +69,11 @@ std::string coloured(const DiffLine& line, const Style& style) {
 
 std::string changesText(const MessageResult& result, const Style& style) {
   std::string out;
+  std::size_t width = 0;
+  for (const PartChange& part : result.parts) width = std::max(width, placeOf(part).size());
   for (const PartChange& part : result.parts) {
-    const bool isRoot = part.path == "1" && part.kind == ChangeKind::Changed && !part.content;
-    const std::string place = isRoot ? "header" : "part " + part.path;
-    out += "  " + style.dim(padded(out.empty() ? "changes" : "", kIndent - 2)) + padded(place, 9) +
-           " " + describe(part) + "\n";
+    out += "  " + style.dim(padded(out.empty() ? "changes" : "", kIndent - 2)) +
+           padded(placeOf(part), width) + " " + " " + describe(part) + "\n";
   }
   for (const DiffSection& section : result.diff) {
     out += "\n  " + style.notable("@ " + section.title) + "\n";

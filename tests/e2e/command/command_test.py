@@ -333,8 +333,8 @@ class TextTest(KaviTest):
         self.assertEqual(done.stderr, b"")
         self.assertNotIn(b"\x1b", done.stdout)
         self.assertIn("rule     30 quotations\n", done.stdout.decode())
-        self.assertRegex(done.stdout.decode(), r"5 messages in [0-9.]+ s: 1 unchanged, 2 changed, "
-                         r"2 disposed of\n")
+        self.assertRegex(done.stdout.decode(), r"5 messages in [0-9.]+ s: 2 unchanged, 2 changed, "
+                         r"1 disposed of\n")
 
     def test_quiet_leaves_out_what_no_rule_matched(self):
         done = kavi("run", "--quiet", "--policy", EXAMPLES / "policy.yaml", EXAMPLES / "mail")
@@ -374,7 +374,9 @@ class TextTest(KaviTest):
                               timeout=60, check=False)
         self.assertEqual(done.returncode, 0, done.stderr)
         self.assertIn(b"+X-Topic: quotation", done.stdout)
-        self.assertIn(b"postponed/html-attachment.eml", done.stdout)
+        self.assertIn(b"postponed/broken.eml", done.stdout)
+        self.assertIn("+Subject: [EXTERNAL] 見積書の件\n", done.stdout.decode())
+        self.assertIn(b"-1.2  price-list.pdf.exe", done.stdout)
 
 
 class AdministrationTest(KaviTest):
