@@ -31,7 +31,7 @@ constexpr char kExamples[] = R"(Examples:
   kavi spool list --config kavi.ini                what waits to be sent
 
 Exit status: 0 all done, 1 an action failed or a message could not be read or written,
-2 usage or policy error.)";
+2 usage or policy error, 3 not everything in the spool that was due could be sent.)";
 
 constexpr char kStateHelp[] =
     "The folder of the spool; else state_folder in section delivery of the settings, or "
@@ -188,12 +188,14 @@ int dispatchSpool(const CLI::App& spool, const Arguments& arguments) {
   if (spool.get_subcommand("delete")->parsed()) {
     return spoolDeleteCommand(arguments.spool, arguments.spoolIds, arguments.flag);
   }
+  ignoreBrokenPipes();
   return spoolSendCommand(arguments.spool, arguments.flag);
 }
 
 int dispatch(CLI::App& app, Arguments& arguments) {
   if (CLI::App* run = app.get_subcommand("run"); run->parsed()) {
     if (run->count("--from") != 0) arguments.run.from = arguments.from;
+    if (arguments.run.deliver) ignoreBrokenPipes();
     return runCommand(arguments.run);
   }
   if (CLI::App* expand = app.get_subcommand("expand"); expand->parsed()) {

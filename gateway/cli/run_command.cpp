@@ -170,7 +170,8 @@ void setTrust(const RunOptions& options, const std::optional<host::delivery::Sea
   if (keys) settings.sealKeys = &*keys;
 }
 
-/// Sends what is due, and when all went well gives the messages their final answer.
+/// Sends what is due, and gives the messages their final answer when all of them went well. Not
+/// before: of a command that is stopped nobody knows how far it got.
 /// \param status  how running the messages ended
 int conclude(const RunOptions& options, Deliverer& deliverer, OutputFolder& out, int status) {
   const Submission submission = deliverer.submit(options.verbose);
@@ -178,7 +179,10 @@ int conclude(const RunOptions& options, Deliverer& deliverer, OutputFolder& out,
       options.json ? jsonReport(submission) + "\n"
                    : "\n" + textReport(submission, Style(options.colour, STDOUT_FILENO));
   std::fwrite(text.data(), 1, text.size(), stdout);
-  if (!submission.good() && status == ExitDone) status = ExitFailed;
+  // Who did not get the report will ask for it again.
+  if ((std::fflush(stdout) != 0 || std::ferror(stdout) != 0) && status == ExitDone) {
+    status = ExitFailed;
+  }
   if (status == ExitDone) {
     if (const std::string fault = out.release(); !fault.empty()) {
       complain(host::core::printable(fault));
@@ -188,8 +192,9 @@ int conclude(const RunOptions& options, Deliverer& deliverer, OutputFolder& out,
   deliverer.answer(status == ExitDone);
   if (status != ExitDone) {
     complain("not all is done: the same command, run again, does what is missing");
+    return status;
   }
-  return status;
+  return submission.good() ? ExitDone : ExitUnsent;
 }
 
 }  // namespace

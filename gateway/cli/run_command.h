@@ -28,8 +28,8 @@ struct RunOptions {
   Colour colour = Colour::Auto;
 };
 
-/// \return the exit status: 0 all done, 1 an action failed, a message could not be read or written,
-///   or something could not be sent, 2 usage or policy error.
+/// \return the exit status: 0 all done, 1 an action failed or a message could not be read or
+///   written, 2 usage or policy error, 3 every message was done, but not all of the spool was sent.
 int runCommand(const RunOptions& options);
 
 }  // namespace gateway::cli

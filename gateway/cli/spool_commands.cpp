@@ -15,6 +15,7 @@
 #include "gateway/cli/startup.h"
 #include "gateway/cli/submission.h"
 #include "gateway/cli/terminal.h"
+#include "gateway/engine/library_start.h"
 #include "host/core/ini_settings.h"
 #include "host/core/text_escape.h"
 #include "host/delivery/adapter_error.h"
@@ -45,6 +46,7 @@ class OpenSpool {
     return ExitFailed;
   }
 
+  host::core::IniSettings& settings() { return settings_; }
   host::delivery::Spool& spool() { return spool_; }
   const host::delivery::DeliverySettings& delivery() const { return delivery_; }
   host::delivery::SpoolControl control() {
@@ -187,14 +189,14 @@ int spoolSendCommand(const SpoolOptions& options, bool verbose) {
   OpenSpool open;
   if (const int status = open.open(options); status != ExitDone) return status;
   const host::delivery::SealKeys keys(open.delivery().sealKeyPath());
-  // Says nothing by itself: the report carries its lines.
-  host::core::ProcessLog log({.level = 0});
+  // Says nothing by itself unless it is told to: the report carries its lines.
+  host::core::ProcessLog log(engine::readLogOptions(open.settings(), 0));
   const Submission submission = submitSpool(open.spool(), open.delivery(), keys, log, verbose);
   const std::string text = options.json
                                ? jsonReport(submission) + "\n"
                                : textReport(submission, Style(Colour::Auto, STDOUT_FILENO));
   std::fwrite(text.data(), 1, text.size(), stdout);
-  return submission.good() ? ExitDone : ExitFailed;
+  return submission.good() ? ExitDone : ExitUnsent;
 }
 
 }  // namespace gateway::cli

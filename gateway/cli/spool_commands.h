@@ -30,6 +30,7 @@ int spoolRetryCommand(const SpoolOptions& options, const std::vector<std::string
 int spoolDeleteCommand(const SpoolOptions& options, const std::vector<std::string>& ids, bool yes);
 
 /// `kavi spool send`: sends what is due, once.
+/// \return the exit status: 3 when not all of that was sent.
 int spoolSendCommand(const SpoolOptions& options, bool verbose);
 
 }  // namespace gateway::cli

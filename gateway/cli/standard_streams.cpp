@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 
 #include "gateway/cli/startup.h"
@@ -17,6 +18,8 @@ void holdStandardDescriptors() {
     if (::fcntl(descriptor, F_GETFD) < 0) ::open("/dev/null", kModes[descriptor]);
   }
 }
+
+void ignoreBrokenPipes() { std::signal(SIGPIPE, SIG_IGN); }
 
 int finishOutput(int status) {
   const bool flushed = std::fflush(stdout) == 0;

@@ -8,6 +8,10 @@ namespace gateway::cli {
 /// to a closed output still fail. Comes before anything else is opened.
 void holdStandardDescriptors();
 
+/// From now on writing where nobody reads any more is an error and not the end of the process: a
+/// server that goes away must not take the messages behind it with it. For commands that send.
+void ignoreBrokenPipes();
+
 /// Flushes standard output.
 /// \param status  how the command ended otherwise
 /// \return \p status, or ExitFailed after a complaint when it says success but some of the output,

@@ -12,7 +12,7 @@
 namespace gateway::cli {
 
 /// Exit statuses of all commands.
-enum ExitStatus : int { ExitDone = 0, ExitFailed = 1, ExitUsage = 2 };
+enum ExitStatus : int { ExitDone = 0, ExitFailed = 1, ExitUsage = 2, ExitUnsent = 3 };
 
 /// The settings, the log and the started library, once per process.
 class Startup {

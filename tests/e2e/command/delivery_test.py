@@ -221,7 +221,7 @@ class RescanTest(DeliveryCase):
             [report], spool = self.deliver(
                 "--reinjected", "--from", "a@x.example", "--rcpt",
                 "c@y.example" if turn > 1 else "b@x.example", self.put("turn.eml", mail),
-                status=0 if turn < 6 else 1)
+                status=0 if turn < 6 else 3)
             self.assertEqual(report["verdict"], "disposed")
             if turn < 6:
                 [mail] = sink.messages()
@@ -359,6 +359,30 @@ class AttemptTest(DeliveryCase):
         self.assertTrue(any("possibly doubled" in line["text"] for line in spool["log"]))
         subjects = sorted(re.search(rb"Subject: (.)", mail)[1] for mail in sink.messages())
         self.assertEqual(subjects, [b"a", b"b", b"c"])
+
+    def test_what_the_spool_could_not_send_is_no_reason_to_repeat_the_messages(self):
+        busy = Sink(self, "busy", {"mail": {"reply": "451 4.3.0 come back"}})
+        self.sends_to(scan=busy)
+        self.policy(READDRESS)
+        _, spool = self.deliver(self.message, status=3)
+        self.assertEqual(spool["deferred"], 1)
+        # Settled: the message sent anew is another one.
+        self.deliver(self.message, status=3)
+        self.assertEqual(len(self.waiting()), 2)
+
+    def test_a_report_that_nobody_got_is_asked_for_again(self):
+        sink = Sink(self, "scan")
+        self.sends_to(scan=sink)
+        self.policy(READDRESS)
+        reader, writer = os.pipe()
+        os.close(reader)
+        done = subprocess.run([KAVI, *map(str, self.arguments(self.message))], stdout=writer,
+                              check=False, stderr=subprocess.PIPE, timeout=60)
+        os.close(writer)
+        self.assertEqual(done.returncode, 1, done.stderr)
+        self.assertEqual(len(sink.messages()), 1)
+        [report], spool = self.deliver(self.message)
+        self.assertEqual((report["verdict"], spool["sent"]), ("disposed", 0))
 
     def test_an_mbox_is_answered_as_a_whole(self):
         box = b"\n".join(b"From a@x.example Mon Mar  3 09:12:44 2025\nTo: b@x.example\n"

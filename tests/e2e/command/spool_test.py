@@ -20,7 +20,7 @@ class SpoolTest(GatewayTest):
                     "{id: 8, when: always, actions: [{readdress: 'c@y.example; d@y.example'}]}")
         self.runs = 0
 
-    def fill(self, *subjects, at=None, status=1):
+    def fill(self, *subjects, at=None, status=3):
         """Runs messages whose new copies the scanning listener treats as `at` says."""
         sink = Sink(self, f"scan{self.runs}", at)
         self.sends_to(scan=sink, retry_first_seconds=1000)
@@ -108,7 +108,7 @@ class SpoolTest(GatewayTest):
         gone = Sink(self, "gone")
         gone.stop()
         self.sends_to(scan=gone)
-        self.assertIn(b"1 refused for now", self.spool("send", status=1).stdout)
+        self.assertIn(b"1 refused for now", self.spool("send", status=3).stdout)
 
     def test_delete_asks(self):
         self.fill("one", "two", at={"rcpt1": {"reply": "550 5.1.1 no"}})
