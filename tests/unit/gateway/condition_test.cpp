@@ -99,6 +99,9 @@ INSTANTIATE_TEST_SUITE_P(
              "1: header name 'X-A:' (write the name alone, without ':' and blanks)"},
         Form{"header:\n  name: X\n  match: y",
              "3: unknown key 'match' in condition 'header' (did you mean 'matches'?)"},
+        Form{"subject: '*test*'",
+             "1: regular expression '*test*': no argument for repetition operator: * (it is looked "
+             "for anywhere in the text: leave the stars at its ends out)"},
         Form{"subject: {matches: ['a', 'b(']}", "1: regular expression 'b(': missing ): b("},
         Form{"subject: {matches: []}",
              "1: condition 'subject' has an empty list (write: {subject: {matches: "
