@@ -95,6 +95,7 @@ bool HtmlScanner::next(HtmlToken& token) {
     token.kind = HtmlToken::Kind::StartTag;
     readTag(token, at_ + 1);
     rawElement_ = token.isComplete ? rawElementOf(token.name) : std::string_view();
+    isSelfClosing_ = document_.substr(token.begin, token.end - token.begin).ends_with("/>");
   } else if (second == '/' && at_ + 2 < document_.size() && isLetter(document_[at_ + 2])) {
     token.kind = HtmlToken::Kind::EndTag;
     readTag(token, at_ + 2);
@@ -173,7 +174,12 @@ void HtmlScanner::readRawText(HtmlToken& token) {
     }
     at += 2;
   }
-  // What is not closed hides everything behind it, but for plain text.
+  // What is not closed hides everything behind it, but for plain text; unless the writer, who had
+  // XML in mind, did close it, and then shows what is behind it to some readers only.
+  if (isSelfClosing_) {
+    token.end = token.begin;
+    return;
+  }
   token.isComplete = element == "plaintext";
   token.end = at_ = document_.size();
 }

@@ -45,6 +45,7 @@ class HtmlScanner {
   std::string_view document_;
   std::size_t at_;
   std::string_view rawElement_ = {};  ///< whose text is no markup; its start tag came last
+  bool isSelfClosing_ = false;        ///< that start tag ends in "/>"
 };
 
 /// Whether \p name is \p lowerCase, case ignored.

@@ -17,13 +17,25 @@ namespace {
 
 constexpr std::size_t kMaxDepth = 64;
 
-/// Multiparts whose parts are no body: a change would break the signature or the encryption, or
-/// the whole is one attachment.
+template <std::size_t N>
+bool isOneOf(std::string_view type, const std::array<std::string_view, N>& types) {
+  return std::find(types.begin(), types.end(), type) != types.end();
+}
+
+/// What is shown, but holds together by a signature or an encryption.
+bool isSealed(std::string_view type) {
+  constexpr std::array<std::string_view, 4> kTypes{"multipart/signed", "multipart/encrypted",
+                                                   "application/pkcs7-mime",
+                                                   "application/x-pkcs7-mime"};
+  return isOneOf(type, kTypes);
+}
+
+/// Multiparts whose parts are no body.
 bool isClosed(std::string_view type) {
-  constexpr std::array<std::string_view, 7> kClosed{
-      "multipart/signed",     "multipart/encrypted", "multipart/appledouble",  "multipart/digest",
-      "multipart/header-set", "multipart/form-data", "multipart/voice-message"};
-  return std::find(kClosed.begin(), kClosed.end(), type) != kClosed.end();
+  constexpr std::array<std::string_view, 5> kTypes{"multipart/appledouble", "multipart/digest",
+                                                   "multipart/header-set", "multipart/form-data",
+                                                   "multipart/voice-message"};
+  return isOneOf(type, kTypes);
 }
 
 bool isNamed(const Entity& entity) {
@@ -104,7 +116,7 @@ std::vector<Entity*> stampTargets(Message& message, OvMsgInsertPlace place) {
   const Entity* entity = message.firstEntity();
   while (entity != nullptr) {
     const std::string type = entity->contentType();
-    if (isText(*entity, type)) {
+    if (isText(*entity, type) || (isSealed(type) && entity->disposition() != "attachment")) {
       found.push_back(const_cast<Entity*>(entity));  // it is one of the message's own
     } else if (entity->kind() == OvMsgEntityKind::Multipart && entity->firstChild() != nullptr &&
                !isClosed(type) && entity->disposition() != "attachment" &&

@@ -108,6 +108,9 @@ class TextInserter {
 
   /// \return false when the part cannot be changed without a doubt about what it holds.
   bool intoText(Entity& part) {
+    if (part.kind() != OvMsgEntityKind::Leaf || !part.contentType().starts_with("text/")) {
+      return false;
+    }
     const TransferredText transferred(part);
     if (!transferred.isReadable()) return false;
     const bool isHtml = part.contentType() == "text/html";
@@ -115,8 +118,9 @@ class TextInserter {
                               part.contentTypeParameter("charset").value_or(""), isHtml);
     if (content.isOpaque()) return false;
     const LineBreak lineBreak = lineBreakOf(content.view(), transferred.lineBreak());
-    const auto edited = insertInto(content, isHtml ? htmlEdit(content) : plainEdit(part, content),
-                                   destination_, lineBreak.text());
+    const auto edited =
+        insertInto(content, isHtml ? htmlEdit(part, content) : plainEdit(part, content),
+                   destination_, lineBreak.text());
     if (!edited) return false;
     NewBody body{{}, transferred.encoding(), edited->charset};
     body.bytes = transferred.rewritten(*edited, body.encoding);
@@ -124,8 +128,10 @@ class TextInserter {
     return true;
   }
 
-  TextEdit htmlEdit(const TextContent& content) const {
-    return htmlInsertion(content.view(), content.begin(), lines_, place_);
+  TextEdit htmlEdit(const Entity& part, const TextContent& content) const {
+    TextEdit edit = htmlInsertion(content.view(), content.begin(), lines_, place_);
+    if (content.view().size() == content.begin() && endsMail(part)) edit.text += '\n';
+    return edit;
   }
 
   TextEdit plainEdit(const Entity& part, const TextContent& content) const {
