@@ -4,6 +4,7 @@
 #include <unordered_set>
 #include <utility>
 
+#include "host/message/address.h"
 #include "host/message/entity.h"
 #include "host/message/field_lookup.h"
 #include "host/message/header_field.h"
@@ -86,10 +87,7 @@ std::optional<std::string> plainAddress(const std::string& text) {
   if (address.size() >= 2 && address.front() == '<' && address.back() == '>') {
     address = address.substr(1, address.size() - 2);
   }
-  const bool plain = std::none_of(address.begin(), address.end(), [](char c) {
-    return static_cast<unsigned char>(c) <= 32 || c == 127 || c == '<' || c == '>';
-  });
-  if (!plain) return std::nullopt;
+  if (!address.empty() && !host::message::isMailAddress(address)) return std::nullopt;
   return address;
 }
 

@@ -26,7 +26,7 @@ ChosenEnvelope chooseEnvelope(const host::message::Message& message,
                               const std::vector<std::string>& recipients);
 
 /// Takes the brackets off an address of the command line.
-/// \return nothing when it has a control byte or white space in it.
+/// \return nothing when it cannot stand in an SMTP command; the empty text for the null sender.
 std::optional<std::string> plainAddress(const std::string& text);
 
 }  // namespace gateway::cli

@@ -31,9 +31,15 @@ std::string numbered(const std::string& name, unsigned int number) {
 
 std::string reason(const std::error_code& error) { return error.message(); }
 
+void noteLeftOut(const fs::path& path, std::size_t& count, LeftOut& left) {
+  ++count;
+  if (left.first.empty() || path.string() < left.first) left.first = path.string();
+}
+
 /// All regular files below \p folder but hidden ones, ordered by path.
-std::vector<fs::path> filesBelow(const fs::path& folder, const fs::path& leftOut,
-                                 std::vector<InputFault>& faults) {
+/// \param outFolder  not looked into; may be empty
+std::vector<fs::path> filesBelow(const fs::path& folder, const fs::path& outFolder,
+                                 std::vector<InputFault>& faults, LeftOut& left) {
   std::vector<fs::path> files;
   std::error_code error;
   fs::recursive_directory_iterator entry(folder, fs::directory_options::none, error);
@@ -42,16 +48,21 @@ std::vector<fs::path> filesBelow(const fs::path& folder, const fs::path& leftOut
     std::error_code ignored;
     const bool hidden = entry->path().filename().string().starts_with('.');
     if (entry->is_directory(ignored)) {
-      const bool out = !leftOut.empty() && fs::equivalent(entry->path(), leftOut, ignored);
+      const bool out = !outFolder.empty() && fs::equivalent(entry->path(), outFolder, ignored);
       if (hidden || out) {
+        if (!out) noteLeftOut(entry->path(), left.hidden, left);
         entry.disable_recursion_pending();
       } else if (::access(entry->path().c_str(), R_OK | X_OK) != 0) {
         // The iterator itself would end the whole walk here.
         faults.push_back({entry->path().string(), std::strerror(errno)});
         entry.disable_recursion_pending();
       }
-    } else if (!hidden && entry->is_regular_file(ignored)) {
+    } else if (hidden) {
+      noteLeftOut(entry->path(), left.hidden, left);
+    } else if (entry->is_regular_file(ignored)) {
       files.push_back(entry->path());
+    } else {
+      noteLeftOut(entry->path(), left.special, left);
     }
     entry.increment(error);
     if (error) faults.push_back({folder.string(), reason(error)});
@@ -166,9 +177,12 @@ void Inputs::add(const std::string& path, const std::string& wanted, OutputNames
 
 void Inputs::addFolder(const std::string& folder, const std::string& outFolder,
                        OutputNames& names) {
-  for (const fs::path& path : filesBelow(folder, outFolder, faults_)) {
+  LeftOut left;
+  left.folder = folder;
+  for (const fs::path& path : filesBelow(folder, outFolder, faults_, left)) {
     add(path.string(), path.lexically_relative(folder).generic_string(), names);
   }
+  if (!left.first.empty()) leftOut_.push_back(std::move(left));
 }
 
 void Inputs::protect(const std::string& path) {

@@ -30,6 +30,14 @@ struct InputFault {
   std::string reason;
 };
 
+/// What was left out below a folder: nobody named it, and it may be no message.
+struct LeftOut {
+  std::string folder;
+  std::size_t hidden = 0;   ///< hidden files, and folders with all that is in them
+  std::size_t special = 0;  ///< pipes, sockets, devices, dangling links
+  std::string first;        ///< the path of one of them
+};
+
 /// Gives every input a name under the output folder: its own, with a number when that is taken.
 class OutputNames {
  public:
@@ -60,6 +68,8 @@ class Inputs {
 
   const std::vector<InputFile>& files() const { return files_; }
   const std::vector<InputFault>& faults() const { return faults_; }
+  /// Folders of which something was left out.
+  const std::vector<LeftOut>& leftOut() const { return leftOut_; }
   /// Counts the file \p path, if there is one, among those that no result may replace.
   void protect(const std::string& path);
   /// Whether \p path is one of the inputs or protected, by whatever name.
@@ -71,6 +81,7 @@ class Inputs {
 
   std::vector<InputFile> files_;
   std::vector<InputFault> faults_;
+  std::vector<LeftOut> leftOut_;
   std::set<std::pair<dev_t, ino_t>> identities_;
 };
 

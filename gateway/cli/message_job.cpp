@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <exception>
 #include <utility>
@@ -154,7 +155,9 @@ bool readAddresses(const std::optional<std::string>& from,
       complain("--rcpt " + host::core::printable(text) + ": no address (write: user@example.org)");
       return false;
     }
-    settings.recipients.push_back(*address);
+    // Twice the same recipient would get the mail twice.
+    std::vector<std::string>& known = settings.recipients;
+    if (std::find(known.begin(), known.end(), *address) == known.end()) known.push_back(*address);
   }
   return true;
 }

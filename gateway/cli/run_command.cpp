@@ -75,6 +75,7 @@ class Reporter {
         started_(std::chrono::steady_clock::now()) {
     if (out != nullptr) mbox_.emplace(*out);
     for (const InputFault& fault : inputs.faults()) reportFault(fault);
+    for (const LeftOut& left : inputs.leftOut()) reportLeftOut(left);
   }
 
   void report(const MessageResult& result) {
@@ -106,6 +107,16 @@ class Reporter {
   static bool isDull(const MessageResult& result) {
     return result.ran && result.error.empty() && result.outcome.rules.empty() &&
            result.outcome.verdict == engine::Verdict::Unchanged;
+  }
+
+  static void reportLeftOut(const LeftOut& left) {
+    std::string what;
+    if (left.hidden != 0) what = withThousands(left.hidden) + " hidden";
+    if (left.special != 0) {
+      what += (what.empty() ? "" : " and ") + withThousands(left.special) +
+              " that are no files (pipes, sockets, dangling links)";
+    }
+    complain(host::core::printable(left.folder + ": left out " + what + ", such as " + left.first));
   }
 
   void reportFault(const InputFault& fault) {

@@ -48,6 +48,9 @@ bool decodeNothing(const std::string& setting, std::string& value) {
 
 // --- postpone ---
 
+constexpr int kLastHour = 23;
+constexpr int kLastMinute = 59;
+
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 /// "8:30" or "08:30", 00:00 to 23:59.
@@ -61,7 +64,7 @@ bool parseTimeOfDay(std::string_view text, int& hour, int& minute) {
   hour = text[0] - '0';
   if (colon == 2) hour = hour * 10 + (text[1] - '0');
   minute = (text[colon + 1] - '0') * 10 + (text[colon + 2] - '0');
-  return hour <= 23 && minute <= 59;
+  return hour <= kLastHour && minute <= kLastMinute;
 }
 
 bool encodePostpone(const Node& value, std::string& setting, const FaultSink& fault) {
@@ -78,7 +81,10 @@ bool encodePostpone(const Node& value, std::string& setting, const FaultSink& fa
 
 bool decodePostpone(const std::string& setting, std::string& value) {
   uiPostpone settings;
-  if (!constructFrom(settings, setting)) return false;
+  if (!constructFrom(settings, setting) || settings.hour < 0 || settings.hour > kLastHour ||
+      settings.min < 0 || settings.min > kLastMinute) {
+    return false;
+  }
   char text[32];
   std::snprintf(text, sizeof text, "%02d:%02d", settings.hour, settings.min);
   value = text;

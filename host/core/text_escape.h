@@ -20,6 +20,6 @@ KAVI_API std::string printable(std::string_view text);
 
 /// The length in bytes of the well-formed UTF-8 character that \p text begins with; 0 when it
 /// begins with none (RFC 3629: no overlong forms, no surrogates, nothing above U+10FFFF).
-std::size_t utf8Length(std::string_view text);
+KAVI_API std::size_t utf8Length(std::string_view text);
 
 }  // namespace host::core

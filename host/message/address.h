@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/message/mime_values.h"
+#include "library/platform/api.h"
 
 namespace host::message {
 
@@ -21,6 +22,6 @@ std::vector<std::string_view> dividedAddresses(std::string_view text);
 /// Whether \p address can stand between the brackets of an SMTP command: not empty, no control
 /// bytes, no brackets and, outside quotes, no white space, comma or semicolon. A missing domain is
 /// no fault: mail fetched from a mailbox has recipients without one.
-bool isMailAddress(std::string_view address);
+KAVI_API bool isMailAddress(std::string_view address);
 
 }  // namespace host::message

@@ -6,6 +6,7 @@ import pty
 import re
 import subprocess
 import unittest
+import urllib.parse
 
 from kavi_process import EXAMPLES, KAVI, ROOT, KaviTest, kavi
 
@@ -108,6 +109,7 @@ class UsageTest(KaviTest):
                           ["run", "--policy", policy, "--frm", "x", message],
                           ["run", "--policy", policy, "--from", "a\nb", message],
                           ["run", "--policy", policy, "--rcpt", "", message],
+                          ["run", "--policy", policy, "--rcpt", "a@x.example,b@x.example", message],
                           ["run", "--policy", self.folder / "none.yaml", message],
                           ["run", "--policy", policy, "--config", self.folder / "none.ini", message],
                           ["policy"], ["policy", "check"], ["setting", "encode", "fly"],
@@ -323,6 +325,32 @@ class RunTest(KaviTest):
         done = kavi("run", "--policy", self.policy(), self.folder / "in")
         self.assertEqual(done.returncode, 0)
         self.assertTrue(done.stdout.startswith(b"0 messages in "), done.stdout)
+
+
+    def test_says_what_it_leaves_out_of_a_folder(self):
+        self.put("in/m.eml", MESSAGE)
+        self.put("in/.hidden", MESSAGE)
+        (self.folder / "in/link").symlink_to("nowhere")
+        done = kavi("run", "--policy", self.policy(), self.folder / "in")
+        self.assertEqual(done.returncode, 0)
+        self.assertEqual(done.stderr.decode(),
+                         f"kavi: {self.folder}/in: left out 1 hidden and 1 that are no files (pipes, "
+                         f"sockets, dangling links), such as {self.folder}/in/.hidden\n")
+
+    def test_a_name_that_is_no_utf8_can_be_had_from_json(self):
+        path = os.fsencode(self.folder) + b"/b\xfcro.eml"
+        with open(path, "wb") as file:
+            file.write(MESSAGE)
+        done = subprocess.run([KAVI, "run", "--json", "--policy", self.policy(), "--out",
+                               self.folder / "out", path], capture_output=True, check=True)
+        report = json.loads(done.stdout)
+        self.assertEqual(urllib.parse.unquote_to_bytes(report["input_encoded"]), path)
+        self.assertTrue(report["output_encoded"].endswith("/out/b%FCro.eml"))
+
+    def test_the_same_recipient_counts_once(self):
+        [report] = self.run_json("--policy", self.policy(), "--rcpt", "c@x.example", "--rcpt",
+                                 "<c@x.example>", self.put("m.eml", MESSAGE))
+        self.assertEqual(report["envelope"]["rcpt"], ["c@x.example"])
 
 
 class TextTest(KaviTest):

@@ -5,8 +5,10 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "gateway/policy/yaml_reader.h"
+#include "library/actions/disposition/postpone.h"
 
 namespace gateway::policy {
 namespace {
@@ -215,6 +217,14 @@ TEST(ActionRegistry, RefusesSettingsThatAreNone) {
   EXPECT_EQ(findAction("x_header")->build(""), nullptr);
   EXPECT_EQ(findAction("x_header")->build(withNul), nullptr);
   EXPECT_FALSE(findAction("delete")->decode("something", value));
+  const ActionSpec& postpone = *findAction("postpone");
+  for (const auto& [hour, minute] :
+       {std::pair(24, 0), std::pair(0, 60), std::pair(-1, 0), std::pair(0, -1)}) {
+    uiPostpone settings;
+    settings.hour = hour;
+    settings.min = minute;
+    EXPECT_FALSE(postpone.decode(settings.serialize(), value)) << hour << ":" << minute;
+  }
 }
 
 }  // namespace

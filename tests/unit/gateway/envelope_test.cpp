@@ -104,6 +104,10 @@ TEST(PlainAddress, TakesBracketsOffAndRefusesControls) {
   EXPECT_EQ(plainAddress("a@b\r\nRCPT TO:<c@d>"), std::nullopt);
   EXPECT_EQ(plainAddress("a b"), std::nullopt);
   EXPECT_EQ(plainAddress("<a@b"), std::nullopt);
+  EXPECT_EQ(plainAddress("a@b,c@d"), std::nullopt);
+  EXPECT_EQ(plainAddress("a@"), std::nullopt);
+  EXPECT_EQ(plainAddress("@b"), std::nullopt);
+  EXPECT_EQ(plainAddress("\"a b\"@c"), "\"a b\"@c");
 }
 
 }  // namespace
