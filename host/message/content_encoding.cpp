@@ -7,6 +7,10 @@
 namespace host::message {
 
 void LineFacts::add(std::string_view bytes) {
+  const std::size_t last = bytes.find_last_not_of('\r');
+  hasBareCr =
+      hasBareCr || message::hasBareCr(bytes.substr(0, last + 1)) ||
+      (endedInCr_ && last != std::string_view::npos && bytes[0] != '\n' && bytes[0] != '\r');
   isAscii = isAscii && message::isAscii(bytes);
   hasNul = hasNul || bytes.find('\0') != std::string_view::npos;
   while (!bytes.empty()) {

@@ -14,6 +14,7 @@ namespace host::message {
 struct LineFacts {
   bool isAscii = true;
   bool hasNul = false;
+  bool hasBareCr = false;  ///< one behind which neither LF nor CR stood; not a last one
   std::size_t longestLine = 0;
 
   /// The next piece of the bytes.

@@ -305,7 +305,7 @@ int encodeWords(std::string_view text, std::string_view charset, std::string& ou
   std::string utf8;
   if (const int code = toUtf8(text, charset, utf8); code != OVMSGERR::Ok) return code;
   out.clear();
-  if (!needsEncoding(utf8)) {
+  if (!needsEncoding(utf8) && utf8.find_first_of("\"\\") == std::string::npos) {
     out = utf8;
     return OVMSGERR::Ok;
   }

@@ -20,7 +20,8 @@ int encodeFieldValue(std::string_view fieldName, std::string_view text, std::str
                      std::string_view lineBreak, std::string& out);
 
 /// All of \p text (bytes in \p charset) as encoded words separated by one space; ASCII text that
-/// cannot be taken for an encoded word is returned as it is.
+/// cannot be taken for an encoded word, and holds neither double quote nor backslash, is returned
+/// as it is: it can stand between quotes.
 int encodeWords(std::string_view text, std::string_view charset, std::string& out);
 
 /// \p value with folds put in at white space where a line of the field would be longer than

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "host/message/address.h"
 #include "host/message/ascii.h"
 #include "host/message/charset.h"
 #include "host/message/encoded_text.h"
@@ -124,7 +125,7 @@ const char* HeaderField::charset() const {
 const char* HeaderField::address() const {
   return guarded<const char*>(nullptr, [&]() -> const char* {
     const auto found = mime::addresses(unfoldedValue(), 1);
-    if (found.empty() || found.front().address.empty()) return nullptr;
+    if (found.empty() || !isMailAddress(found.front().address)) return nullptr;
     texts().address = found.front().address;
     return texts().address.c_str();
   });

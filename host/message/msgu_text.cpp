@@ -44,8 +44,13 @@ char* genRfc2047(const char* text, const char* charset, int& error) {
   char* result = nullptr;
   error = guardedCode([&]() -> int {
     if (text == nullptr || charset == nullptr) return OVMSGERR::InvalidArgument;
+    using host::message::OnMisfit;
+    std::string converted;
+    const bool fits = host::message::convertCharset(text, "utf-8", charset, OnMisfit::Fail,
+                                                    OnMisfit::Fail, converted) == OVMSGERR::Ok;
     std::string words;
-    const int code = host::message::encodeWords(text, charset, words);
+    const int code = fits ? host::message::encodeWords(converted, charset, words)
+                          : host::message::encodeWords(text, "utf-8", words);
     if (code != OVMSGERR::Ok) return code;
     result = static_cast<char*>(std::malloc(words.size() + 1));
     if (result == nullptr) return OVMSGERR::OutOfMemory;

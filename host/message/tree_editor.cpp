@@ -27,6 +27,36 @@ std::string typeValue(const NewContent& content) {
   return value;
 }
 
+/// A text and what to declare of it.
+struct DeclaredText {
+  std::string bytes;
+  std::string charset;
+};
+
+// Bytes that are no text in \p charset become "?": a mail that tells of garbage goes out, too.
+int declaredIn(std::string_view bytes, const std::string& charset, DeclaredText& text) {
+  std::string utf8;
+  int code = convertCharset(bytes, charset, "utf-8", OnMisfit::Fail, OnMisfit::Fail, utf8);
+  text = {std::string(bytes), charset};
+  if (code == OVMSGERR::Ok) return code;
+  code =
+      convertCharset(bytes, charset, "utf-8", OnMisfit::QuestionMark, OnMisfit::QuestionMark, utf8);
+  if (code != OVMSGERR::Ok) return code;
+  return convertCharset(utf8, "utf-8", charset, OnMisfit::QuestionMark, OnMisfit::QuestionMark,
+                        text.bytes);
+}
+
+// What the bytes say in the charset that the entity declares, or else in UTF-8.
+int declaredAsFits(std::string_view bytes, const std::string& declared, DeclaredText& text) {
+  std::string utf8;
+  const bool fits = convertCharset(bytes, declared, "utf-8", OnMisfit::Fail, OnMisfit::Fail,
+                                   utf8) == OVMSGERR::Ok;
+  const int code = declaredIn(bytes, fits ? declared : "utf-8", text);
+  // Only what means ASCII is: seven-bit charsets do not.
+  if (isAscii(text.bytes) && (!fits || utf8 == bytes)) text.charset = "us-ascii";
+  return code;
+}
+
 bool hasBody(const Entity& entity) {
   return entity.kind() != OvMsgEntityKind::Leaf || !entity.body().empty();
 }
@@ -113,12 +143,14 @@ int TreeEditor::insertText(Entity& entity, const NewContent& content) {
       !mime::isContentType(content.contentType)) {
     return OVMSGERR::InvalidArgument;
   }
-  const char* charset = content.charset;
-  if (charset == nullptr) charset = isAscii(content.bytes) ? "us-ascii" : "utf-8";
-  std::string text;
-  int code = convertCharset(content.bytes, "utf-8", charset, OnMisfit::Fail, OnMisfit::Fail, text);
+  DeclaredText text;
+  int code = content.charset != nullptr
+                 ? declaredIn(content.bytes, content.charset, text)
+                 : declaredAsFits(content.bytes,
+                                  entity.contentTypeParameter("charset").value_or(""), text);
   if (code != OVMSGERR::Ok) return code;
-  const NewContent converted{text, content.contentType, charset, content.transferEncoding};
+  const NewContent converted{text.bytes, content.contentType, text.charset.c_str(),
+                             content.transferEncoding};
   if (!hasBody(entity)) return setContent(entity, converted);
 
   std::string body;
@@ -163,8 +195,9 @@ int TreeEditor::attach(Entity& entity, const Message& message, int position) {
   HeaderBlock& block = part.block();
   const LineBreak lineBreak = entity.lineBreak();
   block.insert(0, newField(part, "Content-Type", "message/rfc822", lineBreak));
-  if (!sink.facts.fitsLines() || !sink.facts.isAscii) {
-    const char* const encoding = sink.facts.fitsLines() ? "8bit" : "binary";
+  const bool isLines = sink.facts.fitsLines() && !sink.facts.hasBareCr;
+  if (!isLines || !sink.facts.isAscii) {
+    const char* const encoding = isLines ? "8bit" : "binary";
     block.insert(1, newField(part, "Content-Transfer-Encoding", encoding, lineBreak));
   }
   block.insert(block.size(), newField(part, "Content-Disposition", "attachment", lineBreak));

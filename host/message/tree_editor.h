@@ -47,7 +47,8 @@ class TreeEditor {
   explicit TreeEditor(Message& message) : message_(message) {}
 
   int setContent(Entity& entity, const NewContent& content);
-  /// \p content is UTF-8 and is converted.
+  /// \p content is in its charset or, when it names none, in the one that \p entity declares, or
+  /// else in UTF-8; bytes that are no text in it become "?".
   int insertText(Entity& entity, const NewContent& content);
   int insertCopy(Entity& entity, const Entity& source, int position);
   int attach(Entity& entity, const Message& message, int position);
@@ -80,7 +81,10 @@ class TreeEditor {
   void insert(Entity& entity, Entity& part, int position);
   void planInsertion(Entity& multipart, Entity& part, int position);
   void planWrapping(Entity& entity, Entity& part, bool partIsFirst);
-  void planFieldSplit(Entity& entity, Entity& wrapper, const std::string& boundary);
+  void planFieldSplit(Entity& entity, Entity& wrapper, const Entity& part,
+                      const std::string& boundary);
+  /// Declares the encoding of \p part for \p place and all around it, where that lets more through.
+  void planEncodingAround(Entity& place, const Entity& part);
   /// Gives new boundaries to \p place and those around it of which \p part holds a delimiter.
   /// \return the boundary that \p place will have.
   std::string planBoundaries(Entity& place, const Entity& part);

@@ -16,6 +16,13 @@ bool isAboutContent(const HeaderField& field) {
   return startsWithIgnoreCase(field.nameView(), "content-");
 }
 
+// How much an identity encoding lets through. One of a part is one of all around it (RFC 2045
+// section 6.4).
+int identityRank(std::string_view encoding) {
+  if (encoding == "binary") return 2;
+  return encoding == "8bit" ? 1 : 0;
+}
+
 std::string_view breakBefore(std::string_view delimiter) {
   return delimiter.substr(0, std::min(delimiter.find_first_not_of("\r\n"), delimiter.size()));
 }
@@ -55,12 +62,23 @@ void TreeEditor::planAttached(Entity& part) {
 
 void TreeEditor::insert(Entity& entity, Entity& part, int position) {
   planAttached(part);
+  planEncodingAround(entity, part);
   if (entity.kind_ == OvMsgEntityKind::Multipart) {
     planInsertion(entity, part, position);
   } else {
     planWrapping(entity, part, position == 0);
   }
   commit();
+}
+
+void TreeEditor::planEncodingAround(Entity& place, const Entity& part) {
+  const std::string encoding = part.transferEncoding();
+  for (Entity* around = &place; around != nullptr; around = around->parent_) {
+    if (around->kind_ != OvMsgEntityKind::Leaf &&
+        identityRank(around->transferEncoding()) < identityRank(encoding)) {
+      planField(*around, "Content-Transfer-Encoding", encoding);
+    }
+  }
 }
 
 void TreeEditor::planInsertion(Entity& multipart, Entity& part, int position) {
@@ -108,7 +126,7 @@ void TreeEditor::planWrapping(Entity& entity, Entity& part, bool partIsFirst) {
   const LineBreak lineBreak = entity.lineBreak();
   Entity& wrapper = message_.newEntity();
   if (entity.parent_ != nullptr) planBoundaries(*entity.parent_, part);
-  planFieldSplit(entity, wrapper, boundary);
+  planFieldSplit(entity, wrapper, part, boundary);
   planBreakBehind(entity);
 
   const std::string_view first = message_.keep(delimiterLine(boundary, lineBreak));
@@ -141,7 +159,8 @@ void TreeEditor::planWrapping(Entity& entity, Entity& part, bool partIsFirst) {
   plan_.note({Change::Kind::PartAdded, part.describe(), path + ".2"});
 }
 
-void TreeEditor::planFieldSplit(Entity& entity, Entity& wrapper, const std::string& boundary) {
+void TreeEditor::planFieldSplit(Entity& entity, Entity& wrapper, const Entity& part,
+                                const std::string& boundary) {
   HeaderBlock& inner = entity.block();
   HeaderBlock& outer = wrapper.block();
   const LineBreak lineBreak = entity.lineBreak();
@@ -149,9 +168,10 @@ void TreeEditor::planFieldSplit(Entity& entity, Entity& wrapper, const std::stri
     return newField(owner, name, value, lineBreak);
   };
   const bool isRoot = entity.parent_ == nullptr;
-  const std::string encoding = entity.transferEncoding();
-  // An encoding of a part is one of all around it (RFC 2045 section 6.4).
-  const bool passesOn = encoding == "8bit" || encoding == "binary";
+  const std::string own = entity.transferEncoding();
+  const std::string ofPart = part.transferEncoding();
+  const std::string& encoding = identityRank(own) < identityRank(ofPart) ? ofPart : own;
+  const bool passesOn = identityRank(encoding) > 0;
   const bool namesType = entity.defaultIsMessage_ && inner.find("content-type") == nullptr;
   auto type = field(wrapper, "Content-Type", "multipart/mixed; boundary=\"" + boundary + "\"");
   auto version = isRoot && inner.find("mime-version") == nullptr

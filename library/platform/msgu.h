@@ -83,7 +83,9 @@ KAVI_API bool conv(const char* text, const char* fromCharset, const char* toChar
 KAVI_API char* conv(const char* text, const char* fromCharset, const char* toCharset, char* out,
                     unsigned int size, int& error, bool lossy);
 
-/// \p text (bytes in \p charset) as RFC 2047 words of at most 75 characters.
+/// \p text (UTF-8) as RFC 2047 words of at most 75 characters in \p charset, or in UTF-8 where that
+/// cannot carry it; as it stands when it can stand between quotes. No double quote or backslash is
+/// in the result.
 /// \return owned, to be released with `OvMsg_FreeHeaderValue`; null with \p error set on failure.
 KAVI_API char* genRfc2047(const char* text, const char* charset, int& error);
 

@@ -61,9 +61,10 @@ class KAVI_API OvMsgEntity {
   virtual int setContent(const OvMsgResourceLocator* content, const char* contentType,
                          const char* charset, const char* transferEncoding) = 0;
 
-  /// Puts \p text (UTF-8) into this entity as a text part, making it the body of an entity that
-  /// has none and the first part of one that has a body.
-  /// \param charset  null for the charset that carries the text, us-ascii or utf-8.
+  /// Puts \p text into this entity as a text part, making it the body of an entity that has none
+  /// and the first part of one that has a body. Bytes that are no text in their charset become "?".
+  /// \param charset  of \p text, and declared. Null: the charset that the entity declares if the
+  ///   bytes are text in it, else UTF-8; what is ASCII is then declared to be so.
   virtual int insertTextBody(const OvMsgResourceLocator* text, const char* contentType,
                              const char* charset, const char* transferEncoding) = 0;
 

@@ -25,7 +25,8 @@ class KAVI_API OvMsgHeader {
   /// The charset of the first encoded word, lower-cased; null when the value has none.
   virtual const char* charset() const = 0;
 
-  /// The first address in the value, without display name and brackets; null when there is none.
+  /// The first address in the value, without display name and brackets; null when there is none, or
+  /// none that an envelope could have.
   virtual const char* address() const = 0;
 
   /// Replaces the value. A CR or LF in it never opens a new field: with white space behind it it

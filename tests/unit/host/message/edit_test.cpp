@@ -241,7 +241,7 @@ TEST(InsertTextBody, WrapsALeafThatKeepsItsAddress) {
   EXPECT_EQ(message->toString(),
             "From a@example.com Thu Jan  1 00:00:00 1970\r\nSubject: s\r\nMIME-Version: 1.0\r\n"
             "Content-Type: multipart/mixed; boundary=\"" +
-                boundary + "\"\r\nX-A: 1\r\n\r\n--" + boundary +
+                boundary + "\"\r\nX-A: 1\r\nContent-Transfer-Encoding: 8bit\r\n\r\n--" + boundary +
                 "\r\nContent-Type: text/plain; charset=utf-8\r\n"
                 "Content-Transfer-Encoding: 8bit\r\n\r\nnew\r\n\r\n--" +
                 boundary +
@@ -252,11 +252,55 @@ TEST(InsertTextBody, WrapsALeafThatKeepsItsAddress) {
   EXPECT_EQ(at(*again, "1.2")->decodedContent(), "PNG");
 }
 
-TEST(InsertTextBody, FailsOnTextThatTheCharsetCannotCarry) {
+/// The fields and the decoded body of a mail that declared \p declared when \p bytes went in.
+std::pair<std::string, std::string> insertedInto(const char* declared, const std::string& bytes,
+                                                 const char* charset) {
+  auto message = mail(std::string("Content-Type: text/html; charset=") + declared +
+                      "\r\nContent-Transfer-Encoding: base64\r\nMIME-Version: 1.0\r\n\r\n");
+  EXPECT_EQ(
+      message->firstEntity()->insertTextBody(Resource(bytes), "text/plain", charset, "base64"), 0);
+  return {message->firstEntity()->contentTypeParameter("charset").value_or("(none)"),
+          message->firstEntity()->decodedContent()};
+}
+
+using Inserted = std::pair<std::string, std::string>;
+
+TEST(InsertTextBody, TakesBytesInTheirCharset) {
+  EXPECT_EQ(insertedInto("utf-8", "\x1B$BF|\x1B(B", "iso-2022-jp"),
+            Inserted("iso-2022-jp", "\x1B$BF|\x1B(B"));
+  EXPECT_EQ(insertedInto("us-ascii", "caf\xC3\xA9", "utf-8"), Inserted("utf-8", "caf\xC3\xA9"));
+  EXPECT_EQ(insertedInto("us-ascii", "plain", "utf-8"), Inserted("utf-8", "plain"));
+}
+
+TEST(InsertTextBody, TakesBytesInTheCharsetThatIsDeclared) {
+  EXPECT_EQ(insertedInto("iso-8859-1", "caf\xE9", nullptr), Inserted("iso-8859-1", "caf\xE9"));
+  EXPECT_EQ(insertedInto("shift_jis", "\x93\xFA", nullptr), Inserted("shift_jis", "\x93\xFA"));
+  EXPECT_EQ(insertedInto("ISO-2022-JP", "\x1B$BF|\x1B(B", nullptr),
+            Inserted("ISO-2022-JP", "\x1B$BF|\x1B(B"));
+}
+
+TEST(InsertTextBody, DeclaresAsciiForWhatIsAscii) {
+  for (const char* declared : {"us-ascii", "utf-8", "iso-8859-1", "shift_jis", "iso-2022-jp"}) {
+    EXPECT_EQ(insertedInto(declared, "plain", nullptr), Inserted("us-ascii", "plain")) << declared;
+  }
+}
+
+TEST(InsertTextBody, TakesUtf8WhereTheDeclaredCharsetDoesNotFit) {
+  for (const char* declared : {"us-ascii", "no-such-charset", "iso-2022-jp"}) {
+    EXPECT_EQ(insertedInto(declared, "caf\xC3\xA9", nullptr), Inserted("utf-8", "caf\xC3\xA9"));
+  }
+}
+
+TEST(InsertTextBody, QuestionsWhatIsNoText) {
+  EXPECT_EQ(insertedInto("utf-8", "a\xFFz", "utf-8"), Inserted("utf-8", "a?z"));
+  EXPECT_EQ(insertedInto("us-ascii", "\xFF\xFE", nullptr), Inserted("us-ascii", "??"));
+}
+
+TEST(InsertTextBody, FailsWithoutACharsetOrAText) {
   auto message = mail(kParts);
-  EXPECT_EQ(message->firstEntity()->insertTextBody(Resource("\xE2\x82\xAC"), "text/plain",
-                                                   "iso-8859-1", "8bit"),
-            OVMSGERR::UnencodableText);
+  EXPECT_EQ(message->firstEntity()->insertTextBody(Resource("x"), "text/plain", "no-such-charset",
+                                                   "8bit"),
+            OVMSGERR::UnknownCharset);
   EXPECT_EQ(message->firstEntity()->insertTextBody(Resource("\xE2\x82\xAC"), "text/plain", nullptr,
                                                    "7bit"),
             OVMSGERR::UnencodableText);
@@ -354,12 +398,43 @@ TEST(AttachMessage, DeclaresWhatItsBytesNeed) {
       {"A: 1\n\nplain\n", "7bit"},
       {"A: 1\n\n\xC3\xA9\n", "8bit"},
       {"A: 1\n\n" + std::string(1200, 'x'), "binary"},
+      {"A: 1\r\n\r\ntwo\r\r\n", "7bit"},
+      {"A: 1\r\rmac\r", "binary"},
   };
   for (const auto& [inner, encoding] : cases) {
     auto message = mail(kParts);
     ASSERT_EQ(message->firstEntity()->attachMessage(mail(inner).get(), -1), 0);
     EXPECT_EQ(at(*message, "1.4")->transferEncoding(), encoding);
   }
+}
+
+TEST(AttachMessage, DeclaresItsEncodingForAllAroundIt) {
+  const std::pair<std::string, const char*> cases[] = {
+      {"A: 1\n\nplain\n", "7bit"},
+      {"A: 1\n\n\xC3\xA9\n", "8bit"},
+      {"A: 1\n\n" + std::string(1200, 'x'), "binary"},
+  };
+  for (const auto& [inner, encoding] : cases) {
+    auto composed = Message::create();
+    ASSERT_EQ(
+        composed->firstEntity()->insertTextBody(Resource("hi"), "text/plain", nullptr, "base64"),
+        0);
+    ASSERT_EQ(composed->firstEntity()->attachMessage(mail(inner).get(), -1), 0);
+    auto again = mail(composed->toString());
+    EXPECT_EQ(again->firstEntity()->transferEncoding(), encoding);
+    EXPECT_EQ(at(*again, "1.1")->transferEncoding(), "base64");
+    auto received = mail(kParts);
+    ASSERT_EQ(received->firstEntity()->attachMessage(mail(inner).get(), -1), 0);
+    EXPECT_EQ(mail(received->toString())->firstEntity()->transferEncoding(), encoding);
+  }
+}
+
+TEST(AttachMessage, LeavesAnEncodingThatLetsMoreThrough) {
+  auto message = mail(
+      "Content-Type: multipart/mixed; boundary=b\nContent-Transfer-Encoding: binary\n\n--b\n\n"
+      "x\n--b--\n");
+  ASSERT_EQ(message->firstEntity()->attachMessage(mail("A: 1\n\n\xC3\xA9\n").get(), -1), 0);
+  EXPECT_EQ(message->firstEntity()->transferEncoding(), "binary");
 }
 
 TEST(AttachMessage, TakesTheMessageAsItStandsOrAsReceived) {

@@ -154,8 +154,9 @@ TEST(GenRfc2047, MakesWordsOrLeavesAscii) {
   OvMsg_FreeHeaderValue(words);
   std::string text;
   for (int i = 0; i < 40; ++i) text += "\xE6\x97\xA5\xE6\x9C\xAC";
-  words = msgu::genRfc2047(in("iso-2022-jp", text).c_str(), "iso-2022-jp", error);
+  words = msgu::genRfc2047(text.c_str(), "iso-2022-jp", error);
   ASSERT_NE(words, nullptr);
+  EXPECT_TRUE(std::string(words).starts_with("=?iso-2022-jp?"));
   std::string lines(words);
   EXPECT_EQ(host::message::decodedText(lines), text);
   for (char& c : lines) c = c == ' ' ? '\n' : c;
@@ -165,6 +166,26 @@ TEST(GenRfc2047, MakesWordsOrLeavesAscii) {
   EXPECT_EQ(error, OVMSGERR::MalformedText);
   EXPECT_EQ(msgu::genRfc2047(nullptr, "utf-8", error), nullptr);
   EXPECT_EQ(error, OVMSGERR::InvalidArgument);
+}
+
+TEST(GenRfc2047, WritesUtf8WhereTheCharsetCannotCarryTheText) {
+  int error = -1;
+  for (const char* charset : {"us-ascii", "iso-8859-1", "no-such-charset"}) {
+    char* words = msgu::genRfc2047("\xE6\x97\xA5", charset, error);
+    EXPECT_STREQ(words, "=?utf-8?B?5pel?=") << charset;
+    OvMsg_FreeHeaderValue(words);
+  }
+}
+
+TEST(GenRfc2047, CanStandBetweenQuotes) {
+  int error = -1;
+  for (const char* name : {"a \"b\" c", "a\\", "\" <x@y.example>, \""}) {
+    char* words = msgu::genRfc2047(name, "us-ascii", error);
+    ASSERT_NE(words, nullptr);
+    EXPECT_EQ(std::string(words).find_first_of("\"\\<>"), std::string::npos) << words;
+    EXPECT_EQ(host::message::decodedText(words), name);
+    OvMsg_FreeHeaderValue(words);
+  }
 }
 
 TEST(GenRfc2047, ResultGoesIntoAFieldOnLinesOfSeventySix) {
