@@ -26,6 +26,22 @@ constexpr char kHiddenRecipients[] = "\"NotificationRecipients\"<NotificationRec
 // What stands for the recipient of a mail that was fetched by POP3.
 constexpr char kPop3Recipient[] = "POP3_Mail_Recipient";
 
+// Whether a list of recipients that is \p text has one entry at most: what a scanned mail names as
+// its sender must not bring in others. A separator within quotes is part of an address.
+bool isOneEntry(std::string_view text) {
+  bool quoted = false;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (quoted && text[at] == '\\') {
+      ++at;
+    } else if (text[at] == '"') {
+      quoted = !quoted;
+    } else if (text[at] == kSeparator && !quoted) {
+      return false;
+    }
+  }
+  return true;
+}
+
 bool isBlank(std::string_view text) {
   return text.find_first_not_of(' ') == std::string_view::npos;
 }
@@ -73,7 +89,7 @@ void NotificationMail::addScannedSender() {
   const std::string address = scannedSender();
   bool added = !address.empty() && address != " ";
   if (added) {
-    added = msgu::setRcpt(message_.get(), address.c_str(), true);
+    added = isOneEntry(address) && msgu::setRcpt(message_.get(), address.c_str(), true);
     if (!added) {
       ActionUtils::L3("Invalid message sender for SMTP Notification recipient.");
     }

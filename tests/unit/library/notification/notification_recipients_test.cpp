@@ -89,6 +89,26 @@ TEST_F(NotificationRecipientsTest, NameASenderThatIsNoAddressInToOnly) {
   EXPECT_EQ(lines[1], (fakes::LogLine{3, kNoSender}));
 }
 
+TEST_F(NotificationRecipientsTest, TakeNoListForASender) {
+  record.notifySender = true;
+  for (const char* list : {"a@b.example;victim@v.example", "a@b.example;", ";a@b.example",
+                           "\"a\";victim@v.example;\"b\"@c.example"}) {
+    SCOPED_TRACE(list);
+    catcher.mails.clear();
+    tokens.set(ScanToken::Sender, list);
+    EXPECT_TRUE(take());
+    EXPECT_EQ(mail().recipients, Recipients{"admin@a.example"});
+    EXPECT_EQ(to(), std::string("admin@a.example;") + list);
+    EXPECT_TRUE(logged(3, kBadSender));
+  }
+  for (const char* address : {"\"a;b\"@c.example", "\"a\\\";b\"@c.example"}) {
+    SCOPED_TRACE(address);
+    tokens.set(ScanToken::Sender, address);
+    EXPECT_TRUE(take());
+    EXPECT_FALSE(logged(3, kBadSender));
+  }
+}
+
 TEST_F(NotificationRecipientsTest, TakeTheSenderFromTheHeaderWhereSet) {
   set("NotificationGetSenderFromMIME", "1");
   record.notifySender = true;
