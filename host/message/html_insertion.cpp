@@ -15,7 +15,7 @@ namespace {
 
 /// Where the source of a block is broken, so that short lines stay short lines.
 constexpr std::size_t kLongLine = 700;
-/// The library's time grows with the number of tags times the depth of the document.
+/// Far more than any document that somebody wrote takes, and a fraction of a second.
 constexpr std::size_t kMaxTreeWork = 20'000'000;
 constexpr std::size_t kMaxTreeBytes = std::size_t{4} << 20;
 /// No document declares its charset behind so many bytes; readers look at the first 1,024.
@@ -56,8 +56,7 @@ std::string blockOf(std::string_view lines) {
 
 HtmlPlace placeIn(std::string_view document, std::size_t from, OvMsgInsertPlace place) {
   const HtmlOutline outline = outlineOf(document, from, place);
-  if (outline.isCertain || document.size() > kMaxTreeBytes ||
-      (outline.depth + 16) * (outline.tags + 16) > kMaxTreeWork) {
+  if (outline.isCertain || document.size() > kMaxTreeBytes || outline.treeWork > kMaxTreeWork) {
     return outline.place;
   }
   const auto found = treePlace(document.substr(from), place);

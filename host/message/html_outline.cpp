@@ -55,6 +55,7 @@ class Outliner {
   using Kind = HtmlToken::Kind;
 
   void take(const HtmlToken& token) {
+    countWork(token);
     if (!token.isComplete) {
       end_ = token.isRaw ? startTag_ : token.begin;
     } else if (token.kind == Kind::Text) {
@@ -81,8 +82,7 @@ class Outliner {
   }
 
   void takeStartTag(const HtmlToken& token) {
-    ++outline_.tags;
-    if (!isVoid(token.name)) outline_.depth = std::max(outline_.depth, ++open_);
+    if (!isVoid(token.name)) ++open_;
     startTag_ = token.begin;
     lastEndTag_.reset();
     if (isContext(token.name)) outline_.isCertain = false;
@@ -98,17 +98,21 @@ class Outliner {
   }
 
   void takeEndTag(const HtmlToken& token) {
-    ++outline_.tags;
     if (open_ > 0) --open_;
     const bool isBody = isTag(token, Kind::EndTag, "body");
     const bool isHtml = isTag(token, Kind::EndTag, "html");
     if (isBody || isHtml || isTag(token, Kind::EndTag, "br")) beginBody(token.begin);
     if (isTag(token, Kind::EndTag, "frameset")) framesetEnd_ = token.begin;
-    if (isBody || (isHtml && !lastEndTag_)) {
+    if (isBody || (isHtml && !(lastEndTag_ && lastIsBody_))) {
       lastEndTag_ = token.begin;
+      lastIsBody_ = isBody;
     } else if (!isHtml) {
       lastEndTag_.reset();
     }
+  }
+
+  void countWork(const HtmlToken& token) {
+    outline_.treeWork += open_ + 1 + token.attributes * token.attributes;
   }
 
   /// Content that is shown begins at \p at.
@@ -138,7 +142,8 @@ class Outliner {
   std::size_t end_;  ///< of what is shown
   std::optional<std::size_t> begin_;
   std::optional<std::size_t> top_;
-  std::optional<std::size_t> lastEndTag_;
+  std::optional<std::size_t> lastEndTag_;  ///< of the body, else of the document
+  bool lastIsBody_ = false;
   std::optional<std::size_t> framesetTag_;
   std::optional<std::size_t> framesetEnd_;
   std::size_t open_ = 0;

@@ -20,8 +20,9 @@ struct HtmlOutline {
   /// False where elements decide what a tag means (foreign content, templates, lists of options):
   /// `treePlace` knows better.
   bool isCertain = true;
-  std::size_t tags = 0;
-  std::size_t depth = 0;  ///< elements open at once, at most
+  /// How many steps building the elements takes, at most: a tag is looked up among the open
+  /// elements, an attribute among those of its tag.
+  std::size_t treeWork = 0;
 };
 
 /// The top of the body is behind its start tag, or before the first content where that tag is

@@ -116,8 +116,7 @@ void HtmlScanner::readTag(HtmlToken& token, std::size_t nameBegin) {
   }
   token.name = document_.substr(nameBegin, at - nameBegin);
   Attribute ignored;
-  while (readAttribute(document_, at, ignored)) {
-  }
+  while (readAttribute(document_, at, ignored)) ++token.attributes;
   token.isComplete = at < document_.size();
   token.end = std::min(at + 1, document_.size());
 }

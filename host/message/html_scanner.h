@@ -20,6 +20,7 @@ struct HtmlToken {
   std::size_t begin = 0;
   std::size_t end = 0;
   std::string_view name = {};  ///< of a tag, as written
+  std::size_t attributes = 0;  ///< of a tag
   bool isRaw = false;          ///< a text in which nothing is markup
   bool isComplete = true;      ///< false: the document ends inside it
 };

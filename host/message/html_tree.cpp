@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/message/ascii.h"
+#include "host/message/html_scanner.h"
 
 namespace host::message {
 
@@ -123,7 +124,8 @@ bool hidesText(const GumboNode& node) {
 
 class Places {
  public:
-  Places(std::string_view text, const GumboNode& body) : text_(text), body_(body) {}
+  Places(std::string_view text, const GumboNode& root, const GumboNode& body)
+      : text_(text), root_(root), body_(body) {}
 
   std::size_t top() const {
     const GumboStringPiece& tag = body_.v.element.original_tag;
@@ -136,8 +138,10 @@ class Places {
   }
 
   std::size_t end() const {
-    const GumboStringPiece& tag = body_.v.element.original_end_tag;
-    if (tag.length != 0 && !hasElementBehind(offsetOf(tag))) return offsetOf(tag);
+    for (const GumboNode* node : {&body_, &root_}) {
+      const GumboStringPiece& tag = node->v.element.original_end_tag;
+      if (tag.length != 0 && !hasTagBehind(offsetOf(tag))) return offsetOf(tag);
+    }
     return endOfDocument();
   }
 
@@ -153,10 +157,14 @@ class Places {
     return piece.data == nullptr || piece.length == 0 ? none : offsetOf(piece);
   }
 
-  bool hasElementBehind(std::size_t offset) const {
-    for (std::size_t i = childrenOf(body_).length; i > 0; --i) {
-      const GumboNode& child = childAt(body_, i - 1);
-      if (isElement(child) && beginOf(child, 0) > offset) return true;
+  /// Whether an element begins or ends behind the end tag of the body at \p offset.
+  bool hasTagBehind(std::size_t offset) const {
+    HtmlScanner scanner(text_, offset);
+    HtmlToken token;
+    while (scanner.next(token)) {
+      const bool isEndOfAll = isTag(token, HtmlToken::Kind::EndTag, "body") ||
+                              isTag(token, HtmlToken::Kind::EndTag, "html");
+      if (!token.name.empty() && !isEndOfAll) return true;
     }
     return false;
   }
@@ -174,6 +182,7 @@ class Places {
   }
 
   std::string_view text_;
+  const GumboNode& root_;
   const GumboNode& body_;
 };
 
@@ -190,7 +199,7 @@ std::optional<std::size_t> treePlace(std::string_view document, OvMsgInsertPlace
   if (output == nullptr || output->root == nullptr) return std::nullopt;
   const GumboNode* const body = childNamed(*output->root, GUMBO_TAG_BODY);
   if (body == nullptr) return std::nullopt;
-  const Places places(text, *body);
+  const Places places(text, *output->root, *body);
   return place == OvMsgInsertPlace::Top ? places.top() : places.end();
 }
 

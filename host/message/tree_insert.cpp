@@ -132,7 +132,7 @@ void TreeEditor::planWrapping(Entity& entity, Entity& part, bool partIsFirst) {
   const std::string_view first = message_.keep(delimiterLine(boundary, lineBreak));
   const std::string_view second = message_.keep(std::string(lineBreak.text()).append(first));
   part.lead_ = partIsFirst ? first : second;
-  wrapper.lead_ = entity.lead_;
+  wrapper.lead_ = plan_.planned(entity.lead_);
   wrapper.tail_ = message_.keep(closingLines(boundary, lineBreak, entity.parent_));
   wrapper.kind_ = OvMsgEntityKind::Multipart;
   wrapper.needsBlankLine_ = true;

@@ -35,10 +35,10 @@ const char kMail[] =
 /// One operation. \return whether it succeeded.
 using Operation = std::function<bool(Message&)>;
 
-void sweep(const char* name, const Operation& operation) {
+void sweep(const char* name, const Operation& operation, const std::string& bytes = kMail) {
   for (unsigned n = 1;; ++n) {
     ASSERT_LT(n, 5000u) << name << " never succeeds";
-    auto message = mail(kMail);
+    auto message = mail(bytes);
     message->setEnvelope({"s@example.com", {"r@example.com"}, {}});
     const std::string before = message->toString();
     bool succeeded = false;
@@ -185,6 +185,37 @@ TEST(FailedAllocations, LeaveTheTreeWhole) {
         [](Message& m) { return msgu::removeEntityAndDummyParent(part(m, 2), ""); });
   sweep("removeRootEntity",
         [](Message& m) { return msgu::removeRootEntity(m.firstEntity(), "utf-8"); });
+}
+
+TEST(FailedAllocations, LeaveBodiesWhole) {
+  const Resource text("a text of some length \xE2\x80\x93\r\nthat ISO-8859-1 cannot carry");
+  const auto insert = [&](OvMsgInsertPlace place) {
+    return [&text, place](Message& m) {
+      return m.insertText(place, text, 20, "utf-8", "iso-2022-jp") == 0;
+    };
+  };
+  sweep("insertText, converting", insert(OvMsgInsertPlace::Top));
+  sweep("insertText at the end", insert(OvMsgInsertPlace::End));
+  const std::string html =
+      "<html><head><meta charset=iso-8859-1></head><body><template></body></template>caf=E9"
+      "</body></html>";
+  sweep("insertText into alternatives", insert(OvMsgInsertPlace::End),
+        "Content-Type: multipart/alternative; boundary=\"a-rather-long-boundary-for-a-part\"\n\n"
+        "--a-rather-long-boundary-for-a-part\nContent-Type: text/plain; charset=iso-2022-jp\n\n"
+        "\x1b$B5!L)\x1b(B\n"
+        "--a-rather-long-boundary-for-a-part\nContent-Type: text/html; charset=iso-8859-1\n"
+        "Content-Transfer-Encoding: quoted-printable\n\n" +
+            html + "\n--a-rather-long-boundary-for-a-part--\n");
+  sweep("insertText beside", insert(OvMsgInsertPlace::Top),
+        "Subject: a subject of some length\nContent-Type: application/pdf; name=a-file-name.pdf\n"
+        "Content-Transfer-Encoding: base64\n\nQUJD\n");
+  sweep("insertText where nothing can be read", insert(OvMsgInsertPlace::End),
+        "Content-Type: multipart/mixed; boundary=\"a-rather-long-boundary-for-a-part\"\n\n"
+        "--a-rather-long-boundary-for-a-part\nContent-Type: text/plain\n\ncaf\xE9\n"
+        "--a-rather-long-boundary-for-a-part--\n");
+  OvMsg_SetDisclaimerAttachmentAsDefault(1);
+  sweep("insertText as an attachment", insert(OvMsgInsertPlace::Top));
+  OvMsg_SetDisclaimerAttachmentAsDefault(0);
 }
 
 TEST(FailedAllocations, LeaveNoMessageBehind) {
