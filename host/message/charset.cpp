@@ -113,6 +113,19 @@ void setMisfit(UConverter* converter, OnMisfit unencodable) {
                         nullptr, nullptr, nullptr, &status);
 }
 
+/// \p charset, or that of the byte order of \p text where it leaves it open: UTF-16 without a mark
+/// is big-endian (RFC 2781 section 4.3), but not for all who write it.
+std::string_view withByteOrder(std::string_view charset, std::string_view text) {
+  if (!equalsIgnoreCase(charset, "utf-16") || text.starts_with("\xFF\xFE") ||
+      text.starts_with("\xFE\xFF")) {
+    return charset;
+  }
+  // Of an ASCII character the high byte is zero.
+  std::array<std::size_t, 2> zeros{};
+  for (std::size_t i = 0; i < text.size(); ++i) zeros[i % 2] += text[i] == '\0' ? 1 : 0;
+  return zeros[1] > zeros[0] ? "utf-16le" : charset;
+}
+
 bool isUtf8Name(std::string_view name) {
   return equalsIgnoreCase(name, "utf-8") || equalsIgnoreCase(name, "utf8");
 }
@@ -133,7 +146,7 @@ int convertCharset(std::string_view text, std::string_view from, std::string_vie
     out = text;
     return OVMSGERR::Ok;
   }
-  const Converter source = openConverter(from);
+  const Converter source = openConverter(withByteOrder(from, text));
   const Converter target = openConverter(to);
   if (source == nullptr || target == nullptr) return OVMSGERR::UnknownCharset;
   std::u16string unicode;
@@ -204,9 +217,16 @@ bool isAsciiSuperset(std::string_view name) {
          read == std::u16string(ascii.begin(), ascii.end());
 }
 
+bool isForHeaders(std::string_view name) {
+  std::string letter;
+  return convertCharset("a", "utf-8", name, OnMisfit::Fail, OnMisfit::Fail, letter) ==
+             OVMSGERR::Ok &&
+         letter == "a";
+}
+
 int decodeText(std::string_view text, std::string_view charset, DecodedText& out) {
   out = {};
-  const Converter converter = openConverter(charset);
+  const Converter converter = openConverter(withByteOrder(charset, text));
   if (converter == nullptr) return OVMSGERR::UnknownCharset;
   if (text.size() > std::numeric_limits<std::int32_t>::max() / 2) return OVMSGERR::LimitExceeded;
   UErrorCode status = U_ZERO_ERROR;

@@ -32,6 +32,10 @@ bool isSevenBitNonAscii(std::string_view name);
 /// cut at them, and searched for them, without reading it.
 bool isAsciiSuperset(std::string_view name);
 
+/// Whether \p name is known and its text can stand in a header, or in a C string: a letter of ASCII
+/// is its own byte. Not so in UTF-16, UTF-32 and EBCDIC.
+bool isForHeaders(std::string_view name);
+
 /// A text as characters, with the byte that each UTF-16 unit begins at.
 struct DecodedText {
   std::u16string characters;

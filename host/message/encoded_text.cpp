@@ -110,19 +110,27 @@ std::string decodedText(std::string_view value) {
   return text;
 }
 
+std::string charsetOfWords(std::string_view value) {
+  const auto word = findEncodedWord(value);
+  if (!word) return {};
+  return isKnownCharset(word->charset) && !isForHeaders(word->charset) ? "utf-8" : word->charset;
+}
+
 std::string decodedBytes(std::string_view value) {
+  const std::string charset = charsetOfWords(value);
+  if (charset.empty()) return std::string(value);
+  if (const auto word = findEncodedWord(value); word->charset != charset) {
+    return decodedText(value);
+  }
   const std::vector<Run> runs = runsOf(value);
-  const auto first =
-      std::find_if(runs.begin(), runs.end(), [](const Run& run) { return !run.charset.empty(); });
-  if (first == runs.end()) return std::string(value);
   // Bytes of a charset with shift states do not join; those of others are given as they came.
-  const bool joins = !isSevenBitNonAscii(first->charset);
+  const bool joins = !isSevenBitNonAscii(charset);
   std::string result;
   for (const Run& run : runs) {
     const bool isPlain = run.charset.empty() && isAscii(run.bytes);
     std::string bytes;
-    if (!(joins && (isPlain || run.charset == first->charset)) &&
-        convertCharset(utf8Of(run), "utf-8", first->charset, OnMisfit::QuestionMark,
+    if (!(joins && (isPlain || run.charset == charset)) &&
+        convertCharset(utf8Of(run), "utf-8", charset, OnMisfit::QuestionMark,
                        OnMisfit::QuestionMark, bytes) == OVMSGERR::Ok) {
       result += bytes;
     } else {

@@ -25,7 +25,11 @@ std::optional<EncodedWord> findEncodedWord(std::string_view text, std::size_t fr
 /// `mime::kMaxInterpretedBytes`.
 std::string decodedText(std::string_view value);
 
-/// The same as bytes of the charset of the first word; \p value itself without a word. Text in
+/// The charset of the first encoded word; empty without a word. UTF-8 for words in UTF-16 and the
+/// like, whose text no C string can hold.
+std::string charsetOfWords(std::string_view value);
+
+/// The same as bytes of the charset of its words; \p value itself without a word. Text in
 /// other charsets is converted, "?" for what does not fit; bytes that are not text in the charset
 /// they are declared in stay as they are.
 std::string decodedBytes(std::string_view value);

@@ -42,10 +42,8 @@ std::string properValueOf(const RawField& field) {
   return std::string(mime::properValue(value));
 }
 
-std::string firstCharset(std::string_view value) {
-  const auto word = findEncodedWord(value);
-  return word ? word->charset : std::string();
-}
+/// A C string ends at a NUL: what stands behind one would be lost to who asks.
+void blankNuls(std::string& text) { std::replace(text.begin(), text.end(), '\0', ' '); }
 
 }  // namespace
 
@@ -94,6 +92,7 @@ const char* HeaderField::name() const {
 const char* HeaderField::value() const {
   return guarded<const char*>(nullptr, [&] {
     texts().value = properValue();
+    blankNuls(texts().value);
     return texts().value.c_str();
   });
 }
@@ -102,8 +101,9 @@ const char* HeaderField::decodedValue(int& hadEncodedWords) const {
   hadEncodedWords = 0;
   return guarded<const char*>(nullptr, [&] {
     const std::string value = unfoldedValue();
-    hadEncodedWords = firstCharset(value).empty() ? 0 : 1;
+    hadEncodedWords = charsetOfWords(value).empty() ? 0 : 1;
     texts().decoded = decodedBytes(value);
+    blankNuls(texts().decoded);
     return texts().decoded.c_str();
   });
 }
@@ -111,13 +111,14 @@ const char* HeaderField::decodedValue(int& hadEncodedWords) const {
 const char* HeaderField::rawValue() const {
   return guarded<const char*>(nullptr, [&] {
     texts().raw = bytes();
+    blankNuls(texts().raw);
     return texts().raw.c_str();
   });
 }
 
 const char* HeaderField::charset() const {
   return guarded<const char*>(nullptr, [&]() -> const char* {
-    texts().charset = firstCharset(unfoldedValue());
+    texts().charset = charsetOfWords(unfoldedValue());
     return texts().charset.empty() ? nullptr : texts().charset.c_str();
   });
 }
@@ -138,7 +139,7 @@ int HeaderField::setValue(const char* value, const char* charset) {
     std::string text;
     // Without a charset, text that is not ASCII stays in that of the words it replaces.
     const std::string own =
-        charset == nullptr && !isAscii(value) ? firstCharset(unfoldedValue()) : std::string();
+        charset == nullptr && !isAscii(value) ? charsetOfWords(unfoldedValue()) : std::string();
     const auto compose = [&](const char* in) {
       return composeField({nameView(), value, in}, owner_->lineBreak(), terminated, text);
     };
@@ -157,7 +158,7 @@ int HeaderField::setValue(const char* value, const char* charset) {
         isReceived = plain == originalValue || plain == properValueOf(original);
       } else {
         std::string utf8;
-        const std::string originalCharset = firstCharset(originalValue);
+        const std::string originalCharset = charsetOfWords(originalValue);
         isReceived = (originalCharset.empty() || equalsIgnoreCase(originalCharset, charset)) &&
                      convertCharset(mime::unfolded(value), charset, "utf-8", OnMisfit::Fail,
                                     OnMisfit::Fail, utf8) == OVMSGERR::Ok &&

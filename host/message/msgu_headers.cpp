@@ -94,7 +94,7 @@ const char* getCharset(OvMsgMailMessage* msg) {
         continue;
       }
       const auto charset = entity->contentTypeParameter("charset");
-      if (!charset || host::message::trimmed(*charset).empty()) continue;
+      if (!charset || !host::message::isForHeaders(host::message::trimmed(*charset))) continue;
       std::string& answer = message->lastAnswers().charset;
       answer = host::message::lowered(host::message::trimmed(*charset));
       return answer.c_str();

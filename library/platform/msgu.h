@@ -39,8 +39,8 @@ KAVI_API bool getRcpt(OvMsgMailMessage* msg, std::string& text, std::list<std::s
 /// \return false, with the envelope as it was, when one is no address.
 KAVI_API bool setRcpt(OvMsgMailMessage* msg, const char* text, bool append);
 
-/// The charset that the first text part declares, lower-cased; null when none does. Valid until
-/// the message changes.
+/// The charset that the first text part declares, lower-cased, of those that are known and in which
+/// ASCII letters are their own bytes; null when none does. Valid until the message changes.
 KAVI_API const char* getCharset(OvMsgMailMessage* msg);
 
 /// The subject in UTF-8. Bytes that declare no charset are read in \p mailCharset when it is given

@@ -69,6 +69,10 @@ TEST(HeaderField, DecodesWordsIntoTheCharsetOfTheFirst) {
       {"=?iso-8859-1?Q?a?= =?utf-8?B?4oKs?=", "a?", 1, "iso-8859-1"},
       {"=?utf-8*en?Q?x?=", "x", 1, "utf-8"},
       {"=?iso-2022-jp?B?GyRCJUYlOSVIGyhC?=", "\x1b$B%F%9%H\x1b(B", 1, "iso-2022-jp"},
+      {"=?utf-16?B?RABlAHMA?= =?utf-16?B?aQDpAA==?=", "Desi\xC3\xA9", 1, "utf-8"},
+      {"=?utf-16?B?/v8ARABl?=", "De", 1, "utf-8"},
+      {"=?utf-16be?B?AEQAZQ==?= x", "De x", 1, "utf-8"},
+      {"=?x-nobody-knows?Q?a=E9?=", "a\xE9", 1, "x-nobody-knows"},
       {"=?utf-8?X?x?=", "=?utf-8?X?x?=", 0, nullptr},
       {"=?utf-8?Q?open", "=?utf-8?Q?open", 0, nullptr},
   };
@@ -80,6 +84,15 @@ TEST(HeaderField, DecodesWordsIntoTheCharsetOfTheFirst) {
     EXPECT_EQ(words, one.words) << one.value;
     EXPECT_STREQ(subject->charset(), one.charset) << one.value;
   }
+}
+
+TEST(HeaderField, GivesWhatStandsBehindANul) {
+  auto message = mail(std::string("Subject: a\0b =?utf-8?Q?c=00d?=\n\n", 32));
+  OvMsgHeader* subject = message->firstEntity()->header("subject");
+  int words = -1;
+  EXPECT_STREQ(subject->value(), "a b =?utf-8?Q?c=00d?=");
+  EXPECT_STREQ(subject->decodedValue(words), "a b c d");
+  EXPECT_STREQ(subject->rawValue(), "Subject: a b =?utf-8?Q?c=00d?=\n");
 }
 
 TEST(HeaderField, GivesTheAddressBehindANameOfAnyLength) {

@@ -34,6 +34,12 @@ TEST(GetCharset, IsThatOfTheFirstTextThatDeclaresOne) {
        "--b\nContent-Type: text/html; charset=Big5\n\nx\n--b--\n",
        "big5"},
       {"Content-Type: message/rfc822\n\nContent-Type: text/plain; charset=koi8-r\n\nx\n", nullptr},
+      {"Content-Type: text/plain; charset=utf-16\n\n", nullptr},
+      {"Content-Type: text/plain; charset=x-nobody-knows\n\n", nullptr},
+      {"Content-Type: multipart/mixed; boundary=b\n\n--b\nContent-Type: text/plain; "
+       "charset=utf-16le\n"
+       "\nx\n--b\nContent-Type: text/html; charset=iso-2022-jp\n\nx\n--b--\n",
+       "iso-2022-jp"},
   };
   for (const auto& [bytes, charset] : cases) {
     EXPECT_STREQ(msgu::getCharset(mail(bytes).get()), charset) << bytes;
