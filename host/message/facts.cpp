@@ -25,6 +25,15 @@ std::string plainUtf8(const std::string& value, std::initializer_list<const char
   return value;
 }
 
+/// Mail programs give names to texts that are all there is to read: a mail's only text, one of its
+/// alternatives.
+bool isShownWhateverItsName(const Entity& entity) {
+  const std::string type = entity.contentType();
+  const Entity* around = entity.parent();
+  return (type == "text/plain" || type == "text/html") &&
+         (around == nullptr || around->contentType() == "multipart/alternative");
+}
+
 }  // namespace
 
 std::optional<std::string> decodedSubject(const Message& message,
@@ -55,7 +64,8 @@ std::string contentAsUtf8(const Entity& entity, std::size_t limit) {
 
 bool isBodyText(const Entity& entity) {
   if (entity.kind() != OvMsgEntityKind::Leaf || !entity.contentType().starts_with("text/") ||
-      entity.disposition() == "attachment" || entity.fileNameText()) {
+      entity.disposition() == "attachment" ||
+      (entity.fileNameText() && !isShownWhateverItsName(entity))) {
     return false;
   }
   for (const Entity* around = entity.parent(); around != nullptr; around = around->parent()) {

@@ -24,7 +24,8 @@ KAVI_API std::optional<std::string> decodedSubject(
 KAVI_API std::string contentAsUtf8(const Entity& entity, std::size_t limit);
 
 /// Whether \p entity is what a reader sees as the body of the mail: a text outside nested messages
-/// that has no file name and is not declared an attachment.
+/// that is not declared an attachment and, unless it is the whole mail or one of its alternatives,
+/// has no file name.
 KAVI_API bool isBodyText(const Entity& entity);
 
 }  // namespace host::message

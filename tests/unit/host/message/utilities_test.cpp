@@ -125,6 +125,26 @@ TEST(IsBody, MeansInlineTextsWithoutName) {
   EXPECT_FALSE(msgu::isBody(message.get(), mail("A: 1\n\n")->firstEntity()));
 }
 
+TEST(IsBody, MeansTheOnlyTextWhateverItsName) {
+  const std::pair<const char*, bool> cases[] = {
+      {"Content-Type: text/plain; name=a.txt\n\nx\n", true},
+      {"Content-Type: text/html\nContent-Disposition: inline; filename=a.html\n\nx\n", true},
+      {"Content-Type: text/plain\nContent-Disposition: attachment; filename=a.txt\n\nx\n", false},
+      {"Content-Type: text/csv; name=a.csv\n\nx\n", false},
+  };
+  for (const auto& [bytes, isBody] : cases) {
+    const auto message = mail(bytes);
+    EXPECT_EQ(msgu::isBody(message.get(), message->firstEntity()), isBody) << bytes;
+  }
+  const auto message = mail(
+      "Content-Type: multipart/alternative; boundary=b\n\n"
+      "--b\nContent-Type: text/html; name=mail.html\n\nx\n"
+      "--b\nContent-Type: text/calendar; name=invite.ics\n\nx\n--b--\n");
+  OvMsgEntity* const html = message->firstEntity()->nextEntity();
+  EXPECT_TRUE(msgu::isBody(message.get(), html));
+  EXPECT_FALSE(msgu::isBody(message.get(), html->nextEntity()));
+}
+
 struct Signature {
   const char* bytes;
   bool smime;
