@@ -1,10 +1,10 @@
 #include "gateway/cli/deliverer.h"
 
-#include <algorithm>
 #include <functional>
 #include <string_view>
 
 #include "gateway/cli/startup.h"
+#include "gateway/engine/filing_folders.h"
 #include "host/core/text_escape.h"
 #include "host/delivery/adapter_error.h"
 #include "host/delivery/local_adapter.h"
@@ -23,13 +23,6 @@ std::string textOf(AdapterError error) {
 void complainOf(const std::string& path, AdapterError error, const std::string& words) {
   complain(host::core::printable(path + ": " + textOf(error) +
                                  (words.empty() ? "" : " (" + words + ")")));
-}
-
-bool usesArea(const policy::Snapshot& policy, KaviAction::ActionType type) {
-  return std::any_of(policy.rules().begin(), policy.rules().end(), [type](const auto& rule) {
-    return std::any_of(rule.actions.begin(), rule.actions.end(),
-                       [type](const auto& action) { return action.spec->type == type; });
-  });
 }
 
 }  // namespace
@@ -82,31 +75,11 @@ bool Deliverer::open(Kavi::GlobalSetting& settings, const policy::Snapshot& poli
     complainOf(folder, error, fault);
     return false;
   }
-  using host::store::MessageKind;
-  return (!usesArea(policy, KaviAction::Quarantine) ||
-          prepare(settings, MessageKind::Quarantined, "queue_quarantine")) &&
-         (!usesArea(policy, KaviAction::Archive) ||
-          prepare(settings, MessageKind::Archived, "queue_archive"));
-}
-
-bool Deliverer::prepare(Kavi::GlobalSetting& settings, host::store::MessageKind kind,
-                        const char* key) {
-  std::string folder;
-  settings.getString(key, folder, "general", 0);
-  host::delivery::SweepReport report;
-  std::string fault;
-  const AdapterError error = state_.prepareFiling(kind, folder, report, fault);
-  if (error != AdapterError::None) {
-    complainOf(folder, error,
-               std::string(key) + " in section general" + (fault.empty() ? "" : ": " + fault));
-    return false;
-  }
-  if (report.rowsRemoved + report.filesAdopted != 0) {
-    complain(host::core::printable(folder) + ": brought in line with the index: " +
-             counted(report.filesAdopted, "message", "messages") + " added to it, " +
-             counted(report.rowsRemoved, "row", "rows") + " without a message removed");
-  }
-  return true;
+  std::vector<std::string> notes;
+  fault = engine::prepareFilingFolders(policy, settings, state_, notes);
+  for (const std::string& note : notes) complain(host::core::printable(note));
+  if (!fault.empty()) complain(host::core::printable(fault));
+  return fault.empty();
 }
 
 std::unique_ptr<JobAdapter> Deliverer::make(const host::message::Message& message,

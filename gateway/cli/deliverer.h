@@ -52,8 +52,6 @@ class Deliverer final : public JobAdapters {
     engine::Verdict verdict;
   };
 
-  bool prepare(Kavi::GlobalSetting& settings, host::store::MessageKind kind, const char* key);
-
   const host::delivery::DeliverySettings& settings_;
   const host::delivery::SealKeys& keys_;
   host::core::ProcessLog& log_;

@@ -1,0 +1,54 @@
+#include "gateway/engine/filing_folders.h"
+
+#include <algorithm>
+
+#include "host/delivery/adapter_error.h"
+
+namespace gateway::engine {
+namespace {
+
+using host::delivery::AdapterError;
+using host::store::MessageKind;
+
+bool uses(const policy::Snapshot& policy, KaviAction::ActionType type) {
+  return std::any_of(policy.rules().begin(), policy.rules().end(), [type](const auto& rule) {
+    return std::any_of(rule.actions.begin(), rule.actions.end(),
+                       [type](const auto& action) { return action.spec->type == type; });
+  });
+}
+
+std::string prepare(const char* key, MessageKind kind, Kavi::GlobalSetting& settings,
+                    host::delivery::DeliveryState& state, std::vector<std::string>& notes) {
+  std::string folder;
+  settings.getString(key, folder, "general", 0);
+  host::delivery::SweepReport report;
+  std::string words;
+  const AdapterError error = state.prepareFiling(kind, folder, report, words);
+  if (error != AdapterError::None) {
+    return folder + ": " + host::delivery::adapterErrorText(static_cast<unsigned int>(error)) +
+           " (" + key + " in section general" + (words.empty() ? "" : ": " + words) + ")";
+  }
+  if (report.rowsRemoved + report.filesAdopted != 0) {
+    notes.push_back(folder + ": brought in line with the index: " +
+                    std::to_string(report.filesAdopted) + " messages added to it, " +
+                    std::to_string(report.rowsRemoved) + " rows without a message removed");
+  }
+  return {};
+}
+
+}  // namespace
+
+std::string prepareFilingFolders(const policy::Snapshot& policy, Kavi::GlobalSetting& settings,
+                                 host::delivery::DeliveryState& state,
+                                 std::vector<std::string>& notes) {
+  std::string fault;
+  if (uses(policy, KaviAction::Quarantine)) {
+    fault = prepare("queue_quarantine", MessageKind::Quarantined, settings, state, notes);
+  }
+  if (fault.empty() && uses(policy, KaviAction::Archive)) {
+    fault = prepare("queue_archive", MessageKind::Archived, settings, state, notes);
+  }
+  return fault;
+}
+
+}  // namespace gateway::engine

@@ -1,0 +1,197 @@
+#include "gateway/milter/daemon.h"
+
+#include <systemd/sd-daemon.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <stop_token>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "gateway/engine/filing_folders.h"
+#include "gateway/engine/library_start.h"
+#include "gateway/milter/message_scan.h"
+#include "gateway/milter/milter_settings.h"
+#include "gateway/milter/policy_source.h"
+#include "gateway/milter/privileges.h"
+#include "gateway/milter/server.h"
+#include "gateway/milter/signals.h"
+#include "host/core/folder.h"
+#include "host/core/guard.h"
+#include "host/core/text_escape.h"
+#include "host/delivery/submission_worker.h"
+
+namespace gateway::milter {
+namespace {
+
+using host::delivery::AdapterError;
+
+constexpr char kTemporary[] = "incoming";
+
+void complain(const std::string& text) {
+  std::fprintf(stderr, "kavi-milter: %s\n", host::core::printable(text).c_str());
+}
+
+/// Every line of \p text that is not empty.
+void complainOfLines(const std::string& text) {
+  std::size_t begin = 0;
+  while (begin < text.size()) {
+    const std::size_t end = std::min(text.find('\n', begin), text.size());
+    if (end > begin) complain(text.substr(begin, end - begin));
+    begin = end + 1;
+  }
+}
+
+std::string hostName() {
+  std::array<char, 256> name{};
+  if (::gethostname(name.data(), name.size() - 1) != 0) return {};
+  return name.data();
+}
+
+/// Everything that lives as long as the process.
+class Daemon {
+ public:
+  /// \return false after saying why.
+  bool configure(const std::string& config) {
+    std::string faults;
+    if (!settings_.loadFile(config, faults) || !milter_.read(settings_, faults) ||
+        !delivery_.read(settings_, faults)) {
+      complainOfLines(faults);
+      return false;
+    }
+    return true;
+  }
+
+  /// \return false after saying why.
+  bool begin() {
+    host::core::LogOptions options = engine::readLogOptions(settings_, 2);
+    options.name = "kavi-milter";
+    log_ = std::make_unique<host::core::ProcessLog>(options);
+    engine::startLibrary(settings_, *log_);
+    policy_.emplace(milter_.policy);
+    std::vector<std::string> faults;
+    first_ = policy_->load(faults);
+    for (const std::string& fault : faults) complain(fault);
+    return first_ != nullptr;
+  }
+
+  ExitStatus serve() {
+    if (const std::string fault = becomeUser(milter_.user); !fault.empty()) return refuse(fault);
+    if (const std::string fault = openState(); !fault.empty()) return refuse(fault);
+    policy_->use(std::move(first_));
+    const host::delivery::SealKeys keys(delivery_.sealKeyPath());
+    host::delivery::SubmissionWorker sender(state_.spool(), delivery_, keys, log_.get());
+    const Gateway gateway{milter_,
+                          *policy_,
+                          *log_,
+                          state_,
+                          delivery_,
+                          keys,
+                          delivery_.stateFolder + "/" + kTemporary,
+                          hostName()};
+    Server server(gateway, [&sender] { sender.wake(); });
+    if (const std::string fault = server.open(); !fault.empty()) return refuse(fault);
+    const ReloadSignal reloading([this] { reload(); });
+    const std::jthread sending([&sender](const std::stop_token& stop) { sender.run(stop); });
+    log_->write(2, "serving on %s with %zu rules", milter_.socket.c_str(),
+                policy_->current()->rules().size());
+    sd_notify(0, "READY=1");
+    const std::string fault = server.serve();
+    sd_notify(0, "STOPPING=1");
+    if (!fault.empty()) return refuse(fault);
+    log_->write(2, "stopped");
+    return ExitDone;
+  }
+
+ private:
+  ExitStatus refuse(const std::string& fault) {
+    complain(fault);
+    return ExitFailed;
+  }
+
+  std::string openState() {
+    const std::string& folder = delivery_.stateFolder;
+    const AdapterError error = state_.open(folder);
+    if (error != AdapterError::None) {
+      return folder + ": " + host::delivery::adapterErrorText(static_cast<unsigned int>(error)) +
+             " (state_folder in section delivery)";
+    }
+    std::size_t dropped = 0;
+    std::string words;
+    if (state_.forgetOldEffects(dropped, words) != AdapterError::None) {
+      return folder + ": the store cannot be used: " + words;
+    }
+    if (std::string fault = sweepTemporary(); !fault.empty()) return fault;
+    return prepareFiling(*first_);
+  }
+
+  /// Files without a name leave nothing behind, but not every file system has them.
+  std::string sweepTemporary() {
+    using host::core::FileError;
+    host::core::Folder state;
+    host::core::Folder temporary;
+    std::vector<std::string> names;
+    FileError error = state.open(delivery_.stateFolder, false);
+    if (error == FileError::None) error = temporary.openIn(state, kTemporary);
+    if (error == FileError::None) error = temporary.list(names);
+    for (const std::string& name : names) {
+      if (error == FileError::None) error = temporary.remove(name);
+    }
+    if (error == FileError::None) return {};
+    return delivery_.stateFolder + "/" + kTemporary + ": " + host::core::fileErrorText(error);
+  }
+
+  std::string prepareFiling(const policy::Snapshot& policy) {
+    std::vector<std::string> notes;
+    std::string fault = engine::prepareFilingFolders(policy, settings_, state_, notes);
+    for (const std::string& note : notes) log_->write(2, "%s", note.c_str());
+    return fault;
+  }
+
+  void reload() {
+    host::core::guardedVoid([this] {
+      sd_notify(0, "RELOADING=1");
+      std::vector<std::string> faults;
+      std::shared_ptr<const policy::Snapshot> snapshot = policy_->load(faults);
+      if (snapshot != nullptr) {
+        if (std::string fault = prepareFiling(*snapshot); !fault.empty()) {
+          faults.push_back(std::move(fault));
+          snapshot = nullptr;
+        }
+      }
+      for (const std::string& fault : faults) log_->write(1, "policy: %s", fault.c_str());
+      if (snapshot == nullptr) {
+        log_->write(1, "the policy %s is NOT in force: the one before it stays",
+                    policy_->path().c_str());
+      } else {
+        log_->write(2, "the policy %s is in force, with %zu rules", policy_->path().c_str(),
+                    snapshot->rules().size());
+        policy_->use(std::move(snapshot));
+      }
+      sd_notify(0, "READY=1");
+    });
+  }
+
+  host::core::IniSettings settings_;
+  MilterSettings milter_;
+  host::delivery::DeliverySettings delivery_;
+  std::unique_ptr<host::core::ProcessLog> log_;
+  host::delivery::DeliveryState state_;
+  std::optional<PolicySource> policy_;
+  std::shared_ptr<const policy::Snapshot> first_;
+};
+
+}  // namespace
+
+ExitStatus runDaemon(const std::string& config, bool checkOnly) {
+  blockSignals();
+  Daemon daemon;
+  if (!daemon.configure(config) || !daemon.begin()) return ExitUsage;
+  return checkOnly ? ExitDone : daemon.serve();
+}
+
+}  // namespace gateway::milter

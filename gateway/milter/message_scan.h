@@ -1,0 +1,82 @@
+// Running one message that came through the milter protocol.
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "gateway/engine/engine.h"
+#include "gateway/milter/answer.h"
+#include "gateway/milter/change_set.h"
+#include "gateway/milter/collected_message.h"
+#include "gateway/milter/deadline_run.h"
+#include "gateway/milter/milter_settings.h"
+#include "gateway/milter/origin.h"
+#include "gateway/milter/policy_source.h"
+#include "host/core/log.h"
+#include "host/delivery/delivery_settings.h"
+#include "host/delivery/delivery_state.h"
+#include "host/delivery/local_adapter.h"
+#include "host/delivery/seal_keys.h"
+
+namespace gateway::milter {
+
+/// What all messages have in common. All borrowed; everything in it is safe from any thread.
+struct Gateway {
+  const MilterSettings& settings;
+  const PolicySource& policy;
+  host::core::ProcessLog& log;
+  host::delivery::DeliveryState& state;
+  const host::delivery::DeliverySettings& delivery;
+  const host::delivery::SealKeys& keys;
+  std::string temporaryFolder;  ///< for large messages
+  std::string hostName;
+};
+
+/// One message from its last byte to its answer. Anything that is not known to have gone well is a
+/// temporary failure. One thread; not copied.
+class MessageScan {
+ public:
+  MessageScan(const Gateway& gateway, CollectedMessage& collected, Origin origin);
+  MessageScan(const MessageScan&) = delete;
+  MessageScan& operator=(const MessageScan&) = delete;
+
+  /// Runs the policy. Never throws.
+  void run();
+
+  const Answer& answer() const { return answer_; }
+  /// What to tell the mail system when the answer is to go on; else empty.
+  const ChangeSet& changes() const { return changes_; }
+  /// The message as it stands. Only when there are changes.
+  const host::message::Message& message() const { return *message_; }
+  /// The message is not to go on after all: the mail system could not be told of the changes.
+  void failTelling();
+  /// The mail system has been told: the effects of the message are settled, and the log gets its
+  /// lines. Never throws.
+  void settle();
+
+ private:
+  void runGuarded();
+  void parse();
+  void refuseBeyondLimits(const std::string& what);
+  void judge();
+  void failFor(std::string why);
+  void log() const;
+
+  const Gateway& gateway_;
+  CollectedMessage& collected_;
+  Origin origin_;
+  std::chrono::steady_clock::time_point started_;
+  host::delivery::LocalAdapter adapter_;
+  DeadlineRun adapterRun_;
+  std::unique_ptr<host::message::Message> message_;
+  bool ran_ = false;  ///< the engine had it, and with it the adapter
+  engine::Outcome outcome_;
+  ChangeSet changes_;
+  Answer answer_;
+  std::string failure_;  ///< for the log
+  std::size_t bytes_ = 0;
+};
+
+}  // namespace gateway::milter

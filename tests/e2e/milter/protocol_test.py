@@ -1,0 +1,293 @@
+#!/usr/bin/env python3
+"""kavi-milter without a mail system: miltertest plays one, and hostile bytes come by themselves."""
+import os
+import pathlib
+import shutil
+import signal
+import socket
+import struct
+import subprocess
+import tempfile
+import unittest
+
+from mail_stack import PATIENCE, Milter, wait_until
+
+POLICY = ("rules:\n"
+          "- {id: 1, when: {header: {name: X-Do, matches: '^delete'}}, actions: [delete]}\n"
+          "- {id: 2, when: {header: {name: X-Do, matches: '^tag'}}, actions: "
+          "[{tag_subject: '[t] '}, {x_header: 'X-New: yes'}, {bcc: 'extra@example.com'}]}\n"
+          "- {id: 3, when: {header: {name: X-Do, matches: '^fail'}}, "
+          "actions: [{readdress: r@example.com}]}\n")
+
+# Helpers of every script: `expect` ends it with a text.
+PRELUDE = """
+function expect(condition, text)
+  if not condition then mt.echo("not as expected: " .. text); error(text) end
+end
+function connect(name)
+  local conn = mt.connect("unix:" .. SOCKET)
+  expect(conn ~= nil, "no connection")
+  expect(mt.negotiate(conn, nil, nil, nil) == nil, "negotiation")
+  expect(mt.conninfo(conn, "client.example.org", "192.0.2.1") == nil, "conninfo")
+  expect(mt.getreply(conn) == SMFIR_CONTINUE, "conninfo reply")
+  expect(mt.helo(conn, name or "client.example.org") == nil, "helo")
+  return conn
+end
+function begin(conn, queue)
+  mt.macro(conn, SMFIC_MAIL, "i", queue)
+  expect(mt.mailfrom(conn, "<from@example.org>", "SIZE=100") == nil, "mailfrom")
+  expect(mt.getreply(conn) == SMFIR_CONTINUE, "mailfrom reply")
+  expect(mt.rcptto(conn, "<to@example.net>") == nil, "rcptto")
+  expect(mt.getreply(conn) == SMFIR_CONTINUE, "rcptto reply")
+end
+function header(conn, name, value)
+  expect(mt.header(conn, name, value) == nil, "header")
+  expect(mt.getreply(conn) == SMFIR_CONTINUE, "header reply")
+end
+function finish(conn)
+  expect(mt.eoh(conn) == nil, "eoh")
+  expect(mt.getreply(conn) == SMFIR_CONTINUE, "eoh reply")
+  expect(mt.bodystring(conn, "body\\r\\n") == nil, "body")
+  expect(mt.getreply(conn) == SMFIR_CONTINUE, "body reply")
+  expect(mt.eom(conn) == nil, "eom")
+  return mt.getreply(conn)
+end
+"""
+
+
+def packet(command, data=b""):
+    return struct.pack(">I", len(data) + 1) + command + data
+
+
+class ProtocolTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.base = pathlib.Path(tempfile.mkdtemp(prefix="kavi-milter-"))
+        cls.addClassCleanup(shutil.rmtree, cls.base, ignore_errors=True)
+        cls.milter = Milter(cls.base, POLICY, settings="max_message_mb = 1")
+        cls.addClassCleanup(cls.milter.stop)
+
+    def setUp(self):
+        self.milter.forget_log()
+
+    def script(self, text):
+        done = subprocess.run(["miltertest", "-D", f"SOCKET={self.milter.socket}"],
+                              input=PRELUDE + text, capture_output=True, text=True,
+                              timeout=PATIENCE, check=False)
+        self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+
+    def raw(self, data):
+        """Sends bytes as they are; answers what comes back until the other side hangs up."""
+        with socket.socket(socket.AF_UNIX) as connection:
+            connection.settimeout(PATIENCE)
+            connection.connect(str(self.milter.socket))
+            answer = b""
+            try:
+                connection.sendall(data)
+                connection.shutdown(socket.SHUT_WR)
+                while piece := connection.recv(65536):
+                    answer += piece
+            except (BrokenPipeError, ConnectionResetError):
+                pass  # hung up in the middle, as it may
+            return answer
+
+    def assert_serves(self):
+        self.script("""
+            local conn = connect()
+            begin(conn, "ALIVE")
+            header(conn, "Subject", " s")
+            expect(finish(conn) == SMFIR_CONTINUE, "reply")
+            mt.disconnect(conn)
+        """)
+        self.assertIsNone(self.milter.process.poll())
+
+    def test_says_nothing_of_what_did_not_change(self):
+        self.script("""
+            local conn = connect()
+            begin(conn, "Q1")
+            header(conn, "Subject", " s")
+            expect(finish(conn) == SMFIR_CONTINUE, "reply")
+            expect(not mt.eom_check(conn, MT_HDRINSERT), "insertion")
+            expect(not mt.eom_check(conn, MT_HDRADD), "addition")
+            expect(not mt.eom_check(conn, MT_HDRCHANGE), "change")
+            expect(not mt.eom_check(conn, MT_HDRDELETE), "deletion")
+            expect(not mt.eom_check(conn, MT_BODYCHANGE), "body")
+            mt.disconnect(conn)
+        """)
+        self.assertEqual(len(self.milter.lines("message queue=Q1", "address=192.0.2.1")), 1)
+
+    def test_sends_each_change_in_its_place(self):
+        self.script("""
+            local conn = connect()
+            begin(conn, "Q2")
+            header(conn, "X-Do", " tag")
+            header(conn, "subject", " hello")
+            expect(finish(conn) == SMFIR_CONTINUE, "reply")
+            expect(mt.eom_check(conn, MT_HDRCHANGE, "subject", " [t] hello"), "change")
+            expect(mt.eom_check(conn, MT_HDRINSERT, "X-New", " yes", 3), "insertion")
+            expect(mt.eom_check(conn, MT_RCPTADD, "<extra@example.com>"), "recipient")
+            expect(not mt.eom_check(conn, MT_BODYCHANGE), "body")
+            mt.disconnect(conn)
+        """)
+
+    def test_each_message_of_a_connection_has_its_own_verdict(self):
+        self.script("""
+            local conn = connect()
+            begin(conn, "A")
+            header(conn, "X-Do", " delete")
+            expect(finish(conn) == SMFIR_DISCARD, "discard")
+            begin(conn, "B")
+            header(conn, "X-Do", " fail")
+            expect(finish(conn) == SMFIR_REPLYCODE, "failure")
+            begin(conn, "C")
+            header(conn, "X-Do", " tag")
+            mt.abort(conn)
+            begin(conn, "D")
+            header(conn, "Subject", " s")
+            expect(finish(conn) == SMFIR_CONTINUE, "reply")
+            expect(not mt.eom_check(conn, MT_HDRINSERT), "insertion")
+            mt.disconnect(conn)
+        """)
+        self.assertEqual([line.split("queue=")[1].split()[0]
+                          for line in self.milter.lines("message queue=")], ["A", "B", "D"])
+        self.assertTrue(self.milter.lines("message queue=B", "verdict=tempfail"))
+
+    def test_a_value_cannot_begin_another_field(self):
+        self.script("""
+            local conn = connect()
+            begin(conn, "EVIL")
+            header(conn, "Subject", " s\\nX-Do: delete")
+            expect(finish(conn) == SMFIR_REPLYCODE, "failure")
+            mt.disconnect(conn)
+        """)
+        self.assertEqual(len(self.milter.lines("message queue=EVIL", "verdict=tempfail", "no fold")), 1)
+
+    def test_control_bytes_stay_on_their_log_line(self):
+        self.script("""
+            local conn = connect("evil\\nmessage queue=FORGED verdict=accept\\27[31m")
+            begin(conn, "ESC")
+            header(conn, "Subject", " s")
+            expect(finish(conn) == SMFIR_CONTINUE, "reply")
+            mt.disconnect(conn)
+        """)
+        [line] = self.milter.lines("message queue=")
+        self.assertIn("queue=ESC", line)
+        self.assertIn(r'\\n', line)
+        self.assertNotIn("\x1b", self.milter.log())
+
+    def test_a_mail_system_that_does_not_let_everything_be_changed_is_told_so(self):
+        self.script("""
+            local conn = mt.connect("unix:" .. SOCKET)
+            mt.negotiate(conn, nil, SMFIF_ADDHDRS, nil)
+            mt.disconnect(conn, false)
+        """)
+        wait_until(lambda: self.milter.lines("does not let everything be changed"), "the log line")
+
+    def test_an_endless_body_is_cut_off_at_the_limit(self):
+        self.script("""
+            local conn = connect()
+            begin(conn, "LONG")
+            header(conn, "Subject", " s")
+            mt.eoh(conn)
+            for i = 1, 40 do mt.bodyrandom(conn, 60000) end
+            expect(mt.eom(conn) == nil, "eom")
+            expect(mt.getreply(conn) == SMFIR_REPLYCODE, "refusal")
+            mt.disconnect(conn)
+        """)
+        self.assertEqual(len(self.milter.lines("message queue=LONG", "verdict=tempfail",
+                                               "more than 1048576 bytes")), 1)
+
+    def test_garbage_ends_its_connection_only(self):
+        options = packet(b"O", struct.pack(">III", 6, 0x1FF, 0x1FFFFF))
+        connected = options + packet(b"C", b"host\0" + b"4\0\x19192.0.2.1\0")
+        for data in (b"", b"\0", b"GET / HTTP/1.0\r\n\r\n", os.urandom(5000),
+                     struct.pack(">I", 0), struct.pack(">I", 0xFFFFFFFF) + b"O" * 1000,
+                     options + packet(b"\xff", b"x"), options + packet(b"E"),
+                     options + packet(b"M", b"<a@b>"), options + packet(b"L", b"no end"),
+                     connected + packet(b"M") + packet(b"R") + packet(b"L") + packet(b"E"),
+                     connected + packet(b"M", b"<a@b>\0") + packet(b"E"),
+                     connected + packet(b"M", b"<a@b>\0") + packet(b"L", b"\0\0") + packet(b"E"),
+                     connected + packet(b"D", b"M\0odd") + packet(b"M", b"<a@b>\0")):
+            with self.subTest(data=data[:60]):
+                self.raw(data)
+                self.assertIsNone(self.milter.process.poll())
+        self.assert_serves()
+
+    def test_many_connections_leave_nothing_behind(self):
+        def open_files():
+            return len(os.listdir(f"/proc/{self.milter.process.pid}/fd"))
+
+        self.assert_serves()
+        before = open_files()
+        for _ in range(20):
+            self.assert_serves()
+        wait_until(lambda: open_files() <= before, "the connections to be closed")
+
+
+class StartTest(unittest.TestCase):
+    """What keeps the daemon from starting, and what a check says."""
+
+    def setUp(self):
+        self.base = pathlib.Path(tempfile.mkdtemp(prefix="kavi-milter-"))
+        self.addCleanup(shutil.rmtree, self.base, ignore_errors=True)
+        (self.base / "policy.yaml").write_text("rules: []\n")
+
+    def start(self, *arguments, policy="policy.yaml", settings=""):
+        config = self.base / "kavi.ini"
+        config.write_text(f"[delivery]\nstate_folder = {self.base}/state\n"
+                          f"[milter]\npolicy = {self.base}/{policy}\n"
+                          + ("" if "socket =" in settings else
+                             f"socket = unix:{self.base}/socket\n") + settings + "\n")
+        return subprocess.run([os.environ["KAVI_MILTER"], "--config", str(config), *arguments],
+                              capture_output=True, text=True, timeout=PATIENCE, check=False)
+
+    def test_a_check_says_what_is_wrong(self):
+        self.assertEqual(self.start("--check").returncode, 0)
+        done = self.start("--check", policy="missing.yaml")
+        self.assertEqual(done.returncode, 2)
+        self.assertIn("missing.yaml", done.stderr)
+        done = self.start("--check", settings="max_parts = many\nsocket_mode = 0999\n"
+                                              "beyond_limits = drop")
+        self.assertEqual(done.returncode, 2)
+        for key in ("max_parts", "socket_mode", "beyond_limits"):
+            self.assertIn(f"[milter] {key}: ", done.stderr)
+
+    def test_root_has_to_name_a_user(self):
+        done = self.start()
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("user", done.stderr)
+        done = self.start(settings="user = nobody-of-that-name")
+        self.assertIn("nobody-of-that-name", done.stderr)
+
+    def test_a_socket_that_cannot_be_made_is_named(self):
+        done = self.start(settings=f"user = root\nsocket = unix:{self.base}/none/socket")
+        self.assertEqual(done.returncode, 1)
+        self.assertIn(f"{self.base}/none/socket", done.stderr)
+
+    def test_becomes_the_user(self):
+        shutil.chown(self.base, "nobody")
+        self.base.chmod(0o755)
+        milter = Milter(self.base, "rules: []\n", settings="")
+        milter.stop()
+        config = milter.config.read_text().replace("user = root", "user = nobody")
+        milter.config.write_text(config)
+        shutil.rmtree(milter.state)
+        shutil.chown(milter.socket.parent, "nobody", "postfix")
+        milter.start()
+        self.addCleanup(milter.stop)
+        status = pathlib.Path(f"/proc/{milter.process.pid}/status").read_text()
+        uids = [line for line in status.splitlines() if line.startswith("Uid:")][0].split()[1:]
+        self.assertNotIn("0", uids)
+        self.assertEqual(milter.socket.stat().st_mode & 0o777, 0o660)
+
+    def test_reload_without_a_change_keeps_serving(self):
+        milter = Milter(self.base, "rules: []\n")
+        self.addCleanup(milter.stop)
+        for _ in range(3):
+            self.assertIn("is in force", milter.reload("rules: []\n"))
+        milter.process.send_signal(signal.SIGTERM)
+        self.assertEqual(milter.process.wait(PATIENCE), 0)
+
+
+if __name__ == "__main__":
+    unittest.main()
