@@ -71,6 +71,9 @@ class Sink:
         lines = log.read_text(encoding="utf-8").splitlines() if log.exists() else []
         return [json.loads(line) for line in lines]
 
+    def count(self):
+        return sum(1 for path in self.folder.glob("*.eml"))
+
     def messages(self):
         """What arrived: (sender, recipients, bytes), in order."""
         found = []
@@ -148,6 +151,10 @@ class Milter:
 
     def lines(self, *words):
         return [line for line in self.log().splitlines() if all(word in line for word in words)]
+
+    def resident_kb(self):
+        status = pathlib.Path(f"/proc/{self.process.pid}/status").read_text()
+        return int(status.split("VmRSS:")[1].split()[0])
 
     def reload(self, policy):
         """Puts a policy in place and says so; answers the log line that tells what came of it."""
