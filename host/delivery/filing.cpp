@@ -18,7 +18,7 @@ namespace host::delivery {
 namespace {
 
 constexpr unsigned int kMaxCopies = 1000;  // of one message, in one folder
-constexpr std::size_t kMaxSubjectBytes = 8 * 1024;
+constexpr std::size_t kMaxSubjectBytes = std::size_t{8} * 1024;
 constexpr std::size_t kDurableFolders = 4096;
 
 const char* operationOf(store::MessageKind kind) {

@@ -14,7 +14,7 @@
 namespace host::delivery {
 
 /// How long a seal holds, in seconds.
-inline constexpr std::int64_t kSealSeconds = 24 * 3600;
+inline constexpr std::int64_t kSealSeconds = std::int64_t{24} * 3600;
 /// How often one message may come back for scanning.
 inline constexpr unsigned int kMaxPasses = 5;
 

@@ -57,12 +57,12 @@ class SmtpClient::Connections {
     // What a server offers is known once a connection stands; the first message with bytes above
     // 127 asks for it.
     if (feed.hasEightBit() && !wasGreetedBy(to)) {
-      const SmtpOutcome greeted = attempt({to, timeouts, helloName_}, nullptr, deadline, offers);
+      SmtpOutcome greeted = attempt({to, timeouts, helloName_}, nullptr, deadline, offers);
       if (!greeted.isSent()) return greeted;
     }
     const SmtpOffers assumed = offers;
     Submission submission{mail.envelope, feed, mail.id, feed.hasEightBit() && canAnnounce(assumed)};
-    const SmtpOutcome outcome = attempt({to, timeouts, helloName_}, &submission, deadline, offers);
+    SmtpOutcome outcome = attempt({to, timeouts, helloName_}, &submission, deadline, offers);
     const bool offersOther = outcome.stage == SmtpStage::Sender && offers != assumed;
     if (outcome.isSent() || !(stale_ || offersOther)) return outcome;
     submission.announceEightBit = feed.hasEightBit() && canAnnounce(offers);
@@ -90,7 +90,7 @@ class SmtpClient::Connections {
       return late;
     }
     SmtpDialogue dialogue;
-    const SmtpOutcome outcome = engine_.run(session, submission, dialogue);
+    SmtpOutcome outcome = engine_.run(session, submission, dialogue);
     if (dialogue.sawHello()) {
       offers = dialogue.offers();
       greeted_[session.to.text()] = true;

@@ -67,7 +67,8 @@ struct KAVI_API SpoolState {
 struct KAVI_API RetrySchedule {
   std::int64_t firstPause = 60;  ///< doubled from attempt to attempt
   std::int64_t longestPause = 3600;
-  std::int64_t giveUpAfter = 5 * 24 * 3600;  ///< since it was filed, or its retry was asked for
+  /// Since it was filed, or its retry was asked for.
+  std::int64_t giveUpAfter = std::int64_t{5} * 24 * 3600;
 
   /// The pause behind the \p attempt -th attempt, counted from 1.
   std::int64_t pauseAfter(unsigned int attempt) const;

@@ -22,7 +22,7 @@ namespace {
 /// Texts without doubles, in order.
 class Distinct {
  public:
-  void add(std::string text) {
+  void add(std::string_view text) {
     const std::string_view plain = trimmed(text);
     if (plain.empty() || !seen_.insert(std::string(plain)).second) return;
     texts_.emplace_back(plain);

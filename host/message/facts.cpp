@@ -45,7 +45,7 @@ std::optional<std::string> decodedSubject(const Message& message,
 }
 
 std::string contentAsUtf8(const Entity& entity, std::size_t limit) {
-  const std::string content = entity.decodedContent(limit);
+  std::string content = entity.decodedContent(limit);
   const std::string declared = entity.contentTypeParameter("charset").value_or(std::string());
   std::string utf8;
   if (isUtf8(content) && (isAscii(content) || declared.empty()) && !isSevenBitNonAscii(declared)) {
