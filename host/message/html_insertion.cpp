@@ -19,7 +19,7 @@ constexpr std::size_t kLongLine = 700;
 constexpr std::size_t kMaxTreeWork = 20'000'000;
 constexpr std::size_t kMaxTreeBytes = std::size_t{4} << 20;
 /// No document declares its charset behind so many bytes; readers look at the first 1,024.
-constexpr std::size_t kDeclarationReach = 64 * 1024;
+constexpr std::size_t kDeclarationReach = std::size_t{64} * 1024;
 
 void appendEscaped(char c, std::string& out) {
   switch (c) {

@@ -88,10 +88,9 @@ bool HtmlScanner::next(HtmlToken& token) {
     if (token.end > token.begin) return true;
     token.isRaw = false;
   }
-  const char second = at_ + 1 < document_.size() ? document_[at_ + 1] : '\0';
-  if (document_[at_] != '<') {
-    readText(token);
-  } else if (isLetter(second)) {
+  const bool opens = document_[at_] == '<' && at_ + 1 < document_.size();
+  const char second = opens ? document_[at_ + 1] : '\0';
+  if (isLetter(second)) {
     token.kind = HtmlToken::Kind::StartTag;
     readTag(token, at_ + 1);
     rawElement_ = token.isComplete ? rawElementOf(token.name) : std::string_view();
