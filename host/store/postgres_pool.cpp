@@ -68,7 +68,7 @@ std::string shownText(const std::map<std::string, std::string>& parameters) {
 
 }  // namespace
 
-PostgresPool::PostgresPool(std::string location, int lockTimeoutMs)
+PostgresPool::PostgresPool(const std::string& location, int lockTimeoutMs)
     : lockTimeoutMs_(lockTimeoutMs) {
   std::map<std::string, std::string> parameters = parametersOf(location);
   shown_ = shownText(parameters);

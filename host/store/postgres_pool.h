@@ -14,7 +14,7 @@ class PostgresPool final : public ConnectionPool {
  public:
   /// \param location  "postgresql://user@host:port/database?..." \throw StoreFailure when it is no
   ///   such text
-  PostgresPool(std::string location, int lockTimeoutMs);
+  PostgresPool(const std::string& location, int lockTimeoutMs);
 
   std::unique_ptr<Connection> take() override;
   void giveBack(std::unique_ptr<Connection> connection) override;
