@@ -2,7 +2,10 @@
 // body and writing it, against the MIME library's reading alone.
 #include <benchmark/benchmark.h>
 
+#include <array>
+#include <fstream>
 #include <string>
+#include <string_view>
 
 #include "bench/mails.h"
 #include "host/message/message.h"
@@ -42,11 +45,24 @@ void stamp(benchmark::State& state, OvMsgInsertPlace place) {
 void stampTop(benchmark::State& state) { stamp(state, OvMsgInsertPlace::Top); }
 void stampEnd(benchmark::State& state) { stamp(state, OvMsgInsertPlace::End); }
 
+constexpr std::array<std::size_t, 3> kSizes{5000, 50000, 5000000};
+
+/// For comparisons with other programs.
+int writeMails(const std::string& folder) {
+  for (const std::size_t size : kSizes) {
+    std::ofstream file(folder + "/" + std::to_string(size) + ".eml", std::ios::binary);
+    file << mailOf(size);
+    if (!file.flush()) return 1;
+  }
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc == 3 && std::string_view(argv[1]) == "--write-mails") return writeMails(argv[2]);
   return bench::run(argc, argv,
                     {mailOf,
                      {{"stamp_top", stampTop, true}, {"stamp_end", stampEnd, true}},
-                     {{5000, 2}, {50000, 3}, {5000000, 2.5}}});
+                     {{kSizes[0], 2}, {kSizes[1], 3}, {kSizes[2], 2.5}}});
 }

@@ -151,6 +151,29 @@ std::string withoutComment(std::string text, std::string_view value) {
   return text.substr(0, comment);
 }
 
+/// The ";" that ends the parameter, or the proper value, at \p at.
+std::size_t parameterEnd(std::string_view value, std::size_t at) {
+  bool quoted = false;
+  int depth = 0;
+  for (; at < value.size(); ++at) {
+    const char c = value[at];
+    if (c == '\\') {
+      ++at;
+    } else if (quoted) {
+      quoted = c != '"';
+    } else if (c == '"' && depth == 0) {
+      quoted = true;
+    } else if (c == '(') {
+      ++depth;
+    } else if (c == ')' && depth > 0) {
+      --depth;
+    } else if (c == ';' && depth == 0) {
+      return at;
+    }
+  }
+  return value.size();
+}
+
 std::string_view tokenAt(std::string_view text, std::size_t& at) {
   const std::size_t begin = at;
   while (at < text.size() && isTokenChar(text[at])) ++at;
@@ -201,25 +224,7 @@ std::string unfolded(std::string_view raw) {
 }
 
 std::string_view properValue(std::string_view value) {
-  bool quoted = false;
-  int depth = 0;
-  for (std::size_t i = 0; i < value.size(); ++i) {
-    const char c = value[i];
-    if (c == '\\') {
-      ++i;
-    } else if (quoted) {
-      quoted = c != '"';
-    } else if (c == '"' && depth == 0) {
-      quoted = true;
-    } else if (c == '(') {
-      ++depth;
-    } else if (c == ')' && depth > 0) {
-      --depth;
-    } else if (c == ';' && depth == 0) {
-      return trimmed(value.substr(0, i));
-    }
-  }
-  return trimmed(value);
+  return trimmed(value.substr(0, parameterEnd(value, 0)));
 }
 
 // Lenient: whatever follows the subtype, a type that can be read is one.
@@ -268,6 +273,9 @@ std::optional<std::string> dispositionParameter(std::string_view value, const ch
 std::optional<std::string> withParameter(std::string_view fieldName, std::string_view value,
                                          const char* name, const char* text,
                                          std::string_view lineBreak) {
+  // Malformed names make the library ask for gigabytes.
+  const std::string utf8 = asCString(value);
+  if (!g_utf8_validate(utf8.c_str(), -1, nullptr)) return std::nullopt;
   std::unique_ptr<char, GFree> encoded;
   if (equalsIgnoreCase(fieldName, "content-type")) {
     const auto parsed = readContentType(value);
@@ -282,6 +290,30 @@ std::optional<std::string> withParameter(std::string_view fieldName, std::string
   }
   if (encoded == nullptr) return std::nullopt;
   return withLineBreaks(trimmed(encoded.get()), lineBreak);
+}
+
+std::string withWritten(std::string_view value, std::string_view name, std::string_view written) {
+  std::size_t at = parameterEnd(value, 0);
+  std::string result(value.substr(0, at));
+  bool isSet = false;
+  while (at < value.size()) {
+    const std::size_t end = parameterEnd(value, at + 1);
+    const std::string_view parameter = value.substr(at, end - at);
+    const std::size_t equals = parameter.find('=');
+    const std::string_view present = trimmed(parameter.substr(1, std::min(equals, end) - 1));
+    at = end;
+    if (!equalsIgnoreCase(present, name)) {
+      result += parameter;
+    } else if (!isSet) {
+      // With what stands between the ";" and the name: a fold, perhaps.
+      const auto nameBegin = static_cast<std::size_t>(present.data() - parameter.data());
+      result.append(parameter.substr(0, nameBegin)).append(name).append("=").append(written);
+      isSet = true;
+    }
+  }
+  if (isSet) return result;
+  while (!result.empty() && (isSpace(result.back()) || result.back() == ';')) result.pop_back();
+  return result.append("; ").append(name).append("=").append(written);
 }
 
 std::vector<Address> addresses(std::string_view value, std::size_t limit) {

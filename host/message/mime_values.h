@@ -40,6 +40,10 @@ std::optional<std::string> withParameter(std::string_view fieldName, std::string
                                          const char* name, const char* value,
                                          std::string_view lineBreak);
 
+/// \p value, which may be folded, with parameter \p name set to \p written, quoted or not: where it
+/// stands, or at the end. Nothing else of the value changes, but that further ones of that name go.
+std::string withWritten(std::string_view value, std::string_view name, std::string_view written);
+
 struct Address {
   std::string displayName;  ///< UTF-8, decoded; empty when there is none
   std::string address;      ///< without brackets

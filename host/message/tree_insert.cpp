@@ -233,9 +233,12 @@ std::string TreeEditor::planNewBoundary(Entity& multipart) {
   std::string boundary = newBoundary();
   const LineBreak lineBreak = multipart.lineBreak();
   HeaderField* const type = multipart.block().find("content-type");
-  const auto value = mime::withParameter("content-type", type->unfoldedValue(), "boundary",
-                                         boundary.c_str(), lineBreak.text());
-  auto fresh = newField(multipart, "Content-Type", value.value_or(""), lineBreak);
+  const std::string quoted = '"' + boundary + '"';
+  std::string value = mime::withWritten(trimmed(type->rawValueView()), "boundary", quoted);
+  if (mime::contentTypeParameter(mime::unfolded(value), "boundary") != boundary) {
+    value = multipart.contentType() + "; boundary=" + quoted;
+  }
+  auto fresh = newField(multipart, "Content-Type", value, lineBreak);
   for (Entity* part = multipart.firstChild_; part != nullptr; part = part->nextSibling_) {
     std::string lead(breakBefore(part->lead_));
     plan_.set(part->lead_, message_.keep(lead.append(delimiterLine(boundary, lineBreak))));

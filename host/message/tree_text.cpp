@@ -12,15 +12,15 @@ namespace host::message {
 
 namespace {
 
-/// The value of a Content-Type field with another charset; in full where it cannot be read.
-std::string withCharset(const Entity& entity, const std::string& charset,
-                        std::string_view lineBreak) {
+/// The value of a Content-Type field with another charset, all else as it stands; in full where it
+/// cannot be read.
+std::string withCharset(const Entity& entity, const std::string& charset) {
   if (const HeaderField* present = entity.field("content-type")) {
-    const auto value = mime::withParameter("content-type", present->unfoldedValue(), "charset",
-                                           charset.c_str(), lineBreak);
-    if (value && mime::contentType(mime::unfolded(*value)) == entity.contentType() &&
-        mime::contentTypeParameter(mime::unfolded(*value), "charset") == charset) {
-      return *value;
+    std::string value = mime::withWritten(trimmed(present->rawValueView()), "charset", charset);
+    const std::string unfolded = mime::unfolded(value);
+    if (mime::contentType(unfolded) == entity.contentType() &&
+        mime::contentTypeParameter(unfolded, "charset") == charset) {
+      return value;
     }
   }
   return entity.contentType() + "; charset=" + charset;
@@ -40,7 +40,7 @@ void TreeEditor::planBody(Entity& entity, NewBody body) {
   HeaderBlock& block = entity.block();
   const bool namesEncoding = transferEncodingOf(entity.transferEncoding()) != body.encoding;
   if (!body.charset.empty()) {
-    planField(entity, "Content-Type", withCharset(entity, body.charset, entity.lineBreak().text()));
+    planField(entity, "Content-Type", withCharset(entity, body.charset));
   }
   if (namesEncoding) planField(entity, "Content-Transfer-Encoding", nameOf(body.encoding));
   if ((namesEncoding || !body.charset.empty()) && entity.parent_ == nullptr &&

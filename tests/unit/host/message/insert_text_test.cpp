@@ -80,6 +80,38 @@ TEST(InsertText, KeepsEveryAddressWhenItWrapsASoleAttachment) {
   EXPECT_EQ(message->firstEntity()->firstChild()->nextSibling(), attachment);
 }
 
+TEST(InsertText, KeepsAContentTypeThatTheMimeLibraryCannotWrite) {
+  const std::string before =
+      "Content-Type: text/plain; " + std::string(400, '\xF3') + "=x; charset=";
+  auto message = mail(before + "us-ascii;\n y=\"z\"\n\nHello\n");
+  EXPECT_EQ(insert(*message, "caf\xC3\xA9"), OVMSGERR::Ok);
+  EXPECT_TRUE(message->toString().starts_with(before + "utf-8;\n y=\"z\"\nContent-Transfer"));
+}
+
+TEST(InsertText, RefusesFragments) {
+  auto message =
+      mail("Content-Type: message/partial; id=a; number=1; total=2\n\nSubject: s\n\nx\n");
+  EXPECT_EQ(insert(*message, "x"), OVMSGERR::NotSupported);
+  EXPECT_FALSE(message->changed());
+}
+
+TEST(InsertText, CopesWithManyPartsAndDeepNesting) {
+  std::string many = "Content-Type: multipart/alternative; boundary=b\n\n";
+  for (int i = 0; i < 20000; ++i) many += "--b\nContent-Type: text/plain\n\nx\n";
+  auto message = mail(many + "--b--\n");
+  EXPECT_EQ(insert(*message, "Stamp"), OVMSGERR::Ok);
+  EXPECT_EQ(message->changes().size(), 20000u);
+  std::string deep;
+  for (int i = 0; i < 5000; ++i) {
+    deep += "Content-Type: multipart/mixed; boundary=b" + std::to_string(i) + "\n\n--b" +
+            std::to_string(i) + "\n";
+  }
+  message = mail(deep + "\nHello\n");
+  EXPECT_EQ(insert(*message, "Stamp", OvMsgInsertPlace::End), OVMSGERR::Ok);
+  EXPECT_NE(message->toString().find("Hello"), std::string::npos);
+  EXPECT_NE(message->toString().find("Stamp"), std::string::npos);
+}
+
 /// The process-wide default, put back at the end.
 class AsAttachment {
  public:
