@@ -40,6 +40,16 @@ AdapterError DeliveryState::prepareFiling(store::MessageKind kind, const std::st
   return FilingSweep(*store_, ops_).run(kind, directory, report, fault);
 }
 
+AdapterError DeliveryState::answer(const std::vector<store::Digest>& messages, std::string& fault) {
+  if (store_ == nullptr) return AdapterError::MissingFolder;
+  return guardedOutcome([&] {
+    if (messages.empty()) return AdapterError::None;
+    const store::StoreStatus status = store_->forgetMessages(messages);
+    if (!status.ok()) fault = status.text;
+    return adapterErrorOf(status.error);
+  });
+}
+
 AdapterError DeliveryState::forgetOldEffects(std::size_t& dropped, std::string& fault) {
   if (store_ == nullptr) return AdapterError::MissingFolder;
   return guardedOutcome([&] {

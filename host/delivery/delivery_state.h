@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "host/core/folder.h"
 #include "host/delivery/adapter_error.h"
@@ -36,6 +37,10 @@ class KAVI_API DeliveryState {
   /// \param fault  receives the words of a failure of the index
   AdapterError prepareFiling(store::MessageKind kind, const std::string& directory,
                              SweepReport& report, std::string& fault);
+
+  /// Forgets the effects of messages that got a final answer other than a temporary failure; of all
+  /// of them or of none. \param fault  receives the words of a failure
+  AdapterError answer(const std::vector<store::Digest>& messages, std::string& fault);
 
   /// Drops what the ledger still keeps of messages that no sender tries again, because their final
   /// answer could not be written down. To be called now and then.

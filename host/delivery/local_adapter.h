@@ -1,6 +1,7 @@
 // The adapter that acts for real.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -33,6 +34,9 @@ class KAVI_API LocalAdapter final : public OvIsAdapter, public MessageRun {
                            std::string_view setting) override;
   AdapterError finalAnswer(FinalAnswer answer) override;
   const std::string& lastFault() const override { return effects_.lastFault(); }
+  /// Instead of `finalAnswer`, when many messages get theirs at once (DeliveryState).
+  /// \return the message as the ledger knows it; nothing when it had no effects.
+  std::optional<store::Digest> leaveUnanswered() { return effects_.leaveUnanswered(); }
 
   int deleteMessage(unsigned int& error, OvMsgMailMessage* msg) override;
   int postponeMessage(unsigned int& error, OvMsgMailMessage* msg, unsigned char fromHour,

@@ -75,12 +75,16 @@ AdapterError MessageEffects::beginAction(unsigned int ruleId, unsigned int posit
 
 AdapterError MessageEffects::finalAnswer(FinalAnswer answer) {
   return guardedOutcome([&] {
-    action_.clear();
-    // Without an effect there is no digest, and nothing was written.
-    const std::optional<store::Digest> message = std::exchange(message_, std::nullopt);
+    const std::optional<store::Digest> message = leaveUnanswered();
     if (!message || answer == FinalAnswer::TemporaryFailure) return AdapterError::None;
-    return note(ledger_->forgetMessage(*message));
+    return note(ledger_->forgetMessages({*message}));
   });
+}
+
+std::optional<store::Digest> MessageEffects::leaveUnanswered() {
+  action_.clear();
+  // Without an effect there is no digest, and nothing was written.
+  return std::exchange(message_, std::nullopt);
 }
 
 const store::Digest& MessageEffects::messageDigest() {

@@ -37,6 +37,10 @@ class KAVI_API MessageEffects {
   AdapterError beginAction(unsigned int ruleId, unsigned int position, std::string_view setting);
   AdapterError finalAnswer(FinalAnswer answer);
 
+  /// Ends the work on the message without an answer, which comes later (DeliveryState).
+  /// \return the message as the ledger knows it; nothing when there is nothing to forget.
+  std::optional<store::Digest> leaveUnanswered();
+
   /// One effect's place in the ledger.
   struct Ticket {
     bool tracked = false;

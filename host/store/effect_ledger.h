@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "host/store/store_status.h"
 #include "library/platform/api.h"
@@ -65,8 +66,8 @@ class KAVI_API EffectLedger {
   /// Drops a finished key whose result is \p result, because that result is gone.
   virtual StoreStatus reopenEffect(const EffectKey& key, const std::string& result) = 0;
 
-  /// Drops every key of a message.
-  virtual StoreStatus forgetMessage(const Digest& message) = 0;
+  /// Drops every key of messages; of all of them or of none.
+  virtual StoreStatus forgetMessages(const std::vector<Digest>& messages) = 0;
 
   /// Drops every key that was begun before \p time (seconds since 1970).
   /// \param dropped  receives how many.

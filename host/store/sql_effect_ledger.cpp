@@ -93,9 +93,11 @@ StoreStatus SqlStore::reopenEffect(const EffectKey& key, const std::string& resu
   });
 }
 
-StoreStatus SqlStore::forgetMessage(const Digest& message) {
+StoreStatus SqlStore::forgetMessages(const std::vector<Digest>& messages) {
   return run(kLedgerChange, Access::Write, [&](Connection& connection) {
-    Query(connection, sql::kForgetMessage).bind(bytesOf(message)).run();
+    for (const Digest& message : messages) {
+      Query(connection, sql::kForgetMessage).bind(bytesOf(message)).run();
+    }
   });
 }
 

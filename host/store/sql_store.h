@@ -43,7 +43,7 @@ class KAVI_API SqlStore : public Database {
                            const std::string& result) override;
   StoreStatus abandonEffect(const EffectKey& key, const std::string& owner) override;
   StoreStatus reopenEffect(const EffectKey& key, const std::string& result) override;
-  StoreStatus forgetMessage(const Digest& message) override;
+  StoreStatus forgetMessages(const std::vector<Digest>& messages) override;
   StoreStatus forgetBefore(std::int64_t time, std::size_t& dropped) override;
 
   StoreStatus addObject(const ObjectRecord& object, const ChangeNote& note,

@@ -340,18 +340,21 @@ TEST_F(StoreContract, OpensAFinishedEffectAgain) {
 TEST_F(StoreContract, FinishesNothingThatNobodyBegan) {
   EXPECT_EQ(store_->finishEffect(keyOf(1, 1), "a", "x").error, StoreError::Conflict);
   EXPECT_TRUE(store_->abandonEffect(keyOf(1, 1), "a").ok());
-  EXPECT_TRUE(store_->forgetMessage(keyOf(1, 1).message).ok());
+  EXPECT_TRUE(store_->forgetMessages({keyOf(1, 1).message}).ok());
 }
 
-TEST_F(StoreContract, ForgetsEveryEffectOfAMessage) {
+TEST_F(StoreContract, ForgetsEveryEffectOfMessages) {
   begin(keyOf(1, 1), claimOf("a", 1000));
   begin(keyOf(1, 2), claimOf("a", 1000));
   begin(keyOf(2, 1), claimOf("a", 1000));
+  begin(keyOf(3, 1), claimOf("a", 1000));
   ASSERT_TRUE(store_->finishEffect(keyOf(1, 2), "a", "x").ok());
-  ASSERT_TRUE(store_->forgetMessage(keyOf(1, 0).message).ok());
+  ASSERT_TRUE(store_->forgetMessages({}).ok());
+  ASSERT_TRUE(store_->forgetMessages({keyOf(1, 0).message, keyOf(3, 0).message}).ok());
   EXPECT_EQ(begin(keyOf(1, 1), claimOf("b", 1001)).state, EffectState::Begun);
   EXPECT_EQ(begin(keyOf(1, 2), claimOf("b", 1001)).state, EffectState::Begun);
   EXPECT_EQ(begin(keyOf(2, 1), claimOf("b", 1001)).state, EffectState::UnderWay);
+  EXPECT_EQ(begin(keyOf(3, 1), claimOf("b", 1001)).state, EffectState::Begun);
 }
 
 TEST_F(StoreContract, DropsOldEffects) {

@@ -217,9 +217,11 @@ MemoryStore::Status MemoryStore::reopenEffect(const Key& key, const std::string&
   });
 }
 
-MemoryStore::Status MemoryStore::forgetMessage(const Digest& message) {
+MemoryStore::Status MemoryStore::forgetMessages(const std::vector<Digest>& messages) {
   return run([&] {
-    std::erase_if(effects_, [&](const auto& effect) { return effect.second.message == message; });
+    std::erase_if(effects_, [&](const auto& effect) {
+      return std::find(messages.begin(), messages.end(), effect.second.message) != messages.end();
+    });
     return StoreError::None;
   });
 }

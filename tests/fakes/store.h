@@ -36,7 +36,7 @@ class MemoryStore final : public host::store::Store {
   Status finishEffect(const Key& key, const std::string& owner, const std::string& result) override;
   Status abandonEffect(const Key& key, const std::string& owner) override;
   Status reopenEffect(const Key& key, const std::string& result) override;
-  Status forgetMessage(const host::store::Digest& message) override;
+  Status forgetMessages(const std::vector<host::store::Digest>& messages) override;
   Status forgetBefore(std::int64_t time, std::size_t& dropped) override;
 
   std::size_t rowCount() const { return rows_.size(); }

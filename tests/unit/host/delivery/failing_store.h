@@ -88,8 +88,8 @@ class FailingStore final : public host::store::Store {
   Status reopenEffect(const Key& key, const std::string& result) override {
     return run("reopenEffect", [&] { return memory_.reopenEffect(key, result); });
   }
-  Status forgetMessage(const host::store::Digest& message) override {
-    return run("forgetMessage", [&] { return memory_.forgetMessage(message); });
+  Status forgetMessages(const std::vector<host::store::Digest>& messages) override {
+    return run("forgetMessages", [&] { return memory_.forgetMessages(messages); });
   }
   Status forgetBefore(std::int64_t time, std::size_t& dropped) override {
     return run("forgetBefore", [&] { return memory_.forgetBefore(time, dropped); });
