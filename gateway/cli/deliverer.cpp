@@ -13,7 +13,6 @@ namespace gateway::cli {
 namespace {
 
 using host::delivery::AdapterError;
-using host::delivery::FinalAnswer;
 
 std::string textOf(AdapterError error) {
   return host::delivery::adapterErrorText(static_cast<unsigned int>(error));
@@ -40,9 +39,11 @@ class Deliverer::Job final : public JobAdapter {
   OvIsAdapter& adapter() override { return adapter_; }
   host::delivery::MessageRun* messageRun() override { return &adapter_; }
   std::string finish(std::vector<AdapterCall>&) override {
+    unanswered_ = adapter_.leaveUnanswered();
     endTurn();
     return {};
   }
+  std::optional<host::store::Digest> unanswered() override { return unanswered_; }
 
  private:
   void endTurn() {
@@ -56,6 +57,7 @@ class Deliverer::Job final : public JobAdapter {
   Deliverer& owner_;
   std::size_t content_;
   bool ended_ = false;
+  std::optional<host::store::Digest> unanswered_;
   host::delivery::LocalAdapter adapter_;
 };
 
@@ -88,29 +90,18 @@ std::unique_ptr<JobAdapter> Deliverer::make(const host::message::Message& messag
 }
 
 void Deliverer::keep(const MessageResult& result) {
-  if (result.unanswered != nullptr) {
-    unanswered_.push_back({result.unanswered, result.outcome.verdict});
-  }
+  if (result.unanswered) unanswered_.push_back(*result.unanswered);
 }
 
 Submission Deliverer::submit(bool verbose) {
   return submitSpool(state_.spool(), settings_, keys_, log_, verbose);
 }
 
-void Deliverer::answer(bool final) {
-  AdapterError failure = AdapterError::None;
+void Deliverer::answer() {
   std::string fault;
-  for (const auto& [job, verdict] : unanswered_) {
-    host::delivery::MessageRun& run = *job->messageRun();
-    const AdapterError error =
-        run.finalAnswer(final ? engine::answerFor(verdict) : FinalAnswer::TemporaryFailure);
-    if (error == AdapterError::None || failure != AdapterError::None) continue;
-    failure = error;
-    fault = run.lastFault();
-  }
-  unanswered_.clear();
-  if (failure == AdapterError::None) return;
-  complainOf(settings_.stateFolder, failure, fault);
+  const AdapterError error = state_.answer(unanswered_, fault);
+  if (error == AdapterError::None) return;
+  complainOf(settings_.stateFolder, error, fault);
   complain("the same messages, run again within 30 days, will count as another attempt");
 }
 

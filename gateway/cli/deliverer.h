@@ -42,21 +42,18 @@ class Deliverer final : public JobAdapters {
   void keep(const MessageResult& result);
   /// Sends what is due in the spool, once.
   Submission submit(bool verbose);
-  /// Gives every message that was kept its final answer, or leaves them for the next attempt.
-  void answer(bool final);
+  /// Gives every message that was kept its final answer, all at once: no kill parts them. Without
+  /// it they are left for the next attempt.
+  void answer();
 
  private:
   class Job;
-  struct Unanswered {
-    std::shared_ptr<JobAdapter> job;
-    engine::Verdict verdict;
-  };
 
   const host::delivery::DeliverySettings& settings_;
   const host::delivery::SealKeys& keys_;
   host::core::ProcessLog& log_;
   host::delivery::DeliveryState state_;
-  std::vector<Unanswered> unanswered_;
+  std::vector<host::store::Digest> unanswered_;
 
   // The contents, as hashes, that are being worked at.
   std::mutex mutex_;

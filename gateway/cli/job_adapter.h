@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -9,6 +10,7 @@
 #include "gateway/engine/engine.h"
 #include "host/delivery/message_run.h"
 #include "host/message/message.h"
+#include "host/store/effect_ledger.h"
 #include "library/platform/is_adapter.h"
 
 namespace gateway::cli {
@@ -37,6 +39,8 @@ class JobAdapter {
   /// \param calls  all that it made; each receives where the message was put
   /// \return an error text, empty for success.
   virtual std::string finish(std::vector<AdapterCall>& calls) = 0;
+  /// Once it is done: the message as the ledger of effects knows it, when it waits for its answer.
+  virtual std::optional<host::store::Digest> unanswered() { return std::nullopt; }
 };
 
 /// Makes adapters; from several threads at once.

@@ -44,7 +44,7 @@ std::unique_ptr<JobAdapter> adapterFor(const Message& message, const InputMessag
 
 void act(Message& message, const InputMessage& input, const JobSettings& settings,
          MessageResult& result) {
-  std::shared_ptr<JobAdapter> job = adapterFor(message, input, settings);
+  const std::unique_ptr<JobAdapter> job = adapterFor(message, input, settings);
   result.outcome = engine::runMessage(message, *settings.policy,
                                       {.adapter = job->adapter(),
                                        .adapterRun = job->messageRun(),
@@ -56,7 +56,7 @@ void act(Message& message, const InputMessage& input, const JobSettings& setting
                                        .sealKeys = settings.sealKeys});
   result.calls = callsOf(result.outcome);
   noteFault(result, job->finish(result.calls));
-  if (job->messageRun() != nullptr && !result.calls.empty()) result.unanswered = std::move(job);
+  result.unanswered = job->unanswered();
 }
 
 /// The recipients of what goes on, when they are others than before.
@@ -75,7 +75,8 @@ void compareResult(const Message& message, const JobSettings& settings, MessageR
   if (settings.diff) result.diff = messageDiff(message.received(), message);
 }
 
-/// What goes on: the message as it stands, or as it came when the run failed.
+/// What goes on: the message as it stands, or as it came when the run failed. Mail of a failed run
+/// does not go on: it stays with whoever has it.
 void writeResult(const Message& message, std::shared_ptr<const Buffer> received,
                  const JobSettings& settings, MessageResult& result) {
   using engine::Verdict;
@@ -84,7 +85,7 @@ void writeResult(const Message& message, std::shared_ptr<const Buffer> received,
   if (verdict != Verdict::Disposed) {
     result.outputBytes = asReceived ? message.receivedBytes().size() : message.renderedSize();
   }
-  if (settings.out == nullptr) return;
+  if (settings.out == nullptr || (verdict == Verdict::Failed && settings.out->isMail())) return;
   const std::string& name = result.file->outputName;
   if (result.number != 0) {
     if (verdict == Verdict::Disposed) return;

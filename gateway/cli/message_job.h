@@ -56,8 +56,8 @@ struct MessageResult {
   std::size_t outputBytes = 0;
   /// Whom it goes on to, when an action changed that.
   std::optional<std::vector<std::string>> outputRecipients;
-  /// Waits for the final answer to be given; null when there is nothing to be told.
-  std::shared_ptr<JobAdapter> unanswered;
+  /// The message as the ledger of effects knows it, when it waits for its final answer.
+  std::optional<host::store::Digest> unanswered;
 
   /// Of a message of an mbox that goes on: its bytes; else null.
   std::shared_ptr<const host::message::Buffer> rendered;

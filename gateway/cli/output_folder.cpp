@@ -183,8 +183,8 @@ OutputFile::OutputFile(const OutputFolder& folder, const std::string& name)
   std::tie(folderPath, fileName_) = divided(out_.path(), name);
   error_ = folder_.open(folderPath, true);
   if (error_ != FileError::None) return;
-  file_.emplace(folder_, out_.use() == OutputUse::Mail ? host::core::Durability::Flushed
-                                                       : host::core::Durability::Buffered);
+  file_.emplace(folder_,
+                out_.isMail() ? host::core::Durability::Flushed : host::core::Durability::Buffered);
   error_ = file_->create();
 }
 

@@ -53,7 +53,7 @@ class OutputFolder {
   /// Forgets what this run wrote: no later run removes or replaces it. \return as for `begin`.
   std::string release();
 
-  OutputUse use() const { return use_; }
+  bool isMail() const { return use_ == OutputUse::Mail; }
   const std::string& path() const { return path_; }
   std::string pathOf(const std::string& name) const { return path_ + "/" + name; }
   bool isInput(const std::string& name) const { return inputs_.isInput(pathOf(name)); }

@@ -35,7 +35,8 @@ class MboxWriter {
     std::string error = result.file != current_ ? finish() : std::string();
     if (result.number == 0) return error;
     current_ = result.file;
-    if (!result.ran || !result.error.empty()) broken_ = true;
+    const bool failed = result.outcome.verdict == engine::Verdict::Failed;
+    if (!result.ran || !result.error.empty() || (failed && out_.isMail())) broken_ = true;
     if (result.rendered == nullptr) return error;
     if (!file_) file_.emplace(out_, result.file->outputName);
     file_->write(result.rendered->data(), result.rendered->size());
@@ -200,11 +201,11 @@ int conclude(const RunOptions& options, Deliverer& deliverer, OutputFolder& out,
       status = ExitFailed;
     }
   }
-  deliverer.answer(status == ExitDone);
   if (status != ExitDone) {
     complain("not all is done: the same command, run again, does what is missing");
     return status;
   }
+  deliverer.answer();
   return submission.good() ? ExitDone : ExitUnsent;
 }
 

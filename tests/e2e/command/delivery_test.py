@@ -275,7 +275,7 @@ class AttemptTest(DeliveryCase):
                 self.assertEqual(report["calls"][0]["error"], code)
                 self.assertIn(str(sink.port), report["rules"][0]["actions"][0]["log"][0]["text"])
                 self.assertEqual(sink.messages(), [])
-                self.assertEqual((self.out / "m.eml").read_bytes(), MESSAGE)
+                self.assertFalse((self.out / "m.eml").exists(), "what failed does not go on")
 
     def test_nobody_listening_is_a_failure(self):
         sink = Sink(self, "gone")
@@ -313,6 +313,29 @@ class AttemptTest(DeliveryCase):
         self.assertEqual([r["verdict"] for r in reports], ["disposed"] * 3)
         self.assertEqual(spool["sent"], 1, "only what was missing")
         self.assertEqual(len(sink.messages()), 3)
+
+    def test_a_repeated_run_writes_its_own_results_anew_and_no_others(self):
+        sink = Sink(self, "busy", {"mail": {"reply": "450 4.3.0 busy", "times": 1}})
+        self.put("policy.yaml", "rules:\n- {id: 1, when: {subject: {matches: b}}, actions: "
+                 f"[{{handoff: '127.0.0.1:{sink.port}'}}]}}\n"
+                 "- {id: 2, when: always, actions: [{x_header: 'X-A: 1'}]}\n")
+        for name in "abc":
+            self.put(f"in/{name}.eml", MESSAGE.replace(b"hello", name.encode()))
+        self.deliver(self.folder / "in", status=1)
+        written = {name: (self.out / f"{name}.eml").stat().st_ino for name in "ac"}
+        self.deliver(self.folder / "in" / "b.eml")
+        self.assertEqual({name: (self.out / f"{name}.eml").stat().st_ino for name in "ac"}, written)
+        self.put("policy.yaml", "rules:\n- {id: 2, when: always, actions: [{x_header: 'X-A: 2'}]}"
+                 "\n")
+        self.deliver(self.folder / "in")
+        for name in "abc":
+            self.assertIn(b"X-A: 2", (self.out / f"{name}.eml").read_bytes())
+
+    def test_standard_input_goes_on_too(self):
+        self.always("{x_header: 'X-A: b'}")
+        [report], _ = self.deliver("-", stdin=MESSAGE)
+        with open(report["output"], "rb") as output:
+            self.assertIn(b"X-A: b", output.read())
 
     def test_messages_of_one_content_in_one_run_are_one(self):
         sink = Sink(self, "scan")
@@ -394,6 +417,7 @@ class AttemptTest(DeliveryCase):
         path = self.put("box", box)
         reports, _ = self.deliver(path, status=1)
         self.assertEqual([r["verdict"] for r in reports], ["disposed", "failed", "unchanged"])
+        self.assertFalse((self.out / "box").exists(), "a part of it would look like the whole")
         reports, _ = self.deliver(path)
         self.assertEqual([r["verdict"] for r in reports], ["disposed", "disposed", "unchanged"])
         self.assertEqual(len(self.stored("quarantine")), 1)
@@ -433,7 +457,7 @@ class AttemptTest(DeliveryCase):
         report = json.loads(done.stdout.splitlines()[0])
         self.assertEqual((report["verdict"], report["calls"][0]["error"]), ("failed", 23))
         self.assertEqual(self.stored("quarantine"), [stored])
-        self.assertEqual((self.out / "m.eml").read_bytes(), MESSAGE)
+        self.assertFalse((self.out / "m.eml").exists())
 
 
 if __name__ == "__main__":
