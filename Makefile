@@ -1,6 +1,6 @@
 # The front doors. `make demo` and `make check` do all set-up themselves on Debian 12.
 .DEFAULT_GOAL := help
-.PHONY: help demo build check quick-check lint tidy format asan tsan fuzz bench install clean
+.PHONY: help demo build check quick-check campaign lint tidy format asan tsan fuzz bench install clean
 
 JOBS ?= $(shell nproc)
 PREFIX ?= /usr/local
@@ -11,6 +11,7 @@ help:
 	@echo "make demo         show what a policy does to five messages (installs, builds, runs)"
 	@echo "make check        every test, the linters and the sanitizers (installs, builds, runs)"
 	@echo "make quick-check  the tests of one plain build"
+	@echo "make campaign     every change to every message of the folder MAIL=..., examined part by part"
 	@echo "make bench        speed, as ratios against the MIME library in the same run"
 	@echo "make fuzz         every fuzz target for FUZZ_TIME=$(FUZZ_TIME) seconds"
 	@echo "make tsan         the tests that use threads, under the thread sanitizer"
@@ -34,6 +35,14 @@ check:
 quick-check:
 	@scripts/install-packages build check
 	@scripts/check dev
+
+# RESULTS: where the table and the lists go. SKIP: files to leave out, as a shell pattern.
+RESULTS ?= build/campaign
+campaign:
+	@test -n "$(MAIL)" || { echo "campaign: name a folder of messages: make campaign MAIL=FOLDER" >&2; exit 2; }
+	@scripts/install-packages build check
+	@scripts/build release
+	@python3 -B tests/campaign/campaign.py build/release/bin/kavi "$(MAIL)" --out "$(RESULTS)" --skip "$(SKIP)"
 
 lint:
 	@scripts/install-packages build check
