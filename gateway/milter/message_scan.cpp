@@ -83,6 +83,7 @@ void MessageScan::runGuarded() {
                                    [](const auto& each) { return hidesContent(each); });
   if (defect != message_->defects().end()) return refuseBeyondLimits(defect->text);
   const std::shared_ptr<const policy::Snapshot> policy = gateway_.policy.current();
+  if (policy == nullptr) return failFor("no policy is in force");
   const bool fromUs =
       !origin_.listener.empty() && origin_.listener == gateway_.settings.reinjectionListener;
   ran_ = true;

@@ -1,0 +1,61 @@
+#include "gateway/milter/message_log.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace gateway::milter {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+class MessageLogTest : public testing::Test {
+ protected:
+  std::string line() const {
+    return messageLine({origin_, collected_, outcome_, changes_, answer_, failure_});
+  }
+
+  Origin origin_{.queueId = "4Bx1", .clientName = "client.example.org"};
+  CollectedMessage collected_{{}, "/nowhere", 1000};
+  engine::Outcome outcome_;
+  ChangeSet changes_;
+  Answer answer_ = Answer::goOn();
+  std::string failure_;
+};
+
+TEST_F(MessageLogTest, HasOneWordForEachThingThatIsKnown) {
+  collected_.setSender("<a@b.example>", {});
+  collected_.addRecipient("<c@d.example>", {});
+  outcome_.rules.emplace_back().id = 15;
+  outcome_.rules.emplace_back().id = 16;
+  outcome_.rules.back().skipped = true;
+  changes_.headers.push_back({HeaderEdit::Kind::Insert, "X-A", 1, " b"});
+  EXPECT_EQ(line(),
+            "message queue=4Bx1 verdict=accept rules=15,16(skipped) changes=\"insert X-A\" "
+            "from=<a@b.example> to=<c@d.example> client=client.example.org bytes=0 ms=0");
+}
+
+TEST_F(MessageLogTest, NothingFromOutsideLooksLikeAnotherWord) {
+  origin_.helo = "x verdict=discard \"y\\\n\x1b";
+  origin_.user = "\xC3\xA4";
+  EXPECT_THAT(line(), HasSubstr("helo=\"x verdict=discard \\\"y\\\\\\\\n\\\\x1B\""));
+  EXPECT_THAT(line(), HasSubstr("user=\"\xC3\xA4\""));
+  EXPECT_THAT(line(), Not(HasSubstr("\n")));
+}
+
+TEST_F(MessageLogTest, LongListsAreCounted) {
+  for (int i = 0; i < 30; ++i) collected_.addRecipient("r" + std::to_string(i) + "@d.example", {});
+  EXPECT_THAT(line(), HasSubstr("<r19@d.example>,and 10\""));
+  EXPECT_THAT(line(), Not(HasSubstr("r20@")));
+}
+
+TEST_F(MessageLogTest, SaysWhyAMessageWasRefused) {
+  answer_ = Answer::tempFail("4Bx1");
+  failure_ = "action stamp of rule 2";
+  EXPECT_THAT(line(), HasSubstr("verdict=tempfail failure=\"action stamp of rule 2\""));
+}
+
+}  // namespace
+}  // namespace gateway::milter

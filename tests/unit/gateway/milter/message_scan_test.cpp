@@ -1,0 +1,177 @@
+#include "gateway/milter/message_scan.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "gateway/engine/filing_folders.h"
+#include "gateway/engine/library_start.h"
+#include "tests/unit/gateway/policy_texts.h"
+
+namespace gateway::milter {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+fs::path newFolder() {
+  std::string name = fs::temp_directory_path() / "message_scan.XXXXXX";
+  return ::mkdtemp(name.data());
+}
+
+/// The library starts once for the process.
+host::core::ProcessLog& startedLog(const fs::path& folder) {
+  static host::core::ProcessLog* log = [&] {
+    static host::core::ProcessLog made({.level = 0});
+    static host::core::IniSettings settings;
+    settings.override("general", "queue_archive", folder / "archive");
+    settings.override("general", "queue_quarantine", folder / "quarantine");
+    engine::startLibrary(settings, made);
+    return &made;
+  }();
+  return *log;
+}
+
+class MessageScanTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() { base() = newFolder(); }
+  static void TearDownTestSuite() { fs::remove_all(base()); }
+
+  MessageScanTest() : log_(startedLog(base())), keys_(folder_ / "keys") {
+    EXPECT_EQ(state_.open(folder_ / "state"), host::delivery::AdapterError::None);
+  }
+  ~MessageScanTest() override { fs::remove_all(folder_); }
+
+  void use(const char* policy) {
+    const auto snapshot = policy::snapshotOf(policy);
+    host::core::IniSettings settings;
+    settings.override("general", "queue_archive", base() / "archive");
+    settings.override("general", "queue_quarantine", base() / "quarantine");
+    std::vector<std::string> notes;
+    EXPECT_EQ(engine::prepareFilingFolders(*snapshot, settings, state_, notes), "");
+    policy_.use(snapshot);
+  }
+
+  /// Runs a message of this header and a body of one line.
+  MessageScan& scan(const std::vector<HeaderLine>& header, const std::string& body = "body\r\n") {
+    scan_.reset();
+    collected_.emplace(settings_.limits, folder_, settings_.memoryBytes);
+    collected_->setSender("<from@example.org>", {});
+    collected_->addRecipient("<to@example.net>", {});
+    for (const HeaderLine& line : header) collected_->addHeader(line.name, line.value);
+    collected_->addBody(body);
+    const Gateway gateway{settings_, policy_, log_, state_, delivery_, keys_, folder_, "host"};
+    gateway_.emplace(gateway);
+    scan_ = std::make_unique<MessageScan>(*gateway_, *collected_,
+                                          Origin{.queueId = "QUEUE", .listener = "in"});
+    scan_->run();
+    return *scan_;
+  }
+
+  std::size_t archived() const {
+    std::size_t count = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(base() / "archive")) {
+      count += entry.path().extension() == ".eml" ? 1 : 0;
+    }
+    return count;
+  }
+
+  static fs::path& base() {
+    static fs::path path;
+    return path;
+  }
+
+  const fs::path folder_ = newFolder();
+  host::core::ProcessLog& log_;
+  MilterSettings settings_;
+  host::delivery::DeliverySettings delivery_;
+  host::delivery::DeliveryState state_;
+  host::delivery::SealKeys keys_;
+  PolicySource policy_{"policy.yaml"};
+  std::optional<CollectedMessage> collected_;
+  std::optional<Gateway> gateway_;
+  std::unique_ptr<MessageScan> scan_;
+};
+
+TEST_F(MessageScanTest, WhatNothingMatchesGoesOnWithoutChanges) {
+  use("rules: []\n");
+  const MessageScan& done = scan({{"Subject", " s"}});
+  EXPECT_EQ(done.answer().kind, Answer::Kind::Continue);
+  EXPECT_TRUE(done.changes().isEmpty());
+}
+
+TEST_F(MessageScanTest, AChangeIsToldAndNothingElse) {
+  use("rules: [{id: 1, when: always, actions: [{x_header: 'X-A: b'}]}]\n");
+  const MessageScan& done = scan({{"Subject", " s"}});
+  EXPECT_EQ(done.answer().kind, Answer::Kind::Continue);
+  EXPECT_THAT(done.changes().names(), ElementsAre("insert X-A"));
+}
+
+TEST_F(MessageScanTest, AFailedActionIsATemporaryFailureWithoutChanges) {
+  use("rules: [{id: 1, when: always, actions: [{x_header: 'X-A: b'}, {readdress: a@b.example}]}]");
+  const MessageScan& done = scan({{"Subject", " s"}});
+  EXPECT_EQ(done.answer().kind, Answer::Kind::TempFail);
+  EXPECT_THAT(done.answer().text, HasSubstr("(QUEUE)"));
+  EXPECT_TRUE(done.changes().isEmpty());
+}
+
+TEST_F(MessageScanTest, ARetryFindsDoneWhatTheFirstAttemptDid) {
+  use("archive_areas: [{name: journal}]\n"
+      "rules: [{id: 1, when: always, actions: [{archive: journal}, {readdress: a@b.example}]}]\n");
+  scan({{"Subject", " once"}}).settle();
+  EXPECT_EQ(archived(), 1U);
+  scan({{"Subject", " once"}}).settle();
+  EXPECT_EQ(archived(), 1U) << "one copy, though the sender tried twice";
+  scan({{"Subject", " other"}}).settle();
+  EXPECT_EQ(archived(), 2U);
+}
+
+TEST_F(MessageScanTest, AMailSystemThatDoesNotTakeTheChangesGetsATemporaryFailure) {
+  use("rules: [{id: 1, when: always, actions: [{x_header: 'X-A: b'}]}]\n");
+  MessageScan& done = scan({{"Subject", " s"}});
+  done.failTelling();
+  EXPECT_EQ(done.answer().kind, Answer::Kind::TempFail);
+  done.settle();
+}
+
+TEST_F(MessageScanTest, NoActionBeginsBehindTheDeadline) {
+  use("rules: [{id: 1, when: always, actions: [delete]}]\n");
+  settings_.deadlineSeconds = 0;
+  EXPECT_EQ(scan({{"Subject", " s"}}).answer().kind, Answer::Kind::TempFail);
+  settings_.deadlineSeconds = 240;
+  EXPECT_EQ(scan({{"Subject", " s"}}).answer().kind, Answer::Kind::Discard);
+}
+
+TEST_F(MessageScanTest, PartsThatWereNotLookedAtGetTheVerdictOfTheSettings) {
+  use("rules: []\n");
+  std::string body;
+  for (int i = 0; i < 10; ++i) body += "--b\r\n\r\npart\r\n";
+  const std::vector<HeaderLine> header = {{"Content-Type", " multipart/mixed; boundary=b"}};
+  EXPECT_EQ(scan(header, body + "--b--\r\n").answer().kind, Answer::Kind::Continue);
+  settings_.limits.parts = 5;
+  EXPECT_EQ(scan(header, body + "--b--\r\n").answer().kind, Answer::Kind::TempFail);
+  settings_.beyondLimits = Answer::Kind::Reject;
+  EXPECT_EQ(scan(header, body + "--b--\r\n").answer().kind, Answer::Kind::Reject);
+}
+
+TEST_F(MessageScanTest, WhatCannotBeGatheredIsATemporaryFailure) {
+  use("rules: []\n");
+  EXPECT_EQ(scan({{"Subject", " a\nX-Evil: b"}}).answer().kind, Answer::Kind::TempFail);
+  EXPECT_EQ(scan({{"no name", " a"}}).answer().kind, Answer::Kind::TempFail);
+}
+
+TEST_F(MessageScanTest, WithoutAPolicyNothingPasses) {
+  EXPECT_EQ(scan({{"Subject", " s"}}).answer().kind, Answer::Kind::TempFail);
+}
+
+}  // namespace
+}  // namespace gateway::milter
