@@ -12,8 +12,11 @@ namespace host::message {
 
 namespace {
 
+/// Also a delimiter line that a missing blank line left in the header: to many readers the body
+/// begins there.
 bool isAboutContent(const HeaderField& field) {
-  return startsWithIgnoreCase(field.nameView(), "content-");
+  return startsWithIgnoreCase(field.nameView(), "content-") ||
+         (field.nameView().empty() && field.bytes().starts_with("--"));
 }
 
 // How much an identity encoding lets through. One of a part is one of all around it (RFC 2045

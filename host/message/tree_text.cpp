@@ -18,7 +18,8 @@ std::string withCharset(const Entity& entity, const std::string& charset) {
   if (const HeaderField* present = entity.field("content-type")) {
     std::string value = mime::withWritten(trimmed(present->rawValueView()), "charset", charset);
     const std::string unfolded = mime::unfolded(value);
-    if (mime::contentType(unfolded) == entity.contentType() &&
+    if (mime::isContentType(mime::properValue(unfolded)) &&
+        mime::contentType(unfolded) == entity.contentType() &&
         mime::contentTypeParameter(unfolded, "charset") == charset) {
       return value;
     }
