@@ -50,6 +50,7 @@ void act(Message& message, const InputMessage& input, const JobSettings& setting
                                        .adapterRun = job->messageRun(),
                                        .log = settings.log,
                                        .logLevel = settings.logLevel,
+                                       .isRehearsal = settings.adapters == nullptr,
                                        .protocol = "SMTP",
                                        .hostName = settings.hostName,
                                        .trust = settings.trust,

@@ -78,6 +78,8 @@ const char* wordOf(Verdict verdict) {
   return "failed";
 }
 
+const char* wordOf(SNMPTrapVersion version) { return version == SNMPTrapVersion::V2c ? "2c" : "1"; }
+
 ordered_json toJson(const ActionReport& action) {
   ordered_json changes = ordered_json::array();
   for (const Change& change : action.changes) {
@@ -102,6 +104,20 @@ ordered_json toJson(const ActionReport& action) {
     json["reprocess"] = {{"rules_handed_over", handOver.rules},
                          {"type", handOver.type},
                          {"rules_left", action.rulesLeft}};
+  }
+  for (const engine::HandOver& handOver : action.handOvers) {
+    if (!handOver.mail) continue;
+    json["mails"].push_back({{"operation", handOver.operation},
+                             {"sender", handOver.mail->sender},
+                             {"recipients", handOver.mail->recipients},
+                             {"content", handOver.mail->bytes}});
+  }
+  for (const host::trap::RecordedTrap& trap : action.traps) {
+    json["traps"].push_back({{"server", trap.server},
+                             {"version", wordOf(trap.version)},
+                             {"oid", trap.oid},
+                             {"type", trap.specificType},
+                             {"text", trap.text}});
   }
   if (!action.failure.empty()) json["failure"] = action.failure;
   return json;

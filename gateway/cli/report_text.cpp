@@ -15,6 +15,8 @@ using host::core::printable;
 using host::message::Change;
 
 constexpr std::size_t kMaxListed = 5;
+/// Lines of a mail that an action made: its header and the beginning of its text.
+constexpr std::size_t kShownMailLines = 40;
 
 const char* wordOf(Change::Kind kind) {
   switch (kind) {
@@ -159,11 +161,39 @@ class TextReport {
               (action.rulesLeft.empty() ? "none" : printable(action.rulesLeft)) +
               style_.dim(" left in the stream") + "\n";
     }
+    for (const engine::HandOver& handOver : action.handOvers) {
+      if (handOver.mail) writeMail(*handOver.mail);
+    }
+    for (const host::trap::RecordedTrap& trap : action.traps) {
+      out_ += std::string(13, ' ') + style_.dim("trap to ") + printable(trap.server) +
+              (trap.version == SNMPTrapVersion::V2c ? ", SNMPv2c" : ", SNMPv1") + ", type " +
+              std::to_string(trap.specificType) + ": " + printable(trap.text) + "\n";
+    }
     for (const auto& line : action.log) {
       // A failure gives its reason even when nobody asked for the log.
       if (!verbose_ && (action.result || line.level > 2)) continue;
       out_ += std::string(13, ' ') + style_.dim("log " + std::to_string(line.level) + "  ") +
               printable(line.text) + "\n";
+    }
+  }
+
+  /// A mail that an action made: whom it goes to and, when asked for, how it begins.
+  void writeMail(const engine::OwnMail& mail) {
+    const std::string margin(13, ' ');
+    out_ += margin + style_.dim("mail from ") + recipients({mail.sender}) + style_.dim(" to ") +
+            recipients(mail.recipients) + "\n";
+    if (!verbose_) return;
+    std::size_t lines = 0;
+    for (std::size_t at = 0; at < mail.bytes.size(); ++lines) {
+      const std::size_t end = std::min(mail.bytes.find('\n', at), mail.bytes.size());
+      std::string_view line(mail.bytes.data() + at, end - at);
+      if (line.ends_with('\r')) line.remove_suffix(1);
+      if (lines < kShownMailLines) out_ += margin + "  " + printable(line) + "\n";
+      at = end + 1;
+    }
+    if (lines > kShownMailLines) {
+      out_ += margin + "  " +
+              style_.dim("... " + std::to_string(lines - kShownMailLines) + " more lines") + "\n";
     }
   }
 

@@ -79,7 +79,7 @@ class Run {
         policy_(policy),
         surroundings_(surroundings),
         outcome_(outcome),
-        adapter_(surroundings.adapter),
+        adapter_(surroundings.adapter, surroundings.isRehearsal ? &message : nullptr),
         adapterRun_(surroundings.adapterRun != nullptr ? *surroundings.adapterRun : untold_),
         records_(policy) {}
 
@@ -227,8 +227,11 @@ class Run {
   void take(KaviAction& action, ActionReport& report) {
     const host::message::Message* original =
         action.requiresOriginalMsg() ? &std::as_const(message_).received() : nullptr;
+    std::optional<host::trap::TrapRecorder> traps;
+    if (surroundings_.isRehearsal) traps.emplace();
     report.result =
         action.takeAction(&message_, original, report.flag, tokens_, adapter_, records_.manager());
+    if (traps) report.traps = traps->traps();
   }
 
   Verdict verdict() {

@@ -17,6 +17,7 @@
 #include "host/delivery/message_run.h"
 #include "host/delivery/reprocessing.h"
 #include "host/message/message.h"
+#include "host/trap/trap_recorder.h"
 #include "library/platform/is_adapter.h"
 
 namespace gateway::engine {
@@ -35,6 +36,7 @@ struct ActionReport {
   /// The message's reprocessing fields at each hand-over to the adapter, and behind the action.
   std::vector<HandOver> handOvers;
   std::string rulesLeft;
+  std::vector<host::trap::RecordedTrap> traps;  ///< of a rehearsal
   std::vector<host::message::Change> changes;
   std::vector<host::core::LogLine> log;
   std::size_t bytesBefore = 0;
@@ -67,7 +69,10 @@ struct Surroundings {
   host::delivery::MessageRun* adapterRun = nullptr;
   const host::core::ProcessLog* log = nullptr;  ///< null: log lines are not collected
   int logLevel = 2;                             ///< the most verbose lines to collect
-  std::string protocol = "SMTP";                ///< how the message came
+  /// True keeps the mails that actions make, and keeps their traps instead of sending them. The
+  /// adapter is then one that sends nothing.
+  bool isRehearsal = false;
+  std::string protocol = "SMTP";  ///< how the message came
   std::string hostName{};
   /// Whether reprocessing fields of the message count, and the keys of their seals (may be null).
   host::delivery::ReprocessTrust trust = host::delivery::ReprocessTrust::Nobody;

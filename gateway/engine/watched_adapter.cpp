@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "host/delivery/reprocess_fields.h"
+#include "host/message/message.h"
 #include "library/platform/msgu.h"
 
 namespace gateway::engine {
@@ -15,6 +16,13 @@ int WatchedAdapter::watch(const char* operation, unsigned int& error, OvMsgMailM
   if (OvMsgEntity* root = msgu::getRootEntity(msg); root != nullptr) {
     msgu::getHeader(root, host::delivery::kReprocessRules, seen.rules);
     msgu::getHeader(root, host::delivery::kReprocessType, seen.type);
+  }
+  const auto* own = scanned_ != nullptr && msg != scanned_
+                        ? dynamic_cast<const host::message::Message*>(msg)
+                        : nullptr;
+  if (own != nullptr) {
+    const host::message::Envelope& envelope = own->envelope();
+    seen.mail = OwnMail{envelope.sender.value_or(""), envelope.recipients, own->toString()};
   }
   // Before the call: what happened there must be in the list, whatever memory there is.
   handOvers_.push_back(std::move(seen));

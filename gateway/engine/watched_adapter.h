@@ -1,6 +1,7 @@
 // Notes what a message says of its reprocessing whenever an action hands it over.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -8,20 +9,30 @@
 
 namespace gateway::engine {
 
+/// A mail of an action's own making, as it was handed over.
+struct OwnMail {
+  std::string sender;
+  std::vector<std::string> recipients;
+  std::string bytes;
+};
+
 /// One call on the adapter, with the reprocessing fields of the message as it was handed over.
 struct HandOver {
-  std::string operation;   ///< "delete", "postpone", "handoff", "quarantine", ...
-  std::string rules;       ///< ids separated by blanks; empty when there is no such field
-  std::string type;        ///< the word of the action that wrote them
-  unsigned int error = 0;  ///< an AdapterError; 0 for success
-  std::string place{};     ///< where the adapter stored the message, if it says so
+  std::string operation;          ///< "delete", "postpone", "handoff", "quarantine", ...
+  std::string rules;              ///< ids separated by blanks; empty when there is no such field
+  std::string type;               ///< the word of the action that wrote them
+  unsigned int error = 0;         ///< an AdapterError; 0 for success
+  std::string place{};            ///< where the adapter stored the message, if it says so
+  std::optional<OwnMail> mail{};  ///< where those are kept
 };
 
 /// Passes every call on. One per message.
 class WatchedAdapter final : public OvIsAdapter {
  public:
   /// \param adapter  borrowed
-  explicit WatchedAdapter(OvIsAdapter& adapter) : adapter_(adapter) {}
+  /// \param scanned  every other message is an action's own, and is kept; null keeps none.
+  explicit WatchedAdapter(OvIsAdapter& adapter, const OvMsgMailMessage* scanned = nullptr)
+      : adapter_(adapter), scanned_(scanned) {}
 
   int deleteMessage(unsigned int& error, OvMsgMailMessage* msg) override;
   int postponeMessage(unsigned int& error, OvMsgMailMessage* msg, unsigned char fromHour,
@@ -44,6 +55,7 @@ class WatchedAdapter final : public OvIsAdapter {
   int watch(const char* operation, unsigned int& error, OvMsgMailMessage* msg, Call call);
 
   OvIsAdapter& adapter_;
+  const OvMsgMailMessage* scanned_;
   std::vector<HandOver> handOvers_;
 };
 

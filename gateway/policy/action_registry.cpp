@@ -19,6 +19,8 @@
 #include "library/actions/modification/stamp.h"
 #include "library/actions/modification/tag_subject.h"
 #include "library/actions/modification/x_header.h"
+#include "library/notification/feedback.h"
+#include "library/notification/notify.h"
 
 namespace gateway::policy {
 namespace {
@@ -91,6 +93,10 @@ bool decodePostpone(const std::string& setting, std::string& value) {
   return true;
 }
 
+const std::string kFeedbackSummary =
+    std::string("Mails the attachments that made the rule match, as samples, to ") +
+    ActPackwatch::feedbackAddress() + ".";
+
 const ActionSpec kActions[] = {
     {.name = "archive",
      .type = KaviAction::Archive,
@@ -138,6 +144,17 @@ const ActionSpec kActions[] = {
      .make = make<ActDeleteAttachment>,
      .encode = encodeDeleteAttachments,
      .decode = decodeDeleteAttachments},
+    {.name = "feedback",
+     .type = KaviAction::Packwatch,
+     .disposes = false,
+     .doesNothing = false,
+     .changesMessage = false,
+     .value = "",
+     .example = "feedback",
+     .summary = kFeedbackSummary,
+     .make = make<ActPackwatch>,
+     .encode = encodeNothing<uiPackwatch>,
+     .decode = decodeNothing<uiPackwatch>},
     {.name = "handoff",
      .type = KaviAction::Handoff,
      .disposes = true,
@@ -182,6 +199,19 @@ const ActionSpec kActions[] = {
      .make = make<ActIBEReEncrypt>,
      .encode = encodeNothing<uiIBEEncrypt>,
      .decode = decodeNothing<uiIBEEncrypt>},
+    {.name = "notify",
+     .type = KaviAction::Notify,
+     .disposes = false,
+     .doesNothing = false,
+     .changesMessage = false,
+     .value = "NOTIFICATIONS",
+     .example = "notify: tell-admin",
+     .summary = "Sends a mail, an SNMP trap or both, as notifications say.",
+     .make = make<ActNotify>,
+     .encode = encodeObjectIds,
+     .decode = decodeObjectId,
+     .objectType = KaviNamedObj::NotificationType,
+     .takesSeveral = true},
     {.name = "postpone",
      .type = KaviAction::Postpone,
      .disposes = true,

@@ -36,6 +36,7 @@ struct ActionSpec {
   /// The kind of named object that the value names (KaviNamedObj); 0 for none. `encode` and
   /// `decode` then deal in ids.
   unsigned int objectType = 0;
+  bool takesSeveral = false;  ///< the value may be a list of them
 
   /// A scanner-side object built from \p setting; null when its `construct` refuses that.
   std::unique_ptr<KaviAction> build(const std::string& setting) const;

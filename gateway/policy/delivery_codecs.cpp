@@ -51,20 +51,6 @@ std::vector<std::string_view> splitAddresses(std::string_view text) {
   return addresses;
 }
 
-bool checkAddress(std::string_view address, int line, const FaultSink& fault) {
-  switch (host::delivery::checkMailbox(address)) {
-    case AdapterError::None:
-      return true;
-    case AdapterError::Utf8Address:
-      fault(line, "address " + inQuotes(address) +
-                      " is not ASCII (write the address that its server gives for it)");
-      return false;
-    default:
-      fault(line, inQuotes(address) + " is no address (write: user@example.org)");
-      return false;
-  }
-}
-
 /// Adds the addresses of one text to \p recipients.
 bool addAddresses(const Node& value, std::string& recipients, const FaultSink& fault) {
   const std::vector<std::string_view> addresses = splitAddresses(value.text);
@@ -84,13 +70,7 @@ bool addAddresses(const Node& value, std::string& recipients, const FaultSink& f
 template <class Settings>
 bool encodeRecipients(const Node& value, std::string& setting, const FaultSink& fault) {
   std::string recipients;
-  bool good = true;
-  if (value.kind == Node::Kind::List && !value.items.empty()) {
-    for (const Node* item : value.items) good = addAddresses(*item, recipients, fault) && good;
-  } else {
-    good = addAddresses(value, recipients, fault);
-  }
-  if (!good) return false;
+  if (!readRecipients(value, recipients, fault)) return false;
   Settings settings;
   settings.setRcpt(recipients.c_str());
   setting = settings.serialize();
@@ -106,17 +86,62 @@ std::string lowered(std::string_view text) {
 
 }  // namespace
 
-bool encodeObjectId(const Node& value, std::string& setting, const FaultSink& fault) {
-  unsigned int id = 0;
-  if (value.kind != Node::Kind::Scalar || !parseWhole(value.text, id) || id == 0) {
-    fault(value.line, "needs an id, not " + inQuotes(value.text) +
-                          " (a whole number from 1 up; policies name the object instead)");
-    return false;
+bool checkAddress(std::string_view address, int line, const FaultSink& fault) {
+  switch (host::delivery::checkMailbox(address)) {
+    case AdapterError::None:
+      return true;
+    case AdapterError::Utf8Address:
+      fault(line, "address " + inQuotes(address) +
+                      " is not ASCII (write the address that its server gives for it)");
+      return false;
+    default:
+      fault(line, inQuotes(address) + " is no address (write: user@example.org)");
+      return false;
+  }
+}
+
+bool readRecipients(const Node& value, std::string& recipients, const FaultSink& fault) {
+  recipients.clear();
+  if (value.kind != Node::Kind::List || value.items.empty()) {
+    return addAddresses(value, recipients, fault);
+  }
+  bool good = true;
+  for (const Node* item : value.items) good = addAddresses(*item, recipients, fault) && good;
+  return good;
+}
+
+bool encodeObjectIds(const Node& value, std::string& setting, const FaultSink& fault) {
+  std::string ids;
+  std::size_t count = 0;
+  const auto add = [&](const Node& item) {
+    unsigned int id = 0;
+    if (item.kind != Node::Kind::Scalar || !parseWhole(item.text, id) || id == 0) {
+      fault(item.line, "needs an id, not " + inQuotes(item.text) +
+                           " (a whole number from 1 up; policies name the object instead)");
+      return false;
+    }
+    ids += "-" + std::to_string(id);
+    ++count;
+    return true;
+  };
+  bool good = true;
+  if (value.kind == Node::Kind::List && !value.items.empty()) {
+    for (const Node* item : value.items) good = add(*item) && good;
+  } else {
+    good = add(value);
   }
   ActQuarantine list;
-  if (!constructFrom(list, "1-" + std::to_string(id))) return false;
+  if (!good || !constructFrom(list, std::to_string(count) + ids)) return false;
   setting = list.serialize();
   return true;
+}
+
+bool encodeObjectId(const Node& value, std::string& setting, const FaultSink& fault) {
+  if (value.kind == Node::Kind::List) {
+    fault(value.line, "takes one id (write one)");
+    return false;
+  }
+  return encodeObjectIds(value, setting, fault);
 }
 
 bool decodeObjectId(const std::string& setting, std::string& value) {

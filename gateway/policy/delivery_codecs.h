@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "gateway/policy/condition.h"
 #include "gateway/policy/node.h"
@@ -15,6 +16,9 @@ namespace gateway::policy {
 bool encodeObjectId(const Node& value, std::string& setting, const FaultSink& fault);
 bool decodeObjectId(const std::string& setting, std::string& value);
 
+/// One or several notifications: an id, or a list of ids.
+bool encodeObjectIds(const Node& value, std::string& setting, const FaultSink& fault);
+
 /// "host:port", "[address]:port" for an IPv6 address.
 bool encodeHandoff(const Node& value, std::string& setting, const FaultSink& fault);
 bool decodeHandoff(const std::string& setting, std::string& value);
@@ -24,5 +28,11 @@ bool encodeReaddress(const Node& value, std::string& setting, const FaultSink& f
 bool encodeBcc(const Node& value, std::string& setting, const FaultSink& fault);
 bool decodeRecipients(const std::string& setting, std::string& value);
 std::string doubtRecipients(const std::string& setting);
+
+/// Whether \p address can be mailed to; if not, \p fault is told why.
+bool checkAddress(std::string_view address, int line, const FaultSink& fault);
+
+/// Replaces \p recipients by addresses separated by ";": of a list of texts, or of one text.
+bool readRecipients(const Node& value, std::string& recipients, const FaultSink& fault);
 
 }  // namespace gateway::policy

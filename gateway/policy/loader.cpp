@@ -247,9 +247,9 @@ class Loader {
       fail(line, called + "needs a value (write: " + std::string(spec->example) + ")");
       return;
     }
-    Node id;
-    if (spec->objectType != 0 && !resolveObject(*spec, value, called, id)) return;
-    const bool encoded = spec->encode(spec->objectType != 0 ? id : value, action.setting,
+    Document ids;
+    if (spec->objectType != 0 && !resolveObjects(*spec, value, called, ids)) return;
+    const bool encoded = spec->encode(spec->objectType != 0 ? *ids.root() : value, action.setting,
                                       [&](int valueLine, const std::string& message) {
                                         fail(valueLine > 0 ? valueLine : line, called + message);
                                       });
@@ -257,6 +257,25 @@ class Loader {
     if (encoded && spec->build(action.setting) == nullptr) {
       fail(line, called + "does not accept its own settings string " + inQuotes(action.setting));
     }
+  }
+
+  /// Puts the ids of the objects that \p value names into \p ids.
+  bool resolveObjects(const ActionSpec& spec, const Node& value, const std::string& called,
+                      Document& ids) {
+    if (!spec.takesSeveral || value.kind != Node::Kind::List || value.items.empty()) {
+      Node& id = ids.add(Node::Kind::Scalar, value.line);
+      ids.setRoot(&id);
+      return resolveObject(spec, value, called, id);
+    }
+    Node& list = ids.add(Node::Kind::List, value.line);
+    ids.setRoot(&list);
+    bool good = true;
+    for (const Node* item : value.items) {
+      Node& id = ids.add(Node::Kind::Scalar, item->line);
+      list.items.push_back(&id);
+      good = resolveObject(spec, *item, called, id) && good;
+    }
+    return good;
   }
 
   /// Puts the id of the object that \p value names into \p id.

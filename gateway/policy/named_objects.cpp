@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <charconv>
 
+#include "gateway/policy/notifications.h"
 #include "gateway/policy/settings_object.h"
 #include "gateway/policy/stamps.h"
 #include "gateway/policy/suggest.h"
+#include "library/namedobj/notify_area.h"
 #include "library/namedobj/quarantine_area.h"
 #include "library/namedobj/stamp_area.h"
 #include "library/platform/archive_area.h"
@@ -70,6 +72,15 @@ const ObjectKind kKinds[] = {
      .encode = encodeStamp,
      .make = make<uiStampArea>,
      .doubt = doubtStamp},
+    {.key = "notifications",
+     .type = KaviNamedObj::NotificationType,
+     .word = "notification",
+     .example = "- {name: tell-admin, recipients: [admin@example.org], body: \"A rule matched.\"}",
+     .required = ", recipients: [admin@example.org], body: \"A rule matched.\"",
+     .keys = kNotificationKeys,
+     .encode = encodeNotification,
+     .make = make<uiNotifyArea>,
+     .doubt = doubtNotification},
 };
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include "gateway/policy/settings_object.h"
 #include "gateway/policy/suggest.h"
+#include "gateway/policy/text_entry.h"
 #include "gateway/policy/text_file.h"
 #include "gateway/policy/token_check.h"
 #include "library/namedobj/stamp_area.h"
@@ -15,7 +16,11 @@ namespace {
 /// How a line break stands in a record.
 constexpr char kStoredBreak = '\x03';
 
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+constexpr TextEntry kText{.owner = "the stamp",
+                          .key = "text",
+                          .fileKey = "file",
+                          .example = "text: \"Confidential.\" or file: stamp.txt",
+                          .maxBytes = kMaxStampText};
 
 /// A word of a policy for a number of the record.
 struct Word {
@@ -86,55 +91,24 @@ class EntryReader {
   }
 
   void readText(std::string& stored) {
-    const Node* text = entry_.item.find("text");
-    const Node* file = entry_.item.find("file");
-    if ((text == nullptr) == (file == nullptr)) {
-      fail(entry_.item.line, text == nullptr
-                                 ? "the stamp has no text (write text: or file:)"
-                                 : "the stamp has a text and a file (keep one of them)");
-      return;
-    }
-    const Node& source = text != nullptr ? *text : *file;
-    if (source.kind != Node::Kind::Scalar || source.text.empty()) {
-      fail(source.line, std::string(text != nullptr ? "the text is empty" : "file: names no file") +
-                            " (write text: \"Confidential.\" or file: stamp.txt)");
-      return;
-    }
-    std::string content = source.text;
-    std::string called = "the text";
-    if (file != nullptr && !readFile(*file, content, called)) return;
-    if (const auto found = findTextFault(content)) {
-      const std::string where = file != nullptr ? " in line " + std::to_string(found->line) : "";
-      fail(source.line, called + " has" + where + " " + found->reason);
+    std::string content;
+    int line = 0;
+    if (!readTextEntry(entry_, kText, content, line, fault_)) {
+      good_ = false;
       return;
     }
     stored = storedText(content);
-    if (content.size() > kMaxStampText) {
-      fail(source.line,
-           called + " is longer than " + std::to_string(kMaxStampText) + " bytes (shorten it)");
-    } else if (stored.empty()) {
-      fail(source.line, called + " is empty (write what the stamp is to say)");
+    if (stored.empty()) {
+      const bool inPlace = entry_.item.find(kText.key) != nullptr;
+      fail(line, (inPlace ? std::string("the text") : "file " + inQuotes(fileName())) +
+                     " is empty (write what the stamp is to say)");
     }
   }
 
-  bool readFile(const Node& file, std::string& content, std::string& called) {
-    if (!entry_.folder) {
-      fail(file.line, "file: is for policies in files (write text: instead)");
-      return false;
-    }
-    const bool isAbsolute = file.text.front() == '/';
-    const std::string path = isAbsolute ? file.text : *entry_.folder + file.text;
-    called = "file " + inQuotes(path);
-    const std::string reason = file.text.find('\0') == std::string::npos
-                                   ? readTextFile(path, kMaxStampText, content)
-                                   : "has a NUL in its name";
-    if (!reason.empty()) {
-      fail(file.line,
-           called + " " + reason + " (a relative name starts from the folder of the policy)");
-      return false;
-    }
-    if (content.starts_with(kByteOrderMark)) content.erase(0, kByteOrderMark.size());
-    return true;
+  /// The path of the stamp's file.
+  std::string fileName() const {
+    const std::string& name = entry_.item.find(kText.fileKey)->text;
+    return name.starts_with('/') ? name : *entry_.folder + name;
   }
 
   const ObjectEntry& entry_;

@@ -433,9 +433,10 @@ class AdministrationTest(KaviTest):
         actions = json.loads(kavi("actions", "--json").stdout)
         self.assertEqual({a["action"]: (a["code"], a["named_objects"]) for a in actions},
                          {"archive": (0, True), "bcc": (9, False), "delete": (1, False),
-                          "delete_attachments": (4, False), "handoff": (11, False), "ibe_decrypt": (20, False),
+                          "delete_attachments": (4, False), "feedback": (16, False),
+                          "handoff": (11, False), "ibe_decrypt": (20, False),
                           "ibe_encrypt": (21, False), "ibe_reencrypt": (22, False),
-                          "postpone": (12, False), "quarantine": (2, True),
+                          "notify": (10, True), "postpone": (12, False), "quarantine": (2, True),
                           "readdress": (3, False), "stamp": (8, True), "tag_subject": (7, False),
                           "virus_clean": (5, False),
                           "x_header": (18, False)})

@@ -108,8 +108,9 @@ INSTANTIATE_TEST_SUITE_P(
               "policy.yaml:6: rule 15: unknown action 'delte' (did you mean 'delete'?)"},
         Fault{"ActionList", RULE "  - frobnicate\n",
               "policy.yaml:5: rule 15: unknown action 'frobnicate' (known: archive, bcc, delete, "
-              "delete_attachments, handoff, ibe_decrypt, ibe_encrypt, ibe_reencrypt, postpone, "
-              "quarantine, readdress, stamp, tag_subject, virus_clean, x_header)"},
+              "delete_attachments, feedback, handoff, ibe_decrypt, ibe_encrypt, ibe_reencrypt, "
+              "notify, postpone, quarantine, readdress, stamp, tag_subject, virus_clean, "
+              "x_header)"},
         Fault{"ValueMissing", RULE "  - postpone\n",
               "policy.yaml:5: rule 15: action 'postpone' needs a value (write: postpone: "
               "\"08:30\")"},

@@ -1,0 +1,133 @@
+#!/usr/bin/env python3
+"""Notifications in policies: what `kavi run` shows of the mail and the trap that would go out."""
+import email
+import email.policy
+import socket
+import unittest
+
+from kavi_process import KaviTest, kavi
+
+POLICY = """
+notifications:
+- name: tell-admin
+  sender: Gateway <kavi@gw.example>
+  recipients: [admin@a.example, second@a.example]
+  subject: "Rule %RULENAME% matched"
+  body_file: notice.txt
+  trap: "%RULENAME% for %SENDER%"
+  notify_sender: yes
+  notify_recipients: yes
+  type: 27
+  attach: received
+- name: trap-only
+  trap: only a trap
+rules:
+- id: 15
+  name: executables
+  when: always
+  actions:
+  - x_header: "X-Seen: yes"
+  - notify: [tell-admin, trap-only]
+"""
+MESSAGE = b"From: from@b.example\nTo: to@b.example\nSubject: hello\n\nbody\n"
+
+
+class NotificationTest(KaviTest):
+    def prepare(self, port):
+        self.put("notice.txt", "Caf\u00e9: %SUBJECT%\nby %SENDER%\n")
+        settings = self.put("kavi.ini", "[General-Notification]\nPreferredCharset=utf-8\n"
+                                        f"SNMPServer=127.0.0.1:{port}\nSNMPVersion=snmpv2c\n")
+        return ("--config", settings, "--policy", self.put("policy.yaml", POLICY),
+                "--from", "from@b.example", "--rcpt", "to@b.example", self.put("m.eml", MESSAGE))
+
+    def test_the_mail_and_the_traps_are_shown_and_not_sent(self):
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as receiver:
+            receiver.bind(("127.0.0.1", 0))
+            port = receiver.getsockname()[1]
+            [report] = self.run_json(*self.prepare(port))
+            receiver.setblocking(False)
+            with self.assertRaises(BlockingIOError):
+                receiver.recv(1)
+        self.assertEqual(report["verdict"], "changed")
+        action = report["rules"][0]["actions"][1]
+        self.assertEqual(action["value"], "tell-admin, trap-only")
+        [sent] = action["mails"]
+        self.assertEqual(sent["operation"], "resend")
+        self.assertEqual(sent["sender"], "kavi@gw.example")
+        self.assertEqual(sent["recipients"], ["admin@a.example", "second@a.example",
+                                              "from@b.example", "to@b.example"])
+        mail = email.message_from_string(sent["content"], policy=email.policy.default)
+        self.assertEqual(mail["Subject"], "Rule executables matched")
+        text, attached = mail.get_payload()
+        self.assertEqual(text.get_content().replace("\r\n", "\n").strip(),
+                         "Caf\u00e9: hello\nby from@b.example")
+        self.assertEqual(attached.get_payload(0)["Subject"], "hello")
+        self.assertNotIn("X-Seen", attached.get_payload(0))
+        server = f"127.0.0.1:{port}"
+        oid = "1.3.6.1.4.1.99999.141"
+        self.assertEqual(action["traps"], [
+            {"server": server, "version": "2c", "oid": oid, "type": 27,
+             "text": "executables for from@b.example"},
+            {"server": server, "version": "2c", "oid": oid, "type": 0, "text": "only a trap"}])
+
+    def test_the_text_report_shows_them_too(self):
+        done = kavi("run", "-v", *self.prepare(9))
+        self.assertEqual(done.returncode, 0, done.stderr)
+        for text in (b"mail from <kavi@gw.example> to <admin@a.example>",
+                     b"Subject: Rule executables matched",
+                     b"trap to 127.0.0.1:9, SNMPv2c, type 27: executables for from@b.example"):
+            self.assertIn(text, done.stdout)
+
+    def test_a_returned_notification_causes_none(self):
+        arguments = self.prepare(9)
+        [report] = self.run_json(*arguments)
+        [sent] = report["rules"][0]["actions"][1]["mails"]
+        self.assertIn("X-kavi-reprocess-type: notification", sent["content"])
+        returned = self.put("returned.eml", sent["content"].encode())
+        policy = self.put("other.yaml", POLICY.replace("id: 15", "id: 16"))
+        [report] = self.run_json("--config", arguments[1], "--policy", policy, "--trusted",
+                                 returned)
+        action = report["rules"][0]["actions"][1]
+        self.assertTrue(action["result"])
+        self.assertNotIn("mails", action)
+        self.assertNotIn("traps", action)
+        self.assertIn("Skip SMTP notification due to it's a notification mail already.",
+                      [line["text"] for line in action["log"]])
+
+    def test_a_sample_goes_to_the_mailbox_that_the_actions_name(self):
+        done = kavi("actions")
+        self.assertIn(b"feedback@localhost.invalid", done.stdout)
+        policy = self.put("policy.yaml", "rules:\n- {id: 1, name: n, when: {attachment_name: "
+                                         "['*.exe']}, actions: [feedback]}\n")
+        message = self.put("m.eml", b"From: a@b.example\nContent-Type: multipart/mixed; boundary=b\n"
+                                    b"\n--b\n\ntext\n--b\nContent-Type: application/x; name=a.exe\n"
+                                    b"\nMZ\n--b--\n")
+        [report] = self.run_json("--policy", policy, message)
+        self.assertEqual(report["verdict"], "unchanged")
+        [sent] = report["rules"][0]["actions"][0]["mails"]
+        self.assertEqual(sent["recipients"], ["feedback@localhost.invalid"])
+        self.assertEqual(sent["sender"], "KAVI")
+        self.assertIn("name=a.exe\n\nMZ", sent["content"])
+
+    def test_faults_are_named(self):
+        faults = {
+            "recipients: [nobody here]": "'nobody here' is no address",
+            "sender: nobody here": "'nobody here' is no address",
+            "attach: maybe": "attach is 'maybe' (write no, received",
+            "notify_sender: 1": "notify_sender is '1' (write yes or no)",
+            "type: -1": "type is '-1' (write a whole number",
+            "subject: \"a\\nb\"": "the subject has a line break (write one line)",
+            "send_trap: yes": "send_trap is set, but the trap has no text",
+            "body_file: nothing.txt": "nothing.txt",
+            "bodi: x": "unknown key 'bodi' in an entry (did you mean 'body'?)",
+        }
+        for line, fault in faults.items():
+            with self.subTest(line=line):
+                policy = self.put("policy.yaml", f"notifications:\n- name: n\n  {line}\nrules: []\n")
+                done = kavi("policy", "check", policy)
+                self.assertEqual(done.returncode, 2)
+                self.assertIn(fault, done.stderr.decode() + done.stdout.decode())
+
+
+if __name__ == "__main__":
+    unittest.main()
