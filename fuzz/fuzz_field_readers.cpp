@@ -1,21 +1,13 @@
 // Fields of the named-object records. Input: four bytes of what remains, one byte that says which
 // reader each of the following eight calls uses, then the text.
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
+#include "fuzz/check.h"
 #include "library/framework/field_readers.h"
 
-namespace {
-
-void require(bool condition) {
-  if (!condition) {
-    std::abort();
-  }
-}
-
-}  // namespace
+using fuzz::require;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   unsigned int remaining = 0;

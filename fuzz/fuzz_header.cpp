@@ -4,11 +4,11 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <string_view>
 
+#include "fuzz/check.h"
 #include "host/message/ascii.h"
 #include "host/message/charset.h"
 #include "host/message/encoded_text.h"
@@ -19,6 +19,8 @@
 
 namespace {
 
+using fuzz::require;
+
 using namespace host::message;  // NOLINT(google-build-using-namespace)
 
 constexpr const char* kCharsets[] = {"utf-8",        "iso-2022-jp",  "shift_jis",    "euc-jp",
@@ -27,10 +29,6 @@ constexpr const char* kCharsets[] = {"utf-8",        "iso-2022-jp",  "shift_jis"
                                      "windows-1252", "windows-1255", "windows-1256", "iso-8859-1",
                                      "iso-8859-15",  "us-ascii",     "hz-gb-2312",   "utf-7"};
 constexpr const char* kFields[] = {"Subject", "From", "X-A", "Content-Description"};
-
-void require(bool condition) {
-  if (!condition) std::abort();
-}
 
 bool convert(std::string_view text, const char* from, const char* to, std::string& out) {
   return convertCharset(text, from, to, OnMisfit::Fail, OnMisfit::Fail, out) == OVMSGERR::Ok;

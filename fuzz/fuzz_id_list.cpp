@@ -1,34 +1,24 @@
 // Id lists. Input: four bytes of length, then the text.
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
 #include <string>
 #include <vector>
 
+#include "fuzz/check.h"
 #include "library/framework/id_list.h"
 
-namespace {
-
-void require(bool condition) {
-  if (!condition) {
-    std::abort();
-  }
-}
-
-}  // namespace
+using fuzz::require;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  std::int32_t length = 0;
-  if (size < sizeof length) {
+  fuzz::Setting setting;
+  if (!setting.read(data, size)) {
     return 0;
   }
-  std::memcpy(&length, data, sizeof length);
-  const std::string text(reinterpret_cast<const char*>(data) + sizeof length, size - sizeof length);
+  const auto length = static_cast<int>(setting.length);
 
   std::vector<unsigned int> ids;
-  const bool parsed = library::parseIdList(text.c_str(), length, ids);
+  const bool parsed = library::parseIdList(setting.text.c_str(), length, ids);
   // Each id but the first has a separator in front, and the count stands before them all.
-  require(2 * ids.size() <= text.size());
+  require(2 * ids.size() <= setting.text.size());
   require(!parsed || !ids.empty());
 
   std::vector<unsigned int> again;

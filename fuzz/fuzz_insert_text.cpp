@@ -5,17 +5,18 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <map>
 #include <string>
 #include <string_view>
 
+#include "fuzz/check.h"
 #include "host/message/message.h"
 #include "library/platform/ov_msg_error.h"
 #include "library/platform/ov_msg_functions.h"
 
 namespace {
+
+using fuzz::require;
 
 using host::message::Buffer;
 using host::message::Change;
@@ -23,12 +24,6 @@ using host::message::Entity;
 using host::message::Message;
 
 constexpr std::size_t kLongestLine = 998;
-
-void require(bool condition, const char* what) {
-  if (condition) return;
-  std::fprintf(stderr, "broken: %s\n", what);
-  std::abort();
-}
 
 std::string takeText(std::string_view& input) {
   const std::size_t end = std::min(input.find('\0'), input.size());

@@ -1,18 +1,13 @@
 // Lists of marked entities. Input: the list.
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 
+#include "fuzz/check.h"
 #include "library/framework/marked_entities.h"
 
 namespace {
 
-void require(bool condition) {
-  if (!condition) {
-    std::abort();
-  }
-}
+using fuzz::require;
 
 bool sameEntities(const library::MarkedEntities& left, const library::MarkedEntities& right) {
   if (left.entities.size() != right.entities.size()) {

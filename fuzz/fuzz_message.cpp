@@ -1,12 +1,11 @@
 // The message library on any bytes: reading, walking, editing and writing.
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <list>
 #include <string>
 #include <string_view>
 
+#include "fuzz/check.h"
 #include "host/message/facts.h"
 #include "host/message/message.h"
 #include "library/platform/msgu.h"
@@ -15,15 +14,11 @@
 
 namespace {
 
+using fuzz::require;
+
 using host::message::Buffer;
 using host::message::Entity;
 using host::message::Message;
-
-void require(bool condition, const char* what) {
-  if (condition) return;
-  std::fprintf(stderr, "broken: %s\n", what);
-  std::abort();
-}
 
 void lookAt(Entity& entity) {
   static_cast<void>(entity.contentType());

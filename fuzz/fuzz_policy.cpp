@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "fuzz/check.h"
 #include "gateway/policy/condition.h"
 #include "gateway/policy/lint.h"
 #include "gateway/policy/loader.h"
@@ -16,11 +17,9 @@
 
 namespace {
 
-using namespace gateway;  // NOLINT(google-build-using-namespace)
+using fuzz::require;
 
-void require(bool condition) {
-  if (!condition) std::abort();
-}
+using namespace gateway;  // NOLINT(google-build-using-namespace)
 
 const host::message::Message& sample() {
   static const auto kMessage = host::message::Message::parse(host::message::Buffer::copyOf(

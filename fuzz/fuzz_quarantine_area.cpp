@@ -1,28 +1,18 @@
 // Records of quarantine areas. Input: four bytes of length, then the text.
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
 #include <string>
 
+#include "fuzz/check.h"
 #include "library/namedobj/quarantine_area.h"
 
-namespace {
-
-void require(bool condition) {
-  if (!condition) {
-    std::abort();
-  }
-}
-
-}  // namespace
+using fuzz::require;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  unsigned int length = 0;
-  if (size < sizeof length) {
+  fuzz::Setting setting;
+  if (!setting.read(data, size)) {
     return 0;
   }
-  std::memcpy(&length, data, sizeof length);
-  const std::string text(reinterpret_cast<const char*>(data) + sizeof length, size - sizeof length);
+  const auto& [length, text] = setting;
 
   uiQuarantineArea area;
   const bool read = area.construct(text.c_str(), length);
@@ -34,9 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   // What was accepted is written back in a form that is accepted, and stays as it is.
   const std::string written = area.serialize();
-  uiQuarantineArea again;
-  require(again.construct(written.c_str(), static_cast<unsigned int>(written.size())));
+  uiQuarantineArea again = fuzz::reread<uiQuarantineArea>(written);
   require(again.areaName == area.areaName && again.agingDays == area.agingDays);
-  require(again.serialize() == written);
   return 0;
 }

@@ -1,23 +1,19 @@
 // Token replacement beside its literal steps. Input: a value (one byte of length, then its bytes),
 // which stands for some tokens, then the text.
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
+#include "fuzz/check.h"
 #include "library/platform/ov_msg_functions.h"
 #include "library/tokens/action_utils.h"
 #include "tests/unit/library/tokens/literal_replacement.h"
 
 namespace {
 
+using fuzz::require;
+
 using Kavi::ScanToken;
 using Tokens = Kavi::TokenMap<ScanToken>;
-
-void require(bool condition) {
-  if (!condition) {
-    std::abort();
-  }
-}
 
 bool same(const Tokens& left, const Tokens& right) {
   auto other = right.begin();

@@ -1,9 +1,9 @@
 // Reprocessing fields and their seal as they may come from anywhere.
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 
+#include "fuzz/check.h"
 #include "host/delivery/outgoing_mail.h"
 #include "host/delivery/reprocess_seal.h"
 #include "host/delivery/reprocessing.h"
@@ -11,11 +11,9 @@
 
 namespace {
 
-using namespace host::delivery;
+using fuzz::require;
 
-void require(bool holds) {
-  if (!holds) std::abort();
-}
+using namespace host::delivery;
 
 const SealKeys& keys() {
   static const SealKeys kKeys(

@@ -1,28 +1,18 @@
 // Settings strings of subject tags. Input: four bytes of length, then the text.
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
 #include <string>
 
+#include "fuzz/check.h"
 #include "library/actions/modification/tag_subject.h"
 
-namespace {
-
-void require(bool condition) {
-  if (!condition) {
-    std::abort();
-  }
-}
-
-}  // namespace
+using fuzz::require;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  unsigned int length = 0;
-  if (size < sizeof length) {
+  fuzz::Setting setting;
+  if (!setting.read(data, size)) {
     return 0;
   }
-  std::memcpy(&length, data, sizeof length);
-  const std::string text(reinterpret_cast<const char*>(data) + sizeof length, size - sizeof length);
+  const auto& [length, text] = setting;
 
   uiTagSubject settings;
   ActTagSubject action;
@@ -40,8 +30,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   const std::string written = settings.serialize();
   require(action.serialize() == written);
-  uiTagSubject again;
-  require(again.construct(written.c_str(), static_cast<unsigned int>(written.size())));
-  require(again.serialize() == written);
+  fuzz::reread<uiTagSubject>(written);
   return 0;
 }

@@ -1,19 +1,14 @@
 // Settings strings of the X-header action. Input: four bytes of length, then the text.
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
 #include <string>
 
+#include "fuzz/check.h"
 #include "library/actions/modification/x_header.h"
 
 namespace {
 
-void require(bool condition) {
-  if (!condition) {
-    std::abort();
-  }
-}
+using fuzz::require;
 
 bool isPlain(const std::string& text) {
   return !text.empty() && text.size() <= 512 && text.front() != ' ' && text.back() != ' ' &&
@@ -23,12 +18,11 @@ bool isPlain(const std::string& text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  unsigned int length = 0;
-  if (size < sizeof length) {
+  fuzz::Setting setting;
+  if (!setting.read(data, size)) {
     return 0;
   }
-  std::memcpy(&length, data, sizeof length);
-  const std::string text(reinterpret_cast<const char*>(data) + sizeof length, size - sizeof length);
+  const auto& [length, text] = setting;
 
   uiInsertXHeaderTag settings;
   ActInsertXHeaderTag action;
@@ -44,8 +38,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   const std::string written = settings.serialize();
   require(action.serialize() == written);
-  uiInsertXHeaderTag again;
-  require(again.construct(written.c_str(), static_cast<unsigned int>(written.size())));
-  require(again.serialize() == written);
+  fuzz::reread<uiInsertXHeaderTag>(written);
   return 0;
 }
