@@ -118,7 +118,8 @@ class LoadTest(MailTest):
         self.assertEqual((senders.faults, senders.refusals), ([], []))
         self.assertEqual(self.numbers_at_sink(MESSAGES), dict.fromkeys(range(MESSAGES), 1))
         self.assertEqual(len(milter.lines("message queue=", "verdict=accept")), MESSAGES)
-        self.assertLess(late, early + 20_000)
+        if not os.environ.get("KAVI_SANITIZE"):  # sanitizers keep what was freed for a while
+            self.assertLess(late, early + 20_000)
 
     def test_a_killed_daemon_loses_nothing_and_doubles_nothing(self):
         total = 300

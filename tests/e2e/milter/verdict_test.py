@@ -43,6 +43,17 @@ class VerdictTest(MailTest):
                 self.send(data)
                 self.assertEqual(without_trace(self.arrived()[0][2]), data)
 
+    def test_a_field_of_many_lines_arrives_as_it_was_sent(self):
+        # Postfix cuts longer ones off as soon as it has a milter.
+        lines = b"".join(b"\r\n\t%05d some text of a long field" % n for n in range(1600))
+        mail = b"References: begin" + lines + b"\r\n" + MAIL
+        self.assertGreater(len(mail), 55_000)
+        self.milter(rules(always("x_header: 'X-New: yes'")))
+        self.send(mail)
+        self.assertEqual(without_trace(self.arrived()[0][2]),
+                         mail.replace(b"MIME-Version: 1.0\r\n",
+                                      b"MIME-Version: 1.0\r\nX-New: yes\r\n"))
+
     def test_x_header_adds_one_field_and_nothing_else(self):
         milter = self.milter(rules(always("x_header: 'X-New: yes'")))
         self.send(MAIL)
