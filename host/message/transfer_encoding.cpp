@@ -58,8 +58,15 @@ std::string_view behindBeginLine(std::string_view body) {
   return at < body.size() && lf != std::string_view::npos ? body.substr(lf + 1) : body;
 }
 
+/// The value of a hexadecimal digit; -1 for another character.
+int hexValue(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  c = lowered(c);
+  return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+}
+
 /// The state of a body in quoted-printable that is being decoded. What stands for itself is handed
-/// on as it is; the library sees the escapes only, as it looks at every byte.
+/// on as it is, and so are plain escapes; the library, which looks at every byte, sees the others.
 class QuotedPrintableReader {
  public:
   explicit QuotedPrintableReader(std::string_view body) : body_(body) {
@@ -78,6 +85,7 @@ class QuotedPrintableReader {
       at_ += piece.size();
       return piece;
     }
+    if (takeEscape()) return {escape_.data(), 1};
     // An escape is decided after three bytes; what is none may begin another one.
     std::size_t count = 0;
     do {
@@ -88,6 +96,17 @@ class QuotedPrintableReader {
   }
 
  private:
+  /// Takes an escape that is one, which nearly all are. \return false with nothing taken.
+  bool takeEscape() {
+    if (body_.size() - at_ < 3) return false;
+    const int high = hexValue(body_[at_ + 1]);
+    const int low = hexValue(body_[at_ + 2]);
+    if (high < 0 || low < 0) return false;
+    escape_[0] = static_cast<char>(high * 16 + low);
+    at_ += 3;
+    return true;
+  }
+
   std::string_view body_;
   std::size_t at_ = 0;
   GMimeEncoding state_;
