@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """What Postfix does with a message by the answers of kavi-milter, byte for byte."""
+import threading
 import unittest
 
-from mail_stack import MailTest, without_trace
+from mail_stack import MailTest, Sink, wait_until, without_trace
 
 MAIL = (b"From: Sender <from@example.org>\r\nTo: to@example.net\r\nSubject: hello\r\n"
         b"X-Twice: one\r\nX-Folded: a\r\n\tb\r\n  c\r\nx-twice:two\r\nX-Blanks:   three  \r\n"
@@ -200,6 +201,24 @@ class PolicyTest(MailTest):
         self.assertTrue(milter.lines("policy: ", "policy.yaml:1", "explode"))
         self.send(MAIL)
         self.assertIn(b"X-Policy: first\r\n", self.arrived()[0][2])
+
+    def test_ends_when_the_message_at_work_has_its_answer(self):
+        slow = Sink(self.base / "slow", {"at": {"end": {"do": "stall"}}})
+        self.addCleanup(slow.stop)
+        milter = self.milter(rules(always(f"handoff: '127.0.0.1:{slow.port}'")),
+                             delivery="handoff_deadline_seconds = 8")
+        replies = []
+        sender = threading.Thread(target=lambda: replies.append(self.refused(MAIL)))
+        sender.start()
+        wait_until(lambda: [event for event in slow.events() if event["event"] == "deed"],
+                   "the hand-off to stall")
+        self.assertEqual(milter.stop(), 0)
+        sender.join()
+        [line] = milter.lines("message queue=", "verdict=tempfail")
+        queue = line.split("queue=")[1].split()[0]
+        # The daemon's own words: Postfix would have others for a milter that went away.
+        self.assertRegex(replies[0], rf"^451 4\.7\.1 .*\({queue}\)$")
+        milter.start()
 
     def test_ends_properly(self):
         milter = self.milter("rules: []\n")
