@@ -6,7 +6,7 @@ import sqlite3
 import subprocess
 import unittest
 
-from gateway_case import GatewayTest, Sink, give_away, unprivileged
+from gateway_case import GatewayTest, Sink, unprivileged
 from kavi_process import KAVI, kavi
 
 MESSAGE = b"From: a@x.example\r\nTo: b@x.example\r\nSubject: hello\r\n\r\nbody\r\n"
@@ -198,8 +198,6 @@ class RescanTest(DeliveryCase):
     def test_keys_that_may_not_be_read_make_sealed_mail_fail_for_now(self):
         captured = self.readdressed()
         (self.state / "reprocess.keys").chmod(0)
-        self.folder.chmod(0o755)
-        give_away(self.folder)
         done = subprocess.run(
             unprivileged(KAVI, "run", "--json", "--reinjected", "--config", str(self.config),
                          "--policy", str(self.folder / "policy.yaml"), "--from", "a@x.example",
@@ -426,9 +424,7 @@ class AttemptTest(DeliveryCase):
 
     def test_a_folder_that_cannot_be_written_is_named_before_anything_runs(self):
         self.areas("{quarantine: virus}")
-        self.folder.chmod(0o755)
         (self.folder / "quarantine").mkdir()
-        give_away(self.folder)
         (self.folder / "quarantine").chmod(0o500)
         done = subprocess.run(unprivileged(KAVI, *map(str, self.arguments(self.message))),
                               capture_output=True, check=False, timeout=60)
@@ -439,10 +435,8 @@ class AttemptTest(DeliveryCase):
 
     def test_a_folder_that_fails_while_a_message_runs_leaves_the_message(self):
         self.areas("{quarantine: virus}")
-        self.folder.chmod(0o755)
         subprocess.run([KAVI, *map(str, self.arguments(self.message))], check=True,
                        stdout=subprocess.DEVNULL)
-        give_away(self.folder)
         [stored] = self.stored("quarantine")
         for folder in (self.folder / "quarantine").iterdir():
             if folder.is_dir():
@@ -450,7 +444,6 @@ class AttemptTest(DeliveryCase):
         # A name that is free in no folder yet: all first letters are made and may not be written.
         for letter in "0123456789abcdefghijklmnopqrstuvwxyz":
             (self.folder / "quarantine" / letter).mkdir(mode=0o500, exist_ok=True)
-        give_away(self.folder)
         done = subprocess.run(unprivileged(KAVI, *map(str, self.arguments(self.message))),
                               capture_output=True, check=False, timeout=60)
         self.assertEqual(done.returncode, 1, done.stderr)

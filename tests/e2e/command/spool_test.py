@@ -6,7 +6,7 @@ import subprocess
 import time
 import unittest
 
-from gateway_case import GatewayTest, Sink, give_away, unprivileged
+from gateway_case import GatewayTest, Sink, unprivileged
 from kavi_process import KAVI, kavi
 
 MESSAGE = b"From: a@x.example\r\nTo: b@x.example\r\nSubject: hello\r\n\r\nbody\r\n"
@@ -168,8 +168,6 @@ class SpoolTest(GatewayTest):
         damaged, unreadable, good = self.ids()
         path = self.state / "spool" / f"{damaged}.msg"
         path.write_bytes(path.read_bytes()[:-1])
-        self.folder.chmod(0o755)
-        give_away(self.folder)
         (self.state / "spool" / f"{unreadable}.msg").chmod(0)
         done = subprocess.run(
             unprivileged(KAVI, "spool", "list", "--json", "--config", str(self.config)),
