@@ -9,6 +9,7 @@
 
 #include "gateway/cli/admin_commands.h"
 #include "gateway/cli/expand_command.h"
+#include "gateway/cli/notify_command.h"
 #include "gateway/cli/run_command.h"
 #include "gateway/cli/spool_commands.h"
 #include "gateway/cli/standard_streams.h"
@@ -25,6 +26,7 @@ constexpr char kExamples[] = R"(Examples:
   kavi run --policy policy.yaml --json - < mail    for programs: one JSON object per message
   kavi policy check policy.yaml                    errors and doubts, before it is used
   kavi expand '%SUBJECT% from %SENDER%' mail.eml   a template with its tokens replaced
+  kavi notify NAME mail.eml --policy policy.yaml   a notification's mail, as it would go out
   kavi actions                                     what a rule can do
   kavi run --deliver --config kavi.ini --policy policy.yaml --out result mail.eml
                                                    do it: file, hand off and send
@@ -41,6 +43,7 @@ constexpr char kStateHelp[] =
 struct Arguments {
   RunOptions run;
   ExpandOptions expand;
+  NotifyOptions notify;
   std::string from;
   std::string policyFile;
   std::string action;
@@ -120,6 +123,31 @@ void addExpand(CLI::App& app, Arguments& arguments) {
       ->type_name("ADDRESS")
       ->allow_extra_args(false);
   expand->add_flag("--trusted", options.trusted, "As for run");
+}
+
+void addNotify(CLI::App& app, Arguments& arguments) {
+  NotifyOptions& options = arguments.notify;
+  CLI::App* notify = app.add_subcommand("notify", "Show a notification's mail for a message");
+  notify->add_option("name", options.name, "The notification")->required()->type_name("NAME");
+  notify->add_option("file", options.file, "The message, or - for standard input")
+      ->required()
+      ->type_name("FILE");
+  notify->add_option("--policy,-p", options.policy, "The policy that declares it")
+      ->required()
+      ->type_name("FILE");
+  notify->add_option("--config,-c", options.config, "Global settings, an INI file")
+      ->type_name("FILE");
+  CLI::Option* preview =
+      notify->add_flag("--preview", arguments.flag, "Print the mail, send nothing (the default)");
+  notify
+      ->add_option("--send-test", options.sendTest,
+                   "Send the mail to this address only, through plain_host of the settings")
+      ->type_name("ADDRESS")
+      ->excludes(preview);
+  notify->add_option("--from", arguments.from, "Envelope sender; as for run")->type_name("ADDRESS");
+  notify->add_option("--rcpt", options.recipients, "Envelope recipient, may be repeated")
+      ->type_name("ADDRESS")
+      ->allow_extra_args(false);
 }
 
 void addAdmin(CLI::App& app, Arguments& arguments) {
@@ -202,6 +230,11 @@ int dispatch(CLI::App& app, Arguments& arguments) {
     if (expand->count("--from") != 0) arguments.expand.from = arguments.from;
     return expandCommand(arguments.expand);
   }
+  if (CLI::App* notify = app.get_subcommand("notify"); notify->parsed()) {
+    if (notify->count("--from") != 0) arguments.notify.from = arguments.from;
+    ignoreBrokenPipes();
+    return notifyCommand(arguments.notify);
+  }
   if (CLI::App* spool = app.get_subcommand("spool"); spool->parsed()) {
     return dispatchSpool(*spool, arguments);
   }
@@ -233,6 +266,7 @@ int main(int argc, char** argv) {
     Arguments arguments;
     addRun(app, arguments);
     addExpand(app, arguments);
+    addNotify(app, arguments);
     addAdmin(app, arguments);
     addSpool(app, arguments);
     try {

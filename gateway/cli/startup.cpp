@@ -27,12 +27,7 @@ bool loadSettings(const std::string& path, host::core::IniSettings& settings) {
 
 void complain(const std::string& text) { std::fprintf(stderr, "kavi: %s\n", text.c_str()); }
 
-std::shared_ptr<const policy::Snapshot> loadSnapshot(const std::string& path) {
-  policy::Diagnostics diagnostics(path);
-  std::shared_ptr<const policy::Snapshot> snapshot;
-  if (const auto loaded = policy::loadPolicyFile(path, diagnostics)) {
-    snapshot = policy::Snapshot::build(loaded->rows, diagnostics, loaded->lines);
-  }
+void complain(const policy::Diagnostics& diagnostics) {
   for (const policy::Diagnostic& diagnostic : diagnostics.all()) {
     std::fprintf(stderr, "%s\n", diagnostics.text(diagnostic).c_str());
   }
@@ -40,6 +35,15 @@ std::shared_ptr<const policy::Snapshot> loadSnapshot(const std::string& path) {
     std::fprintf(stderr, "… and %zu more errors\n",
                  diagnostics.errorCount() - diagnostics.all().size());
   }
+}
+
+std::shared_ptr<const policy::Snapshot> loadSnapshot(const std::string& path) {
+  policy::Diagnostics diagnostics(path);
+  std::shared_ptr<const policy::Snapshot> snapshot;
+  if (const auto loaded = policy::loadPolicyFile(path, diagnostics)) {
+    snapshot = policy::Snapshot::build(loaded->rows, diagnostics, loaded->lines);
+  }
+  complain(diagnostics);
   return snapshot;
 }
 

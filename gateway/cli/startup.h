@@ -37,6 +37,9 @@ bool loadSettings(const std::string& path, host::core::IniSettings& settings);
 /// Writes one line "kavi: …" to standard error.
 void complain(const std::string& text);
 
+/// Writes all of \p diagnostics to standard error.
+void complain(const policy::Diagnostics& diagnostics);
+
 /// Loads and compiles the policy at \p path.
 /// \return null after writing every error to standard error.
 std::shared_ptr<const policy::Snapshot> loadSnapshot(const std::string& path);

@@ -2,10 +2,15 @@
 """Notifications in policies: what `kavi run` shows of the mail and the trap that would go out."""
 import email
 import email.policy
+import json
 import socket
+import subprocess
+import sys
 import unittest
 
-from kavi_process import KaviTest, kavi
+from kavi_process import ROOT, KaviTest, kavi
+
+SINK = ROOT / "tests" / "e2e" / "smtp" / "smtp_sink.py"
 
 POLICY = """
 notifications:
@@ -108,6 +113,57 @@ class NotificationTest(KaviTest):
         self.assertEqual(sent["recipients"], ["feedback@localhost.invalid"])
         self.assertEqual(sent["sender"], "KAVI")
         self.assertIn("name=a.exe\n\nMZ", sent["content"])
+
+    def test_a_preview_is_the_mail(self):
+        arguments = self.prepare(9)
+        for name, subject in (("tell-admin", "Rule executables matched"), ("trap-only", None)):
+            done = kavi("notify", "--preview", name, arguments[-1], "--config", arguments[1],
+                        "--policy", arguments[3], "--from", "from@b.example")
+            self.assertEqual(done.returncode, 0, done.stderr)
+            mail = email.message_from_bytes(done.stdout, policy=email.policy.default)
+            self.assertEqual(mail["Subject"], subject)
+            self.assertIn(b"trap to 127.0.0.1:9", done.stderr)
+        done = kavi("notify", "tel-admin", arguments[-1], "--policy", arguments[3])
+        self.assertEqual(done.returncode, 2)
+        self.assertIn(b"did you mean 'tell-admin'?", done.stderr)
+
+    def test_a_preview_needs_no_rule_that_matches(self):
+        policy = self.put("policy.yaml", "notifications:\n- {name: n, recipients: [a@a.example], "
+                                         "subject: '%RULENAME%'}\nrules:\n- {id: 3, name: never, "
+                                         "when: {subject: {matches: nothing}}, actions: [{notify: n}]}\n")
+        done = kavi("notify", "n", self.put("m.eml", MESSAGE), "--policy", policy)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertIn(b"Subject: never\r\n", done.stdout)
+        self.assertIn(b"mail from <> to <a@a.example>", done.stderr)
+
+    def test_a_test_mail_goes_to_one_address_only(self):
+        sink = subprocess.Popen(
+            [sys.executable, str(SINK), "--out", str(self.folder / "sink"), "--script", "{}"],
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        self.addCleanup(lambda: (sink.stdin.close(), sink.wait(), sink.stdout.close()))
+        port = int(sink.stdout.readline().split()[1])
+        arguments = self.prepare(9)
+        config = self.put("send.ini", f"[delivery]\nplain_host=127.0.0.1\nplain_port={port}\n")
+        done = kavi("notify", "tell-admin", arguments[-1], "--policy", arguments[3],
+                    "--config", config, "--send-test", "me@a.example")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        events = [json.loads(line) for line in
+                  (self.folder / "sink" / "log.jsonl").read_text().splitlines()]
+        commands = [event["text"] for event in events if event["event"] == "command"]
+        self.assertEqual([text for text in commands if text.startswith("RCPT")],
+                         ["RCPT TO:<me@a.example>"])
+        [stored] = [event["text"] for event in events if event["event"] == "message"]
+        mail = email.message_from_bytes((self.folder / "sink" / stored).read_bytes(),
+                                        policy=email.policy.default)
+        self.assertEqual(mail["Subject"], "Rule executables matched")
+
+    def test_a_test_mail_needs_a_server_and_an_address(self):
+        arguments = self.prepare(9)
+        for address, fault in (("me@a.example", b"set plain_host"), ("no one", b"no address")):
+            done = kavi("notify", "tell-admin", arguments[-1], "--policy", arguments[3],
+                        "--send-test", address)
+            self.assertEqual(done.returncode, 2)
+            self.assertIn(fault, done.stderr)
 
     def test_faults_are_named(self):
         faults = {
