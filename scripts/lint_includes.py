@@ -47,6 +47,7 @@ OUTSIDE = {
     "libmilter": (r"^libmilter/", ["gateway/milter"]),
     "yaml-cpp": (r"^yaml-cpp/", ["gateway/policy"]),
     "RE2": (r"^re2/", ["gateway/policy", "bench"]),
+    "prometheus-cpp": (r"^prometheus/", ["gateway/milter"]),
     "libsystemd": (r"^systemd/", ["gateway/milter"]),
     "CLI11": (r"^CLI/", ["gateway/cli", "gateway/milter"]),
     "DTL": (r"^dtl/", ["gateway/cli"]),

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdio>
+#include <exception>
 #include <memory>
 #include <optional>
 #include <stop_token>
@@ -84,6 +85,7 @@ class Daemon {
     if (const std::string fault = openState(); !fault.empty()) return refuse(fault);
     policy_->use(std::move(first_));
     const host::delivery::SealKeys keys(delivery_.sealKeyPath());
+    if (const std::string fault = beginMetrics(); !fault.empty()) return refuse(fault);
     host::delivery::SubmissionWorker sender(state_.spool(), delivery_, keys, log_.get());
     const Gateway gateway{milter_,
                           *policy_,
@@ -92,7 +94,8 @@ class Daemon {
                           delivery_,
                           keys,
                           delivery_.stateFolder + "/" + kTemporary,
-                          hostName()};
+                          hostName(),
+                          metrics_.get()};
     Server server(gateway, [&sender] { sender.wake(); });
     if (const std::string fault = server.open(); !fault.empty()) return refuse(fault);
     const ReloadSignal reloading([this] { reload(); });
@@ -127,6 +130,17 @@ class Daemon {
     }
     if (std::string fault = sweepTemporary(); !fault.empty()) return fault;
     return prepareFiling(*first_);
+  }
+
+  std::string beginMetrics() {
+    if (milter_.metricsPort == 0) return {};
+    try {
+      metrics_ = std::make_unique<Metrics>(milter_.metricsPort, state_.spool());
+      return {};
+    } catch (const std::exception& fault) {
+      return "port " + std::to_string(milter_.metricsPort) + ": " + fault.what() +
+             " (metrics_port in section milter)";
+    }
   }
 
   /// Files without a name leave nothing behind, but not every file system has them.
@@ -164,6 +178,7 @@ class Daemon {
         }
       }
       for (const std::string& fault : faults) log_->write(1, "policy: %s", fault.c_str());
+      if (metrics_ != nullptr) metrics_->countPolicy(snapshot != nullptr);
       if (snapshot == nullptr) {
         log_->write(1, "the policy %s is NOT in force: the one before it stays",
                     policy_->path().c_str());
@@ -181,6 +196,7 @@ class Daemon {
   host::delivery::DeliverySettings delivery_;
   std::unique_ptr<host::core::ProcessLog> log_;
   host::delivery::DeliveryState state_;
+  std::unique_ptr<Metrics> metrics_;
   std::optional<PolicySource> policy_;
   std::shared_ptr<const policy::Snapshot> first_;
 };

@@ -148,12 +148,13 @@ void MessageScan::settle() {
                            host::delivery::adapterErrorText(static_cast<unsigned int>(error)));
       }
     }
-    log();
+    const auto took = std::chrono::steady_clock::now() - started_;
+    if (gateway_.metrics != nullptr) gateway_.metrics->count(answer_, outcome_, took);
+    log(took);
   });
 }
 
-void MessageScan::log() const {
-  const auto took = std::chrono::steady_clock::now() - started_;
+void MessageScan::log(std::chrono::steady_clock::duration took) const {
   MessageRecord record{origin_, collected_, outcome_, changes_, answer_, failure_};
   record.id = message_ == nullptr ? "" : message_->id();
   record.bytes = bytes_;

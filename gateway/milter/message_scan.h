@@ -11,6 +11,7 @@
 #include "gateway/milter/change_set.h"
 #include "gateway/milter/collected_message.h"
 #include "gateway/milter/deadline_run.h"
+#include "gateway/milter/metrics.h"
 #include "gateway/milter/milter_settings.h"
 #include "gateway/milter/origin.h"
 #include "gateway/milter/policy_source.h"
@@ -32,6 +33,7 @@ struct Gateway {
   const host::delivery::SealKeys& keys;
   std::string temporaryFolder;  ///< for large messages
   std::string hostName;
+  Metrics* metrics = nullptr;  ///< null: nothing is counted
 };
 
 /// One message from its last byte to its answer. Anything that is not known to have gone well is a
@@ -62,7 +64,7 @@ class MessageScan {
   void refuseBeyondLimits(const std::string& what);
   void judge();
   void failFor(std::string why);
-  void log() const;
+  void log(std::chrono::steady_clock::duration took) const;
 
   const Gateway& gateway_;
   CollectedMessage& collected_;

@@ -83,6 +83,7 @@ bool MilterSettings::read(Kavi::GlobalSetting& settings, std::string& error) {
   readVerdict(section, found.beyondLimits);
   readLimits(section, found.limits);
   readSize(section, "memory_kb", 1024, 1'000'000, found.memoryBytes);
+  section.number("metrics_port", 0, 65'535, found.metricsPort);
   section.number("deadline_seconds", 1, 3600, found.deadlineSeconds);
   if (!faults.empty()) {
     error = std::move(faults);

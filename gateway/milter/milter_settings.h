@@ -25,6 +25,7 @@ namespace gateway::milter {
 ///     max_message_mb 64, max_header_fields 1000, max_header_kb 1024, max_recipients 1000,
 ///     max_parts 10000, max_depth 100
 ///     memory_kb              header and body of one message that are kept in memory (1024)
+///     metrics_port           of 127.0.0.1, for Prometheus; 0: none (0)
 ///     deadline_seconds       for the actions of one message, below the mail system's own (240)
 struct MilterSettings {
   std::string policy = "/etc/kavi/policy.yaml";
@@ -36,6 +37,7 @@ struct MilterSettings {
   MessageLimits limits;
   std::size_t memoryBytes = std::size_t{1} << 20;
   int deadlineSeconds = 240;
+  int metricsPort = 0;
 
   /// The path of a Unix socket; empty for any other.
   std::string socketPath() const;

@@ -9,8 +9,9 @@ import struct
 import subprocess
 import tempfile
 import unittest
+import urllib.request
 
-from mail_stack import PATIENCE, Milter, wait_until
+from mail_stack import PATIENCE, Milter, free_port, wait_until
 
 POLICY = ("rules:\n"
           "- {id: 1, when: {header: {name: X-Do, matches: '^delete'}}, actions: [delete]}\n"
@@ -222,6 +223,47 @@ class ProtocolTest(unittest.TestCase):
         for _ in range(20):
             self.assert_serves()
         wait_until(lambda: open_files() <= before, "the connections to be closed")
+
+
+class MetricsTest(unittest.TestCase):
+    def setUp(self):
+        self.base = pathlib.Path(tempfile.mkdtemp(prefix="kavi-milter-"))
+        self.addCleanup(shutil.rmtree, self.base, ignore_errors=True)
+
+    def figures(self, port):
+        with urllib.request.urlopen(f"http://127.0.0.1:{port}/metrics", timeout=PATIENCE) as answer:
+            lines = answer.read().decode().splitlines()
+        return dict(line.rsplit(" ", 1) for line in lines if not line.startswith("#"))
+
+    def test_counts_what_happens(self):
+        port = free_port()
+        milter = Milter(self.base, POLICY, settings=f"metrics_port = {port}")
+        self.addCleanup(milter.stop)
+        script = PRELUDE + """
+            local conn = connect()
+            for number, what in ipairs({"tag", "tag", "delete", "fail", "nothing"}) do
+              begin(conn, "Q" .. number)
+              header(conn, "X-Do", " " .. what)
+              finish(conn)
+            end
+            mt.disconnect(conn)
+        """
+        subprocess.run(["miltertest", "-D", f"SOCKET={milter.socket}"], input=script, text=True,
+                       check=True, timeout=PATIENCE, stdout=subprocess.DEVNULL)
+        milter.reload(POLICY)
+        milter.reload("rules: nonsense\n")
+        figures = self.figures(port)
+        for name, value in {
+                'kavi_messages_total{verdict="accept"}': "3",
+                'kavi_messages_total{verdict="discard"}': "1",
+                'kavi_messages_total{verdict="tempfail"}': "1",
+                'kavi_actions_total{action="tag_subject",result="ok"}': "2",
+                'kavi_actions_total{action="readdress",result="failed"}': "1",
+                'kavi_message_duration_seconds_count': "5",
+                'kavi_policy_loads_total{result="used"}': "1",
+                'kavi_policy_loads_total{result="refused"}': "1",
+                'kavi_spool_messages{state="waiting"}': "0"}.items():
+            self.assertEqual(float(figures.get(name, "-1")), float(value), name)
 
 
 class StartTest(unittest.TestCase):

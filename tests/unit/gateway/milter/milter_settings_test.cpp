@@ -25,7 +25,7 @@ TEST(MilterSettingsTest, ReadsEveryKey) {
       read("policy = /p\nsocket = unix:/s\nsocket_mode = 0600\nuser = u\nbeyond_limits = reject\n"
            "reinjection_listener = in\nmax_message_mb = 2\nmax_header_fields = 3\n"
            "max_header_kb = 4\nmax_recipients = 5\nmax_parts = 6\nmax_depth = 7\nmemory_kb = 8\n"
-           "deadline_seconds = 9\n",
+           "deadline_seconds = 9\nmetrics_port = 10\n",
            settings, faults))
       << faults;
   EXPECT_EQ(settings.policy, "/p");
@@ -42,6 +42,7 @@ TEST(MilterSettingsTest, ReadsEveryKey) {
   EXPECT_EQ(settings.limits.depth, 7U);
   EXPECT_EQ(settings.memoryBytes, 8192U);
   EXPECT_EQ(settings.deadlineSeconds, 9);
+  EXPECT_EQ(settings.metricsPort, 10);
 }
 
 TEST(MilterSettingsTest, NamesEveryFaultAndKeepsWhatItHad) {

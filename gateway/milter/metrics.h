@@ -1,0 +1,36 @@
+// Figures about the daemon's work, for Prometheus.
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+#include "gateway/engine/engine.h"
+#include "gateway/milter/answer.h"
+#include "host/delivery/spool.h"
+
+namespace gateway::milter {
+
+/// Counts, and answers scrapes of http://127.0.0.1:PORT/metrics on threads of its own. What the
+/// spool holds is looked at with each scrape. Every operation is safe from any thread.
+class Metrics {
+ public:
+  /// Begins to answer. \param spool  must outlive this object
+  /// \throw std::exception when the port cannot be used.
+  Metrics(int port, host::delivery::Spool& spool);
+  ~Metrics();
+  Metrics(const Metrics&) = delete;
+  Metrics& operator=(const Metrics&) = delete;
+
+  /// A message has its answer.
+  void count(const Answer& answer, const engine::Outcome& outcome,
+             std::chrono::duration<double> took);
+  /// A policy was read. \param used  whether it is in force now
+  void countPolicy(bool used);
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace gateway::milter
