@@ -112,8 +112,9 @@ class Sections {
       add(path == "1" ? "header" : "header of part " + path, headerLines(pair.before),
           headerLines(pair.after));
     }
-    const Entity& present = pair.after != nullptr ? *pair.after : *pair.before;
-    add("part " + path + ", " + present.contentType(), textLines(pair.before),
+    const Entity* present = pair.after != nullptr ? pair.after : pair.before;
+    if (present == nullptr) return;
+    add("part " + path + ", " + present->contentType(), textLines(pair.before),
         textLines(pair.after));
   }
 

@@ -52,7 +52,7 @@ std::string describe(const PartChange& part) {
 }
 
 std::string coloured(const DiffLine& line, const Style& style) {
-  const std::string text = line.mark + line.text;
+  std::string text = line.mark + line.text;
   switch (line.mark) {
     case '+':
       return style.good(text);

@@ -47,7 +47,7 @@ class KAVI_API ActDeleteAttachment : public KaviAction {
   /// Answers true and appends nothing: there are no named objects.
   bool getNamedObjectIds(const char* setting, int length, std::vector<unsigned int>& ids) override;
 
- private:
+ protected:
   bool deleteAll = false;
 };
 

@@ -42,6 +42,7 @@ class KAVI_API ActTagSubject : public KaviAction {
   static bool s_tagDirectly;
   static bool s_tagNotEncoding;
 
+ protected:
   bool tagSignedToo = false;
   std::string tagText;
 };
@@ -66,7 +67,7 @@ class KAVI_API uiTagSubject : public KaviAction {
   /// \return 0; -1, with both arguments as they were, when there is no memory.
   virtual int getTagSubjectAction(bool& tagSigned, std::string& tag);
 
- private:
+ protected:
   bool tagSignedToo = false;
   std::string tagText;
 };
