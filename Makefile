@@ -1,6 +1,6 @@
 # The front doors. `make demo` and `make check` do all set-up themselves on Debian 12.
 .DEFAULT_GOAL := help
-.PHONY: help demo build check quick-check campaign lint tidy format asan tsan fuzz bench install clean
+.PHONY: help demo build check quick-check campaign look lint tidy format asan tsan fuzz bench install clean
 
 JOBS ?= $(shell nproc)
 PREFIX ?= /usr/local
@@ -12,6 +12,7 @@ help:
 	@echo "make check        every test, the linters and the sanitizers (installs, builds, runs)"
 	@echo "make quick-check  the tests of one plain build"
 	@echo "make campaign     every change to every message of the folder MAIL=..., examined part by part"
+	@echo "make look         pictures of mails before and after a stamp, drawn by a browser"
 	@echo "make bench        speed, as ratios against the MIME library in the same run"
 	@echo "make fuzz         every fuzz target for FUZZ_TIME=$(FUZZ_TIME) seconds"
 	@echo "make tsan         the tests that use threads, under the thread sanitizer"
@@ -43,6 +44,11 @@ campaign:
 	@scripts/install-packages build check
 	@scripts/build release
 	@python3 -B tests/campaign/campaign.py build/release/bin/kavi "$(MAIL)" --out "$(RESULTS)" --skip "$(SKIP)"
+
+look:
+	@scripts/install-packages build check look
+	@scripts/build release
+	@scripts/look build/release/bin/kavi build/look
 
 lint:
 	@scripts/install-packages build check
