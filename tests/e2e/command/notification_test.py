@@ -45,6 +45,24 @@ class NotificationTest(KaviTest):
         return ("--config", settings, "--policy", self.put("policy.yaml", POLICY),
                 "--from", "from@b.example", "--rcpt", "to@b.example", self.put("m.eml", MESSAGE))
 
+    def sink(self):
+        """The port of an SMTP server that takes every mail."""
+        sink = subprocess.Popen(
+            [sys.executable, str(SINK), "--out", str(self.folder / "sink"), "--script", "{}"],
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        self.addCleanup(lambda: (sink.stdin.close(), sink.wait(), sink.stdout.close()))
+        return int(sink.stdout.readline().split()[1])
+
+    def received(self):
+        """The recipients' commands and the mails that the server got."""
+        folder = self.folder / "sink"
+        events = [json.loads(line) for line in (folder / "log.jsonl").read_text().splitlines()]
+        return ([event["text"] for event in events
+                 if event["event"] == "command" and event["text"].startswith("RCPT")],
+                [email.message_from_bytes((folder / event["text"]).read_bytes(),
+                                          policy=email.policy.default)
+                 for event in events if event["event"] == "message"])
+
     def test_the_mail_and_the_traps_are_shown_and_not_sent(self):
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as receiver:
             receiver.bind(("127.0.0.1", 0))
@@ -137,25 +155,37 @@ class NotificationTest(KaviTest):
         self.assertIn(b"mail from <> to <a@a.example>", done.stderr)
 
     def test_a_test_mail_goes_to_one_address_only(self):
-        sink = subprocess.Popen(
-            [sys.executable, str(SINK), "--out", str(self.folder / "sink"), "--script", "{}"],
-            stdin=subprocess.PIPE, stdout=subprocess.PIPE)
-        self.addCleanup(lambda: (sink.stdin.close(), sink.wait(), sink.stdout.close()))
-        port = int(sink.stdout.readline().split()[1])
+        port = self.sink()
         arguments = self.prepare(9)
         config = self.put("send.ini", f"[delivery]\nplain_host=127.0.0.1\nplain_port={port}\n")
         done = kavi("notify", "tell-admin", arguments[-1], "--policy", arguments[3],
                     "--config", config, "--send-test", "me@a.example")
         self.assertEqual(done.returncode, 0, done.stderr)
-        events = [json.loads(line) for line in
-                  (self.folder / "sink" / "log.jsonl").read_text().splitlines()]
-        commands = [event["text"] for event in events if event["event"] == "command"]
-        self.assertEqual([text for text in commands if text.startswith("RCPT")],
-                         ["RCPT TO:<me@a.example>"])
-        [stored] = [event["text"] for event in events if event["event"] == "message"]
-        mail = email.message_from_bytes((self.folder / "sink" / stored).read_bytes(),
-                                        policy=email.policy.default)
+        [recipients], [mail] = self.received()
+        self.assertEqual(recipients, "RCPT TO:<me@a.example>")
         self.assertEqual(mail["Subject"], "Rule executables matched")
+
+    def test_delivering_sends_the_mail_and_the_traps(self):
+        port = self.sink()
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as receiver:
+            receiver.bind(("127.0.0.1", 0))
+            receiver.settimeout(10)
+            arguments = self.prepare(receiver.getsockname()[1])
+            with open(arguments[1], "a", encoding="utf-8") as settings:
+                settings.write(f"[delivery]\nstate_folder={self.folder}/state\n"
+                               f"scan_host=127.0.0.1\nscan_port={port}\n")
+            done = kavi("run", "--deliver", "--out", self.folder / "out", *arguments)
+            self.assertEqual(done.returncode, 0, done.stderr + done.stdout)
+            packets = [receiver.recv(2000), receiver.recv(2000)]
+        self.assertIn(b"executables for from@b.example", packets[0])
+        self.assertIn(b"only a trap", packets[1])
+        self.assertTrue(all(b"public" in packet for packet in packets))
+        recipients, [mail] = self.received()
+        self.assertEqual(recipients, [f"RCPT TO:<{address}>" for address in
+                                      ("admin@a.example", "second@a.example", "from@b.example",
+                                       "to@b.example")])
+        self.assertEqual(mail["Subject"], "Rule executables matched")
+        self.assertEqual(mail["X-kavi-reprocess-rules"], "15")
 
     def test_a_test_mail_needs_a_server_and_an_address(self):
         arguments = self.prepare(9)
