@@ -44,7 +44,7 @@ OUTSIDE = {
     "Net-SNMP": (r"^net-snmp/", ["host/trap"]),
     "libcurl": (r"^curl/", ["host/delivery"]),
     "OpenSSL": (r"^openssl/", ["host/delivery"]),
-    "libmilter": (r"^libmilter/", ["gateway/milter"]),
+    "libmilter": (r"^libmilter/", ["gateway/milter", "bench"]),
     "yaml-cpp": (r"^yaml-cpp/", ["gateway/policy"]),
     "RE2": (r"^re2/", ["gateway/policy", "bench"]),
     "prometheus-cpp": (r"^prometheus/", ["gateway/milter"]),
