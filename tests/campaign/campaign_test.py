@@ -1,4 +1,5 @@
 """The campaign over mails made here, and that its checks find what they are there for."""
+import json
 import os
 import pathlib
 import shutil
@@ -12,6 +13,9 @@ import examine
 import mails
 import reader
 from actions import ASCII_STAMP, all_actions
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "e2e" / "command"))
+import torture
 
 KAVI = os.environ["KAVI"]
 EXAMPLES = pathlib.Path(__file__).resolve().parents[2] / "examples" / "mail"
@@ -58,6 +62,36 @@ class CampaignTest(unittest.TestCase):
         self.assertIn(["signed-pgp.eml", "stamp top", "unchanged",
                        "signed (multipart/signed, application/pgp-signature)"], stays)
         self.assertIn(["tnef.eml", "stamp end", "unchanged", "TNEF part"], stays)
+
+    def test_hostile_mail_comes_through_whole_or_as_it_was(self):
+        mail = self.folder / "mail"
+        mail.mkdir()
+        for name, content in torture.messages():
+            if len(content) < 20_000:
+                (mail / f"{name}.eml").write_bytes(content)
+        parts = b"--b\r\n\r\nx\r\n" * 2000
+        (mail / "parts.eml").write_bytes(b"Content-Type: multipart/mixed; boundary=b\r\n\r\n" + parts)
+        (mail / "nested.eml").write_bytes(b"Content-Type: message/rfc822\r\n\r\n" * 500 + b"A: b\r\n\r\nx")
+        for one in all_actions():
+            with self.subTest(action=one.name):
+                self._run_hostile(one, sorted(mail.iterdir()))
+
+    def _run_hostile(self, one, inputs):
+        out = self.folder / one.name
+        (self.folder / "policy.yaml").write_text(one.policy, encoding="utf-8")
+        (self.folder / "settings.ini").write_text(one.settings, encoding="utf-8")
+        done = subprocess.run([KAVI, "run", "--json", "--policy", self.folder / "policy.yaml",
+                               "--config", self.folder / "settings.ini", "--out", out, *inputs],
+                              capture_output=True, timeout=300, check=False)
+        self.assertIn(done.returncode, (0, 1), done.stderr)
+        reports = [json.loads(line) for line in done.stdout.splitlines()]
+        self.assertEqual(len(reports), len(inputs))
+        for path, report in zip(inputs, reports):
+            before = path.read_bytes()
+            after = pathlib.Path(report["output"]).read_bytes()
+            self.assertEqual(before == after, report["verdict"] in ("unchanged", "failed"), path.name)
+            if not one.removes:
+                self.assertGreaterEqual(len(after), len(before), path.name)
 
     def test_what_cannot_be_read_is_reported(self):
         mail = self.folder / "mail"
