@@ -263,7 +263,7 @@ void TextContent::detect(std::string_view declared) {
     }
     if (isUtf8(bytes_)) charset_ = kUtf8;
   }
-  needsDeclaration_ = isSilent && !charset_.empty();
+  needsDeclaration_ = !charset_.empty();
 }
 
 void TextContent::readCharacters() {

@@ -168,6 +168,26 @@ bool decodeBase64(std::string_view body, OvMsgSink& sink) {
   return true;
 }
 
+std::string encodeRun(std::string_view content, TransferEncoding encoding) {
+  GMimeEncoding state;
+  g_mime_encoding_init_encode(&state, libraryEncoding(encoding));
+  std::string encoded(g_mime_encoding_outlen(&state, content.size()), '\0');
+  encoded.resize(g_mime_encoding_flush(&state, content.data(), content.size(), encoded.data()));
+  return encoded;
+}
+
+/// The library takes a CR in front of an LF for a part of the line break; here breaks are LF, and
+/// such a CR belongs to the text.
+std::string encodeQuotedLines(std::string_view content) {
+  std::string encoded;
+  for (std::size_t cr = content.find("\r\n"); cr != std::string_view::npos;
+       cr = content.find("\r\n")) {
+    encoded += encodeRun(content.substr(0, cr), TransferEncoding::QuotedPrintable) + "=0D";
+    content.remove_prefix(cr + 1);
+  }
+  return encoded + encodeRun(content, TransferEncoding::QuotedPrintable);
+}
+
 }  // namespace
 
 TransferEncoding transferEncodingOf(std::string_view value) {
@@ -248,10 +268,9 @@ std::string encodeBody(std::string_view content, TransferEncoding encoding, bool
     return isText ? withLineBreak(content, lineBreak) : std::string(content);
   }
   mime::initialise();
-  GMimeEncoding state;
-  g_mime_encoding_init_encode(&state, libraryEncoding(encoding));
-  std::string encoded(g_mime_encoding_outlen(&state, content.size()), '\0');
-  encoded.resize(g_mime_encoding_flush(&state, content.data(), content.size(), encoded.data()));
+  const bool isQuotedText = isText && encoding == TransferEncoding::QuotedPrintable;
+  const std::string encoded =
+      isQuotedText ? encodeQuotedLines(content) : encodeRun(content, encoding);
   return withLineBreak(encoded, lineBreak);
 }
 
