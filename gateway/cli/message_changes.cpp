@@ -1,7 +1,9 @@
 #include "gateway/cli/message_changes.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <iterator>
+#include <map>
 #include <unordered_map>
 #include <utility>
 
@@ -16,15 +18,35 @@ using host::message::Entity;
 using host::message::HeaderField;
 using host::message::Message;
 
-using Parts = std::unordered_map<std::string, const Entity*>;
-
-Parts partsOf(const Message& message) {
-  Parts parts;
-  for (const Entity* entity = message.firstEntity(); entity != nullptr; entity = entity->next()) {
-    parts.emplace(entity->path(), entity);
+/// Which parts of two messages have the same path; the paths themselves are long where messages are
+/// deep.
+class Counterparts {
+ public:
+  Counterparts(const Message& one, const Message& other) {
+    std::map<Place, const Entity*> places;
+    for (const Entity* part = other.firstEntity(); part != nullptr; part = part->next()) {
+      places.emplace(Place(part->parent(), part->ordinal()), part);
+    }
+    for (const Entity* part = one.firstEntity(); part != nullptr; part = part->next()) {
+      const Entity* around = part->parent() != nullptr ? of(*part->parent()) : nullptr;
+      if (part->parent() != nullptr && around == nullptr) continue;
+      const auto found = places.find(Place(around, part->ordinal()));
+      if (found != places.end()) pairs_.emplace(part, found->second);
+    }
   }
-  return parts;
-}
+
+  /// The part of the other message in the place of \p part; null when there is none.
+  const Entity* of(const Entity& part) const {
+    const auto found = pairs_.find(&part);
+    return found != pairs_.end() ? found->second : nullptr;
+  }
+
+ private:
+  /// What is around a part, and its number in there.
+  using Place = std::pair<const Entity*, std::uint32_t>;
+
+  std::unordered_map<const Entity*, const Entity*> pairs_;
+};
 
 std::string lowered(std::string_view text) {
   std::string out(text);
@@ -94,27 +116,19 @@ PartChange describe(ChangeKind kind, const Entity& entity, std::string path) {
 class Comparison {
  public:
   Comparison(const Message& before, const Message& after)
-      : before_(before),
-        after_(after),
-        partsBefore_(partsOf(before)),
-        partsAfter_(partsOf(after)) {}
+      : before_(before), after_(after), afterOf_(before, after), beforeOf_(after, before) {}
 
   std::vector<PartChange> run() {
     for (const Entity* entity = before_.firstEntity(); entity != nullptr; entity = entity->next()) {
-      std::string path = entity->path();
-      const auto other = partsAfter_.find(path);
-      if (other != partsAfter_.end()) {
-        compare(*entity, *other->second, std::move(path));
-      } else if (entity->parent() == nullptr || isIn(partsAfter_, *entity->parent())) {
-        changes_.push_back(describe(ChangeKind::Removed, *entity, std::move(path)));
+      if (const Entity* other = afterOf_.of(*entity)) {
+        compare(*entity, *other);
+      } else if (isOutermost(*entity, afterOf_)) {
+        changes_.push_back(describe(ChangeKind::Removed, *entity, entity->path()));
         changes_.back().bytesBefore = entity->decodedSize();
       }
     }
     for (const Entity* entity = after_.firstEntity(); entity != nullptr; entity = entity->next()) {
-      const Entity* around = entity->parent();
-      if (isIn(partsBefore_, *entity) || (around != nullptr && !isIn(partsBefore_, *around))) {
-        continue;
-      }
+      if (beforeOf_.of(*entity) != nullptr || !isOutermost(*entity, beforeOf_)) continue;
       changes_.push_back(describe(ChangeKind::Added, *entity, entity->path()));
       changes_.back().bytesAfter = entity->decodedSize();
     }
@@ -122,16 +136,17 @@ class Comparison {
   }
 
  private:
-  static bool isIn(const Parts& parts, const Entity& entity) {
-    return parts.count(entity.path()) != 0;
+  /// Of a part without counterpart: whether what is around it has one.
+  static bool isOutermost(const Entity& entity, const Counterparts& counterparts) {
+    return entity.parent() == nullptr || counterparts.of(*entity.parent()) != nullptr;
   }
 
-  void compare(const Entity& before, const Entity& after, std::string path) {
+  void compare(const Entity& before, const Entity& after) {
     const bool content = !sameContent(before, after);
     std::vector<FieldChange> fields;
     if (before.headerText() != after.headerText()) fields = changedFields(before, after);
     if (!content && fields.empty()) return;
-    PartChange change = describe(ChangeKind::Changed, after, std::move(path));
+    PartChange change = describe(ChangeKind::Changed, after, before.path());
     change.content = content;
     change.fields = std::move(fields);
     if (content) {
@@ -143,8 +158,8 @@ class Comparison {
 
   const Message& before_;
   const Message& after_;
-  Parts partsBefore_;
-  Parts partsAfter_;
+  Counterparts afterOf_;
+  Counterparts beforeOf_;
   std::vector<PartChange> changes_;
 };
 

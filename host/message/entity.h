@@ -61,6 +61,8 @@ class KAVI_API Entity final : public OvMsgEntity {
   /// The place in the tree: "1" for the root, "1.2" for its second child. Numbers are those of
   /// arrival: they do not move when a part before them goes.
   std::string path() const;
+  /// The last number of `path`.
+  std::uint32_t ordinal() const { return ordinal_; }
   /// False once the entity was removed.
   bool isAttached() const { return !detached_; }
 

@@ -12,6 +12,7 @@
 #include "library/platform/msgu.h"
 #include "library/platform/ov_msg_functions.h"
 #include "tests/unit/gateway/messages.h"
+#include "tests/unit/host/core/cpu_time.h"
 
 namespace gateway::cli {
 namespace {
@@ -55,6 +56,20 @@ TEST(MessageChanges, OfAnUntouchedMessageAreNone) {
   EXPECT_EQ(changesOf(*message), "");
   EXPECT_EQ(diffOf(*message), "");
   EXPECT_EQ(changesOf(*parsed("")), "");
+}
+
+TEST(MessageChanges, TakeTimeLinearInTheDepth) {
+  const auto seconds = [](int depth) {
+    std::string text = "Subject: s\n";
+    for (int i = 0; i < depth; ++i) text += "Content-Type: message/rfc822\n\n";
+    const auto message = parsed(text + "\nbody\n");
+    EXPECT_TRUE(msgu::setHeader(message->firstEntity(), "X-A", "b", nullptr));
+    const double spent = testing_host::leastCpuSeconds(
+        [&] { EXPECT_EQ(changesOf(*message).substr(0, 9), "1 changed"); });
+    return spent;
+  };
+  // Eight times the depth; quadratic would be 64 times the time. The floor is for noise.
+  EXPECT_LT(seconds(16'000), 30 * seconds(2'000) + 0.05);
 }
 
 TEST(MessageChanges, NameFieldsByWhatBecameOfThem) {
