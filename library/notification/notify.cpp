@@ -46,6 +46,12 @@ uiNotifyArea* findRecord(unsigned int id, const NamedObjMgrForScanner& namedObje
   return static_cast<uiNotifyArea*>(record);
 }
 
+// A scope of its own: a mail that was dropped is gone, too, before the trap goes out.
+bool sendMail(const library::NotificationSource& source, library::NotificationTexts& texts,
+              OvIsAdapter& adapter) {
+  return library::NotificationMail(source, texts).send(adapter);
+}
+
 }  // namespace
 
 ActNotify::ActNotify() : KaviActionN(Notify, true) {}
@@ -100,8 +106,7 @@ bool ActNotify::_runNameObj(OvMsgMailMessage* msg, const OvMsgMailMessage* origi
     const library::NotificationSource source{*record, msg, original, tokens};
     library::NotificationTexts texts;
     return library::makeNotificationTexts(*record, tokens, msg, texts) &&
-           library::NotificationMail(source, texts).send(adapter) &&
-           library::sendTrap(*record, texts.trap);
+           sendMail(source, texts, adapter) && library::sendTrap(*record, texts.trap);
   });
 }
 

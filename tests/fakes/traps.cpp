@@ -2,6 +2,7 @@
 
 #include "library/platform/trap.h"
 #include "tests/fakes/fault_plan.h"
+#include "tests/fakes/handles.h"
 
 namespace fakes {
 
@@ -13,6 +14,7 @@ Traps& Traps::instance() {
 void Traps::clear() {
   std::vector<std::string>().swap(sent);  // gives the memory back, too: sweeps count what is left
   answer = 0;
+  messagesAtSending = 0;
 }
 
 }  // namespace fakes
@@ -46,6 +48,7 @@ int SendKaviTrap(const KaviTrapInfo& trap) {
     return 72;
   }
   const fakes::Unswept unswept;
+  fakes::Traps::instance().messagesAtSending = fakes::Handles::instance().messages;
   fakes::Traps::instance().sent.push_back(
       trap.server() + " " + std::to_string(static_cast<int>(trap.version())) + " " + trap.oid() +
       " '" + trap.community() + "' " + std::to_string(trap.specificType()) + " '" + trap.value() +

@@ -17,6 +17,7 @@ class Traps {
   std::vector<std::string> sent;
   int answer = 0;  ///< what sending answers
   int alive = 0;   ///< traps made and not yet destroyed
+  int messagesAtSending = 0;  ///< messages that were not yet released when the last one was sent
 };
 
 }  // namespace fakes

@@ -112,6 +112,18 @@ TEST_F(TrapTest, IsSentThoughNobodyGetsTheMail) {
   EXPECT_EQ(lines.back(), (fakes::LogLine{1, kSent}));
 }
 
+TEST_F(TrapTest, IsSentWhenTheMailIsGone) {
+  for (const char* recipients : {"admin@a.example", "", " ; "}) {
+    SCOPED_TRACE(recipients);
+    Traps::instance().clear();
+    record.recipients = recipients;
+    EXPECT_TRUE(take());
+    EXPECT_EQ(sent().size(), 1u);
+    EXPECT_EQ(Traps::instance().messagesAtSending, 0);
+    log.takeLines();
+  }
+}
+
 TEST_F(TrapTest, IsNotSentWhenTheMailFailed) {
   catcher.answer(17, -1);
   EXPECT_FALSE(take());
