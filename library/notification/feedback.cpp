@@ -22,6 +22,7 @@ using Kavi::ScanToken;
 
 constexpr char kVersionFile[] = "/config/scanner.info";
 constexpr char kFeedbackAddress[] = KAVI_FEEDBACK_ADDRESS;
+constexpr char kGeneralSubject[] = "KAVI Lurebox Feedback";
 constexpr std::size_t kMaxSubject = 1023;
 constexpr const char* kVersionKeys[] = {
     "virus_engine_version",    "virus_pattern_version",     "fastlane_agent_pattern_version",
@@ -65,7 +66,7 @@ void setHeaders(OvMsgEntity* root, const std::string& subject) {
 }  // namespace
 
 std::string ActPackwatch::s_notify_path;
-std::string ActPackwatch::s_pattern_info = "KAVI Lurebox Feedback";
+std::string ActPackwatch::s_pattern_info = kGeneralSubject;
 
 const char* ActPackwatch::feedbackAddress() { return kFeedbackAddress; }
 
@@ -84,6 +85,7 @@ bool ActPackwatch::init(Kavi::GlobalSetting& settings, Kavi::LogMsg& /*log*/) {
 void ActPackwatch::readVersions(const std::string& path) {
   const Kavi::ConfigFileOnDisk file(path.c_str());
   if (!file.isLoaded()) {
+    s_pattern_info = kGeneralSubject;  // not what an earlier start has read
     ActionUtils::L2("load pattern info failed,file:%s", path.c_str());
     return;
   }

@@ -15,8 +15,8 @@ class Traps {
 
   /// "server version oid community type 'text'" of each trap that was sent, in order.
   std::vector<std::string> sent;
-  int answer = 0;  ///< what sending answers
-  int alive = 0;   ///< traps made and not yet destroyed
+  int answer = 0;             ///< what sending answers
+  int alive = 0;              ///< traps made and not yet destroyed
   int messagesAtSending = 0;  ///< messages that were not yet released when the last one was sent
 };
 

@@ -69,11 +69,25 @@ class FeedbackTest : public LibraryTest {
   bool flag = true;
 };
 
-// The first of these: what holds before any start, in this process.
 TEST_F(FeedbackTest, HasAGeneralSubjectWithoutTheVersionFile) {
-  EXPECT_TRUE(start("/no/such/home"));
-  EXPECT_EQ(log.takeLines(),
-            (LogLines{{2, "load pattern info failed,file:/no/such/home/config/scanner.info"}}));
+  fakes::ConfigFiles::instance().set(kVersionFile, {{"update/virus_engine_version", "e"}});
+  for (const bool readBefore : {false, true}) {
+    SCOPED_TRACE(readBefore);
+    if (readBefore) {
+      EXPECT_TRUE(start());
+      log.takeLines();
+    }
+    EXPECT_TRUE(start("/no/such/home"));
+    EXPECT_EQ(log.takeLines(),
+              (LogLines{{2, "load pattern info failed,file:/no/such/home/config/scanner.info"}}));
+    catcher.mails.clear();
+    marked(mark(1, first) + ";" + mark(2, second));
+    EXPECT_TRUE(take());
+    ASSERT_EQ(catcher.mails.size(), 2u);
+    for (const CaughtMail& mail : catcher.mails) {
+      EXPECT_EQ(mail.field("Subject"), "KAVI Lurebox Feedback");
+    }
+  }
 }
 
 TEST_F(FeedbackTest, ReadsItsFoldersInOrder) {
