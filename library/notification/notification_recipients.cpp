@@ -46,6 +46,13 @@ bool isBlank(std::string_view text) {
   return text.find_first_not_of(' ') == std::string_view::npos;
 }
 
+// Whether a list of recipients that is \p text has entries, and all are blank. The message library
+// does not take those into the envelope.
+bool hasBlankEntriesOnly(std::string_view text) {
+  return text.find(' ') != std::string_view::npos &&
+         text.find_first_not_of(" ;") == std::string_view::npos;
+}
+
 }  // namespace
 
 bool NotificationMail::setRecipients() {
@@ -162,8 +169,11 @@ NotificationMail::Recipients NotificationMail::readRecipientsBack() {
     ActionUtils::L1("Failed to get recipient address(es) from notification message.");
     return Recipients::Unknown;
   }
-  // An empty list is told of at the delivery.
-  if (!recipients.empty() && std::all_of(recipients.begin(), recipients.end(), isBlank)) {
+  // That nobody was named at all is told of at the delivery.
+  const bool blank = recipients.empty()
+                         ? hasBlankEntriesOnly(record_.recipients)
+                         : std::all_of(recipients.begin(), recipients.end(), isBlank);
+  if (blank) {
     ActionUtils::L1("No valid recipient in notification message.");
     return Recipients::Blank;
   }

@@ -34,7 +34,7 @@ KAVI_API bool getHeaders(OvMsgMailMessage* msg, std::string& text);
 /// element, in envelope order; both are replaced.
 KAVI_API bool getRcpt(OvMsgMailMessage* msg, std::string& text, std::list<std::string>& list);
 
-/// Sets the envelope recipients from addresses separated by ";".
+/// Sets the envelope recipients from addresses separated by ";"; blank entries are passed over.
 /// \param append  true adds them to the present ones, false replaces those.
 /// \return false, with the envelope as it was, when one is no address.
 KAVI_API bool setRcpt(OvMsgMailMessage* msg, const char* text, bool append);

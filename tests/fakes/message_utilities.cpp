@@ -1,6 +1,7 @@
 // The message utilities, on fakes::Message. Each writes down how it was called.
 #include <algorithm>
 #include <string>
+#include <utility>
 
 #include "library/platform/msgu.h"
 #include "tests/fakes/fault_plan.h"
@@ -35,12 +36,14 @@ const char* pointer(const std::optional<std::string>& fact) {
   return fact ? fact->c_str() : nullptr;
 }
 
+// Entries that are blank are none, as in the real message library.
 std::list<std::string> addressesIn(const std::string& text) {
   std::list<std::string> addresses;
   for (std::size_t start = 0; start < text.size();) {
     const std::size_t stop = std::min(text.find(';', start), text.size());
-    if (stop > start) {
-      addresses.push_back(text.substr(start, stop - start));
+    std::string entry = text.substr(start, stop - start);
+    if (entry.find_first_not_of(' ') != std::string::npos) {
+      addresses.push_back(std::move(entry));
     }
     start = stop + 1;
   }

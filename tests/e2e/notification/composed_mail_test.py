@@ -214,6 +214,17 @@ class ComposedMailTest(unittest.TestCase):
                     self.only_mail(answer)
                     self.assertLessEqual(len(answer["mails"][0]["recipients"]), 2)
 
+    def test_recipients_that_are_blank_are_told_of_and_no_failure(self):
+        lists = {"": [], ";": [],
+                 "   ": ["No valid recipient in notification message."],
+                 " ; ": ["No valid recipient in notification message."]}
+        answers = run(*(request(MAILS / "plain.eml", recipients=text) for text in lists))
+        for (text, log), answer in zip(lists.items(), answers):
+            with self.subTest(recipients=text):
+                self.assertTrue(answer["result"])
+                self.assertEqual(answer["mails"], [])
+                self.assertEqual(answer["log"], log)
+
     def test_bad_texts_are_sent_all_the_same(self):
         wanted = [request(MAILS / "plain.eml", "utf-8", body=b"caf\xe9 \xff\xfe"),
                   request(MAILS / "plain.eml", "us-ascii", body=b"caf\xe9"),

@@ -260,15 +260,35 @@ TEST_F(NotificationRecipientsTest, FailTheNotificationWhenTheyCannotBeReadBack) 
 }
 
 TEST_F(NotificationRecipientsTest, DropAMailForBlankEntriesOnly) {
-  record.recipients = "  ; ";
   record.sendTrap = true;
   record.trapMessage = "trap";
   set("SNMPServer", "snmp.example");
+  for (const char* blanks : {" ", "   ", "  ; ", "; ;"}) {
+    SCOPED_TRACE(blanks);
+    record.recipients = blanks;
+    fakes::Traps::instance().clear();
+    EXPECT_TRUE(take());
+    EXPECT_TRUE(catcher.mails.empty());
+    EXPECT_EQ(log.takeLines(1), (Texts{"No valid recipient in notification message.",
+                                       "send SNMP Trap, ret:0, trap:to snmp.example."}));
+    EXPECT_EQ(fakes::Traps::instance().sent.size(), 1u);
+  }
+}
+
+TEST_F(NotificationRecipientsTest, DropAMailForBlankEntriesThatAreListed) {
+  record.recipients.clear();
+  record.notifyRecipients = true;
+  msg.facts().recipients = {"  "};
   EXPECT_TRUE(take());
   EXPECT_TRUE(catcher.mails.empty());
-  EXPECT_EQ(log.takeLines(1), (Texts{"No valid recipient in notification message.",
-                                     "send SNMP Trap, ret:0, trap:to snmp.example."}));
-  EXPECT_EQ(fakes::Traps::instance().sent.size(), 1u);
+  EXPECT_EQ(log.takeLines(1), Texts{"No valid recipient in notification message."});
+}
+
+TEST_F(NotificationRecipientsTest, OfTheScannedMailMakeUpForBlankOnes) {
+  record.recipients = "  ";
+  record.notifyRecipients = true;
+  EXPECT_TRUE(take());
+  EXPECT_EQ(mail().recipients, (Recipients{"one@b.example", "two@b.example"}));
 }
 
 TEST_F(NotificationRecipientsTest, SkipAMailForNobody) {
