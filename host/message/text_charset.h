@@ -24,8 +24,8 @@ class TextContent {
   bool isHtml() const { return isHtml_; }
   /// The charset that the bytes are in; empty when nobody can know.
   const std::string& charset() const { return charset_; }
-  /// Whether that has to be declared: the part declares none, one that nobody knows, or US-ASCII for
-  /// what is none.
+  /// Whether that has to be declared: the part declares none, one that nobody knows, or US-ASCII
+  /// for what is none.
   bool needsDeclaration() const { return needsDeclaration_; }
   /// True when the content cannot be cut at its ASCII characters and cannot be read either.
   bool isOpaque() const { return isOpaque_; }
