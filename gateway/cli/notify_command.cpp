@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <memory>
 #include <utility>
 
@@ -64,12 +65,21 @@ std::string alwaysCondition() {
   return loaded->rows.rules.front().condition;
 }
 
-/// Runs the notification alone, as its rule does. When the rule does not match, as if it did.
+/// The notification, and behind it what its tokens tell of: where the rule quarantines the message.
+std::vector<policy::ActionRow> rehearsed(const RuleRow& rule, unsigned int notification) {
+  std::vector<policy::ActionRow> actions{{KaviAction::Notify, "1-" + std::to_string(notification)}};
+  std::copy_if(
+      rule.actions.begin(), rule.actions.end(), std::back_inserter(actions),
+      [](const policy::ActionRow& action) { return action.type == KaviAction::Quarantine; });
+  return actions;
+}
+
+/// Runs the notification as its rule does. When the rule does not match, as if it did.
 engine::Outcome rehearse(PolicyRows rows, unsigned int notification, Message& message,
                          const engine::Surroundings& surroundings) {
   RuleRow rule = ruleFor(rows, notification);
   rule.enabled = true;
-  rule.actions = {{KaviAction::Notify, "1-" + std::to_string(notification)}};
+  rule.actions = rehearsed(rule, notification);
   engine::Outcome outcome;
   for (const std::string& condition : {rule.condition, alwaysCondition()}) {
     if (condition.empty()) continue;
@@ -182,7 +192,7 @@ int notifyCommand(const NotifyOptions& options) {
   std::string error;
   auto bytes = Buffer::readFile(options.file == "-" ? "/dev/stdin" : options.file, error);
   if (bytes == nullptr) {
-    complain(printable(options.file + ": " + error));
+    complain(printable(error));
     return ExitFailed;
   }
   const std::unique_ptr<Message> message = Message::parse(std::move(bytes));

@@ -154,6 +154,17 @@ class NotificationTest(KaviTest):
         self.assertIn(b"Subject: never\r\n", done.stdout)
         self.assertIn(b"mail from <> to <a@a.example>", done.stderr)
 
+    def test_a_preview_says_where_its_rule_quarantines(self):
+        policy = self.put("policy.yaml", "quarantine_areas: [{name: area}]\nnotifications:\n"
+                          "- {name: n, recipients: [a@a.example], subject: '%QUARANTINE_AREA%', "
+                          "body: '%QUARANTINE_PATH%'}\nrules:\n- {id: 3, when: always, "
+                          "actions: [{quarantine: area}, {notify: n}]}\n")
+        done = kavi("notify", "n", self.put("m.eml", MESSAGE), "--policy", policy)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertIn(b"Subject: area\r\n", done.stdout)
+        mail = email.message_from_bytes(done.stdout, policy=email.policy.default)
+        self.assertIn("/var/spool/kavi/quarantine/", mail.get_content())
+
     def test_a_test_mail_goes_to_one_address_only(self):
         port = self.sink()
         arguments = self.prepare(9)
