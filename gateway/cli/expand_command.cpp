@@ -36,7 +36,7 @@ int expandCommand(const ExpandOptions& options) {
   std::string error;
   auto bytes = Buffer::readFile(options.file == "-" ? "/dev/stdin" : options.file, error);
   if (bytes == nullptr) {
-    complain(host::core::printable(options.file + ": " + error));
+    complain(host::core::printable(error));
     return ExitFailed;
   }
   const std::unique_ptr<Message> message = Message::parse(std::move(bytes));

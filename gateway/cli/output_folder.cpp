@@ -126,8 +126,10 @@ std::string OutputFolder::removeRecorded(const std::vector<std::string>& recorde
 std::string OutputFolder::begin() {
   Folder folder;
   if (const FileError error = folder.open(path_, true); error != FileError::None) {
-    return use_ == OutputUse::Preview ? std::string()
-                                      : path_ + ": " + host::core::fileErrorText(error);
+    struct stat status {};
+    const bool isOther = ::stat(path_.c_str(), &status) == 0 && !S_ISDIR(status.st_mode);
+    return path_ + (isOther ? ": is no folder"
+                            : std::string(": cannot be made: ") + host::core::fileErrorText(error));
   }
   host::core::FileOps& ops = folder.ops();
   const int opened = ops.openFile(folder.descriptor(), kRecord, O_RDWR | O_CREAT | O_APPEND);

@@ -41,8 +41,7 @@ class OutputFolder {
   std::string inputInTheWay() const;
 
   /// Makes the folder, removes what an earlier run recorded (of mail, what this run writes anew),
-  /// and keeps other runs out while this object lives. Of a preview, a folder that cannot be made
-  /// is no error here: writing then says why.
+  /// and keeps other runs out while this object lives.
   /// \return an error text, empty for success; then nothing may be written, and nothing that an
   ///   earlier run did not record was touched.
   std::string begin();

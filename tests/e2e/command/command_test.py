@@ -84,7 +84,10 @@ class ExpandTest(KaviTest):
                                                "(did you mean %SENDER%?)\n")
 
     def test_says_what_it_cannot_read(self):
-        self.assertEqual(kavi("expand", "x", self.folder / "none.eml").returncode, 1)
+        none = self.folder / "none.eml"
+        done = kavi("expand", "x", none)
+        self.assertEqual(done.returncode, 1)
+        self.assertEqual(done.stderr.decode(), f"kavi: {none}: No such file or directory\n")
         self.assertEqual(kavi("expand", "x").returncode, 2)
         self.assertEqual(kavi("expand", "x", self.put("m.eml", MESSAGE), "--from", "a b").returncode,
                          2)
@@ -314,11 +317,14 @@ class RunTest(KaviTest):
                                   stderr=subprocess.PIPE, timeout=60, check=False)
         self.assertEqual(done.returncode, 1)
 
-    def test_an_output_folder_that_cannot_be_made_is_a_failure(self):
+    def test_an_output_folder_that_cannot_be_made_is_named_before_anything_runs(self):
         self.put("file", b"x")
-        [report] = self.run_json("--policy", self.policy(), "--out", self.folder / "file/out",
-                                 self.put("m.eml", MESSAGE), status=1)
-        self.assertIn("file/out", report["error"])
+        for out, fault in (("file/out", b"file/out: cannot be made: "), ("file", b"file: is no folder")):
+            done = kavi("run", "--policy", self.policy(), "--out", self.folder / out,
+                        self.put("m.eml", MESSAGE))
+            self.assertEqual((done.returncode, done.stdout), (2, b""))
+            self.assertIn(fault, done.stderr)
+            self.assertIn(b"choose another --out folder", done.stderr)
 
     def test_an_empty_folder_is_no_error(self):
         (self.folder / "in").mkdir()
