@@ -161,9 +161,10 @@ class Linter {
       warn(line, "attachment_name " + inQuotes(glob) +
                      " looks like a regular expression; names are matched by globs (write: "
                      "'*.exe')");
-    } else if (glob.find_first_of("*?[.") == std::string::npos) {
+    } else if (glob.find_first_of("*?[.", glob.front() == '.' ? 1 : 0) == std::string::npos) {
+      const std::string extension = (glob.front() == '.' ? "*" : "*.") + glob;
       warn(line, "attachment_name " + inQuotes(glob) +
-                     " matches a file of just that name (write: " + inQuotes("*." + glob) +
+                     " matches a file of just that name (write: " + inQuotes(extension) +
                      " for an extension)");
     }
   }

@@ -148,10 +148,10 @@ bool encodeNotification(const ObjectEntry& entry, std::string& setting, const Fa
 std::string doubtNotification(const std::string& setting) {
   uiNotifyArea record;
   if (!constructFrom(record, setting)) return {};
-  for (const std::string* text : {&record.subject, &record.body, &record.trapMessage}) {
-    std::string doubt = doubtAboutTokens(*text);
-    if (!doubt.empty()) return doubt;
-  }
+  // A '%' at the end of one text must not open a token with one in the next.
+  std::string doubt =
+      doubtAboutTokens(record.subject + "\n" + record.body + "\n" + record.trapMessage);
+  if (!doubt.empty()) return doubt;
   const bool hasReader = !record.recipients.empty() || record.notifySender ||
                          record.notifyRecipients || record.sendTrap;
   return hasReader ? std::string() : "tells nobody (name recipients, or a trap)";

@@ -83,8 +83,13 @@ std::vector<DoubtfulToken> doubtfulTokens(const std::string& text) {
 std::string doubtAboutTokens(const std::string& text) {
   const std::vector<DoubtfulToken> doubtful = doubtfulTokens(text);
   if (doubtful.empty()) return {};
-  return "holds " + inQuotes(doubtful.front().word) + ", which is no token and stays as it is " +
-         "(did you mean " + doubtful.front().meant + "?)";
+  std::string doubt = "holds " + inQuotes(doubtful.front().word) +
+                      ", which is no token and stays as it is (did you mean " +
+                      doubtful.front().meant + "?)";
+  for (std::size_t i = 1; i < doubtful.size(); ++i) {
+    doubt += "; nor is " + inQuotes(doubtful[i].word) + " (" + doubtful[i].meant + "?)";
+  }
+  return doubt;
 }
 
 }  // namespace gateway::policy

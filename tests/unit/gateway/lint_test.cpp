@@ -83,6 +83,10 @@ INSTANTIATE_TEST_SUITE_P(
         Doubt{"Extension", "rules:\n- {id: 1, when: {attachment_name: exe}, actions: [delete]}\n",
               "p:2: warning: rule 1: attachment_name 'exe' matches a file of just that name "
               "(write: '*.exe' for an extension)"},
+        Doubt{"DotExtension",
+              "rules:\n- {id: 1, when: {attachment_name: .exe}, actions: [delete]}\n",
+              "p:2: warning: rule 1: attachment_name '.exe' matches a file of just that name "
+              "(write: '*.exe' for an extension)"},
         Doubt{"RegexAsGlob",
               "rules:\n- {id: 1, when: {not: {attachment_name: '.*\\.exe$'}}, actions: "
               "[delete]}\n",
@@ -125,6 +129,11 @@ INSTANTIATE_TEST_SUITE_P(
               "rules:\n- {id: 1, when: always, actions: [{stamp: a}]}\n",
               "p:2: warning: stamp 'a' holds '%SENDR%', which is no token and stays as it is (did "
               "you mean %SENDER%?)"},
+        Doubt{"TokensOfNotification",
+              "notifications:\n- {name: n, recipients: [a@b.example], subject: '%SUBJCT%', body: "
+              "'%FILNAME%'}\nrules:\n- {id: 1, when: always, actions: [{notify: n}]}\n",
+              "p:2: warning: notification 'n' holds '%SUBJCT%', which is no token and stays as it "
+              "is (did you mean %SUBJECT%?); nor is '%FILNAME%' (%FILENAME%?)"},
         Doubt{"TagToken",
               "rules:\n- {id: 1, when: always, actions: [{tag_subject: '%sender%: '}]}\n",
               "p:2: warning: rule 1: action 'tag_subject' holds '%sender%', which is no token and "
