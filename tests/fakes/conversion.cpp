@@ -22,6 +22,10 @@ const char* knownName(const char* charset) {
 }  // namespace
 
 int convert(const std::string& text, const char* from, const char* to, std::string& out) {
+  if (Conversions::instance().keepsEightBit && strcasecmp(to, "us-ascii") == 0) {
+    out = text;
+    return OVMSGERR::Ok;
+  }
   out.clear();
   std::vector<char> bytes(4 * text.size() + 16);
   const iconv_t converter = iconv_open(knownName(to), knownName(from));
@@ -51,6 +55,7 @@ void Conversions::clear() {
   // Gives the memory back, too: sweeps count what is left.
   std::vector<std::pair<std::string, std::string>>().swap(refused_);
   std::vector<std::string>().swap(calls_);
+  keepsEightBit = false;
 }
 
 void Conversions::refuse(const std::string& from, const std::string& to) {

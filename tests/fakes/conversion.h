@@ -10,8 +10,8 @@ namespace fakes {
 /// Converts \p text. \return 0 or an OVMSGERR code; then \p out is empty.
 int convert(const std::string& text, const char* from, const char* to, std::string& out);
 
-/// What `OvMsg_CharsetConverterString` was asked, and whether it refuses. Each test starts by
-/// clearing it.
+/// What `OvMsg_CharsetConverterString` was asked, and what conversions refuse or let through. Each
+/// test starts by clearing it.
 class Conversions {
  public:
   static Conversions& instance();
@@ -22,6 +22,8 @@ class Conversions {
   bool refuses(const char* from, const char* to) const;
   /// "from to room flag level", in order.
   std::vector<std::string>& calls() { return calls_; }
+
+  bool keepsEightBit = false;  ///< conversions to US-ASCII let every byte through
 
  private:
   std::vector<std::pair<std::string, std::string>> refused_;

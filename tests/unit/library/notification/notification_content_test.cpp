@@ -70,6 +70,16 @@ TEST_F(NotificationContentTest, SwitchesToUtf8WhenTheCharsetCannotCarryTheBody) 
   EXPECT_EQ(mail().subject.back(), "caf\xC3\xA9 [utf-8]");
 }
 
+TEST_F(NotificationContentTest, SwitchesToUtf8ForAnEightBitBodyThatPassesForAscii) {
+  fakes::Conversions::instance().keepsEightBit = true;
+  record.body = "caf\xC3\xA9";
+  EXPECT_TRUE(take());
+  EXPECT_TRUE(log.takeLines(1).empty());
+  EXPECT_EQ(text(), "text 'caf\xC3\xA9' text/plain utf-8 base64");
+  EXPECT_EQ(mail().parameters, Texts{"charset=utf-8"});
+  EXPECT_EQ(mail().subject.back(), "rule matched [utf-8]");
+}
+
 TEST_F(NotificationContentTest, TellsOfTheFirst32BytesOfABody) {
   record.body = std::string(31, 'a') + "\xC3\xA9 and more";
   EXPECT_TRUE(take());

@@ -73,6 +73,15 @@ TEST_F(NotificationHeadersTest, SubjectIsWrittenInUtf8WhereThatIsTheCharset) {
   EXPECT_EQ(subject(), "caf\xC3\xA9 [utf-8]");
 }
 
+TEST_F(NotificationHeadersTest, SubjectInEightBitThatPassesForAsciiTurnsTheMailToUtf8) {
+  Conversions::instance().keepsEightBit = true;
+  record.subject = "caf\xC3\xA9";
+  EXPECT_TRUE(take());
+  EXPECT_EQ(subject(), "caf\xC3\xA9 [utf-8]");
+  EXPECT_EQ(mail().parameters, Texts{"charset=utf-8"});
+  EXPECT_EQ(mail().content, Texts{"text 'a rule matched' text/plain utf-8 base64"});
+}
+
 TEST_F(NotificationHeadersTest, SubjectThatIsLongIsWrittenWhole) {
   for (const std::size_t length : {1023u, 1024u, 1000000u}) {
     catcher.mails.clear();
