@@ -3,6 +3,8 @@
 import email
 import email.policy
 import json
+import pathlib
+import shutil
 import socket
 import subprocess
 import sys
@@ -197,6 +199,51 @@ class NotificationTest(KaviTest):
                                        "to@b.example")])
         self.assertEqual(mail["Subject"], "Rule executables matched")
         self.assertEqual(mail["X-kavi-reprocess-rules"], "15")
+
+    def deliver(self, port, general, recipient="to@b.example"):
+        """Runs the policy for real, with more settings, to the server at port."""
+        arguments = list(self.prepare(9))
+        settings = pathlib.Path(arguments[1])
+        text = settings.read_text(encoding="utf-8").replace("SNMPServer=127.0.0.1:9\n", general)
+        settings.write_text(f"{text}[delivery]\nstate_folder={self.folder}/state\n"
+                            f"scan_host=127.0.0.1\nscan_port={port}\n", encoding="utf-8")
+        arguments[arguments.index("to@b.example")] = recipient
+        done = kavi("run", "--deliver", "--out", self.folder / "out", *arguments)
+        self.assertEqual(done.returncode, 0, done.stderr + done.stdout)
+        return settings
+
+    def test_recipients_are_told_of_and_shown_as_the_settings_say(self):
+        listed = "admin@a.example;second@a.example;from@b.example;"
+        for general, shown in (("", '"NotificationRecipients"<NotificationRecipients>'),
+                               ("NotificationHideRecipients=0\n", "to@b.example")):
+            with self.subTest(general):
+                shutil.rmtree(self.folder / "sink", ignore_errors=True)
+                self.deliver(self.sink(), general)
+                recipients, [mail] = self.received()
+                self.assertEqual(recipients[2:], ["RCPT TO:<from@b.example>",
+                                                  "RCPT TO:<to@b.example>"])
+                self.assertEqual(dict(mail.raw_items())["To"], listed + shown)
+                shutil.rmtree(self.folder / "out")
+
+    def test_mail_fetched_by_pop3_tells_whom_the_recipient_token_names(self):
+        self.deliver(self.sink(), "", "pop3_mail_recipient@b.example")
+        recipients, _ = self.received()
+        self.assertEqual(recipients[-1], "RCPT TO:<pop3_mail_recipient@b.example>")
+
+    def test_a_notification_that_comes_back_from_the_server_causes_none(self):
+        settings = self.deliver(self.sink(), "")
+        recipients, _ = self.received()
+        [mail] = (self.folder / "sink").glob("*.eml")
+        envelope = ["--from", "kavi@gw.example"]
+        for recipient in recipients:
+            envelope += ["--rcpt", recipient[len("RCPT TO:<"):-1]]
+        other = self.put("other.yaml", POLICY.replace("id: 15", "id: 16"))
+        for way, notifies in (("--reinjected", False), (None, True)):
+            done = kavi("run", "--json", "--config", settings, "--policy", other, *envelope, mail,
+                        *([way] if way else []))
+            self.assertEqual(done.returncode, 0, done.stderr + done.stdout)
+            action = json.loads(done.stdout)["rules"][0]["actions"][1]
+            self.assertEqual("mails" in action, notifies, way)
 
     def test_a_test_mail_needs_a_server_and_an_address(self):
         arguments = self.prepare(9)
