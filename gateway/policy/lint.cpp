@@ -1,6 +1,7 @@
 #include "gateway/policy/lint.h"
 
 #include <algorithm>
+#include <cctype>
 #include <map>
 #include <string>
 #include <string_view>
@@ -16,6 +17,21 @@
 
 namespace gateway::policy {
 namespace {
+
+/// What stands in brackets at the start of a regular expression and reads as a word, such as a tag
+/// in a subject: more letters than anybody lists for a set, and nothing that repeats it.
+std::string wordReadAsSet(const std::string& pattern) {
+  constexpr std::size_t kShortestWord = 4;
+  const std::size_t close = pattern.find(']');
+  if (!pattern.starts_with('[') || close == std::string::npos || close <= kShortestWord) return {};
+  const std::string word = pattern.substr(1, close - 1);
+  const bool isWord = std::all_of(word.begin(), word.end(),
+                                  [](unsigned char c) { return std::isalpha(c) != 0 || c == ' '; });
+  const bool isRepeated =
+      close + 1 < pattern.size() &&
+      std::string_view("*+?{").find(pattern[close + 1]) != std::string_view::npos;
+  return isWord && !isRepeated ? word : std::string();
+}
 
 class Linter {
  public:
@@ -144,8 +160,9 @@ class Linter {
   void lintCondition(const Condition& condition, int line) {
     if (condition.kind == Condition::Kind::AttachmentName) {
       for (const std::string& glob : condition.patterns) lintNameGlob(glob, line);
-    }
-    if (condition.kind == Condition::Kind::AttachmentType) {
+    } else if (condition.kind != Condition::Kind::AttachmentType) {
+      for (const std::string& regex : condition.patterns) lintRegex(regex, line);
+    } else {
       for (const std::string& glob : condition.patterns) {
         if (glob.find('/') == std::string::npos && glob.find('*') == std::string::npos) {
           warn(line, "attachment_type " + inQuotes(glob) +
@@ -154,6 +171,13 @@ class Linter {
       }
     }
     for (const Condition& child : condition.children) lintCondition(child, line);
+  }
+
+  void lintRegex(const std::string& regex, int line) {
+    const std::string word = wordReadAsSet(regex);
+    if (word.empty()) return;
+    warn(line, "regular expression " + inQuotes(regex) + " looks for any one character of '" +
+                   word + "' (write: '\\[" + word + "\\]' for the word in brackets)");
   }
 
   void lintNameGlob(const std::string& glob, int line) {

@@ -87,6 +87,10 @@ INSTANTIATE_TEST_SUITE_P(
               "rules:\n- {id: 1, when: {attachment_name: .exe}, actions: [delete]}\n",
               "p:2: warning: rule 1: attachment_name '.exe' matches a file of just that name "
               "(write: '*.exe' for an extension)"},
+        Doubt{"TagAsSet",
+              "rules:\n- {id: 1, when: {subject: {matches: '[URGENT] now'}}, actions: [delete]}\n",
+              "p:2: warning: rule 1: regular expression '[URGENT] now' looks for any one character "
+              "of 'URGENT' (write: '\\[URGENT\\]' for the word in brackets)"},
         Doubt{"RegexAsGlob",
               "rules:\n- {id: 1, when: {not: {attachment_name: '.*\\.exe$'}}, actions: "
               "[delete]}\n",
