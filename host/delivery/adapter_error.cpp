@@ -23,7 +23,7 @@ const char* adapterErrorText(unsigned int code) {
     case AdapterError::Internal:
       return "internal error";
     case AdapterError::UnderWay:
-      return "the same message is being worked on at this moment";
+      return "the same message is being worked on at this moment (try again in a few minutes)";
     case AdapterError::DiskFull:
       return core::fileErrorText(core::FileError::DiskFull);
     case AdapterError::ReadOnly:
@@ -49,7 +49,7 @@ const char* adapterErrorText(unsigned int code) {
     case AdapterError::NoRecipients:
       return "no recipients";
     case AdapterError::NoDestination:
-      return "no host is set to send to";
+      return "no host is set to send to (scan_host, plain_host in section delivery)";
     case AdapterError::Unresolved:
       return "host name not found";
     case AdapterError::ConnectionRefused:

@@ -111,6 +111,12 @@ class DeliveryTest(DeliveryCase):
         self.assertIn(b"[delivery] state_folder: 'here' is no absolute path", done.stderr)
         self.assertFalse(self.out.exists())
 
+    def test_a_missing_server_is_a_failure_that_names_its_setting(self):
+        self.always("{readdress: c@y.example}")
+        [report], spool = self.deliver(self.message, status=1)
+        self.assertEqual((report["verdict"], spool["sent"]), ("failed", 0))
+        self.assertIn("scan_host, plain_host in section delivery", report["calls"][0]["error_text"])
+
 
 class RescanTest(DeliveryCase):
     """Mail that comes back for scanning."""
