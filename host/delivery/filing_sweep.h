@@ -28,7 +28,8 @@ struct SweepReport {
 /// - A file without a row gets one: rather a copy too many than a mail lost. (Filing that was
 ///   killed behind the file leaves such a file, and so does an index that was lost.) Kind, area and
 ///   message id come from its place and name, size and time from the file; sender, recipients,
-///   subject, rule and aging are not known. One younger than a minute is left for the next time.
+///   subject, rule and aging are not known. A young one is left for the next time: a sender that
+///   tries again meets its key in the ledger, and the file is removed before another is made.
 ///
 /// Every folder that was swept bears a mark, the file ".kavi-folder". One without it, while the
 /// index has rows for it, is most likely the place where a disk was not mounted: nothing is touched
@@ -39,7 +40,8 @@ struct SweepReport {
 class KAVI_API FilingSweep {
  public:
   static constexpr char kMark[] = ".kavi-folder";
-  static constexpr std::int64_t kMinimumAgeSeconds = 60;
+  /// Longer than senders wait between two attempts.
+  static constexpr std::int64_t kMinimumAgeSeconds = 3 * 60 * 60;
 
   FilingSweep(store::MessageIndex& index, core::FileOps& ops) : index_(index), ops_(ops) {}
 

@@ -24,6 +24,9 @@ using testing_host::FilingBench;
 using testing_host::quarantine;
 using Files = std::vector<std::string>;
 
+// As old as what nobody comes back for.
+constexpr std::time_t kOld = FilingSweep::kMinimumAgeSeconds + 60;
+
 void makeOlder(const std::string& path, std::time_t seconds) {
   const timespec time{std::time(nullptr) - seconds, 0};
   const timespec times[] = {time, time};
@@ -64,7 +67,7 @@ TEST_F(Sweep, MakesTheFolderAndMarksIt) {
 TEST_F(Sweep, LeavesWhatIsInLineAlone) {
   ASSERT_EQ(sweep(), AdapterError::None);
   ASSERT_TRUE(quarantine(adapter_, bench_.message, bench_.folder).ok());
-  makeOlder(bench_.folder + "/a/b/abc123.DF", 1000);
+  makeOlder(bench_.folder + "/a/b/abc123.DF", kOld);
   const auto before = bench_.rows();
   EXPECT_EQ(sweep(), AdapterError::None);
   EXPECT_EQ(report_.rowsRemoved + report_.filesAdopted + report_.temporaries, 0u);
@@ -111,7 +114,7 @@ TEST_F(Sweep, LeavesTheRowsOfOtherFoldersAlone) {
 
 TEST_F(Sweep, GivesAFileWithoutARowOne) {
   ASSERT_EQ(sweep(), AdapterError::None);
-  const std::string path = place("a/b/abc~2.DF", 1000);
+  const std::string path = place("a/b/abc~2.DF", kOld);
   EXPECT_EQ(sweep(), AdapterError::None);
   EXPECT_EQ(report_.filesAdopted, 1u);
   const auto rows = bench_.rows();
@@ -120,7 +123,7 @@ TEST_F(Sweep, GivesAFileWithoutARowOne) {
   EXPECT_EQ(rows[0].messageId, "abc");
   EXPECT_EQ(rows[0].path, path);
   EXPECT_EQ(rows[0].size, contentOf(path).size());
-  EXPECT_NEAR(static_cast<double>(rows[0].storedAt), static_cast<double>(std::time(nullptr) - 1000),
+  EXPECT_NEAR(static_cast<double>(rows[0].storedAt), static_cast<double>(std::time(nullptr) - kOld),
               60);
   EXPECT_EQ(rows[0].sender, std::nullopt);
   EXPECT_EQ(rows[0].agingDays, std::nullopt);
@@ -130,7 +133,7 @@ TEST_F(Sweep, GivesAFileWithoutARowOne) {
 
 TEST_F(Sweep, LeavesAYoungFileToWhoeverIsFilingIt) {
   ASSERT_EQ(sweep(), AdapterError::None);
-  place("a/b/abc.DF", 0);
+  place("a/b/abc.DF", FilingSweep::kMinimumAgeSeconds - 60);
   EXPECT_EQ(sweep(), AdapterError::None);
   EXPECT_EQ(report_.filesTooYoung, 1u);
   EXPECT_TRUE(bench_.rows().empty());
@@ -144,7 +147,7 @@ TEST_F(Sweep, KnowsTheAreaOfAnArchivedFile) {
   }
   const auto before = bench_.rows();
   for (const IndexEntry& entry : before) {
-    makeOlder(entry.path, 1000);
+    makeOlder(entry.path, kOld);
     ASSERT_TRUE(bench_.store->removeEntry(entry.row).ok());
   }
   EXPECT_EQ(sweep(MessageKind::Archived), AdapterError::None);
@@ -162,7 +165,7 @@ TEST_F(Sweep, LeavesStrangersAlone) {
   ASSERT_EQ(sweep(), AdapterError::None);
   for (const char* name : {"README", "abc.DF", "x/y/abc.DF", "a/abc.DF", "a/b/c/abc.DF",
                            "a/b/abc.eml", "lost+found/ab.DF", "a/b/.hidden.DF"}) {
-    place(name, 1000);
+    place(name, kOld);
   }
   const Files before = filesBelow(bench_.folder);
   EXPECT_EQ(sweep(), AdapterError::None);
@@ -177,8 +180,8 @@ TEST_F(Sweep, FollowsNoLink) {
   std::filesystem::create_directories(outside + "/b");
   testing_host::writeFile(outside + "/b/abc.DF", "x");
   testing_host::writeFile(outside + "/b/.tmp-x", "x");
-  makeOlder(outside + "/b/abc.DF", 1000);
-  makeOlder(outside + "/b/.tmp-x", 1000);
+  makeOlder(outside + "/b/abc.DF", kOld);
+  makeOlder(outside + "/b/.tmp-x", kOld);
   std::filesystem::create_symlink(outside, bench_.folder + "/a");
   EXPECT_EQ(sweep(), AdapterError::None);
   EXPECT_EQ(report_.filesAdopted + report_.temporaries, 0u);
@@ -204,7 +207,7 @@ TEST_F(Sweep, PagesThroughManyRowsAndFiles) {
   ASSERT_EQ(sweep(), AdapterError::None);
   constexpr int kFiles = 1300;
   for (int i = 0; i < kFiles; ++i) {
-    const std::string path = place("a/b/ab" + std::to_string(i) + ".DF", 1000);
+    const std::string path = place("a/b/ab" + std::to_string(i) + ".DF", kOld);
     if (i % 3 == 0) continue;  // without a row
     IndexEntry entry;
     entry.path = path;
@@ -225,7 +228,7 @@ TEST_F(Sweep, PagesThroughManyRowsAndFiles) {
 TEST_F(Sweep, RemovesNoRowWhenItCannotLook) {
   ASSERT_EQ(sweep(), AdapterError::None);
   ASSERT_TRUE(quarantine(adapter_, bench_.message, bench_.folder).ok());
-  place("x/y/xyz.DF", 1000);
+  place("x/y/xyz.DF", kOld);
   int failures = 0;
   for (unsigned int call = 1;; ++call) {
     bench_.ops.failCall(call, EACCES);
@@ -243,7 +246,7 @@ TEST_F(Sweep, RemovesNoRowWhenItCannotLook) {
 
 TEST_F(Sweep, SaysWhenTheIndexFails) {
   ASSERT_EQ(sweep(), AdapterError::None);
-  const std::string unknown = place("x/y/xyz.DF", 1000);
+  const std::string unknown = place("x/y/xyz.DF", kOld);
   int failures = 0;
   for (unsigned int call = 1;; ++call) {
     // A row without a file, and a file without a row.
