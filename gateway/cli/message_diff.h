@@ -14,7 +14,7 @@ namespace gateway::cli {
 
 /// What a difference is about.
 struct DiffSection {
-  std::string title;  ///< "header", "part 1.2, text/html", "attachments"
+  std::string title;  ///< "header", "part 1, text/plain", "attachments"
   std::vector<DiffLine> lines;
 };
 
