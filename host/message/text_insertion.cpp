@@ -1,5 +1,6 @@
 #include "host/message/text_insertion.h"
 
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <vector>
@@ -157,11 +158,13 @@ int insertText(Message& message, const InsertedText& wanted) {
   if (message.firstEntity() == nullptr) return OVMSGERR::NoBody;
   // A fragment of a mail: whatever is added to it is in the way when they are put together.
   if (message.firstEntity()->contentType() == "message/partial") return OVMSGERR::NotSupported;
+  // What an administrator wrote is text. Bytes that are none came from the message, through a
+  // token: a mail must not wait for ever because of an odd byte in its header.
   std::string utf8;
-  const int code = convertCharset(wanted.text, wanted.sourceCharset, "utf-8", OnMisfit::Fail,
-                                  OnMisfit::Fail, utf8);
+  const int code = convertCharset(wanted.text, wanted.sourceCharset, "utf-8",
+                                  OnMisfit::QuestionMark, OnMisfit::QuestionMark, utf8);
   if (code != OVMSGERR::Ok) return code;
-  if (utf8.find('\0') != std::string::npos) return OVMSGERR::MalformedText;
+  std::replace(utf8.begin(), utf8.end(), '\0', '?');
   if (utf8.empty()) return OVMSGERR::Ok;
   TextInserter inserter(message, wanted.place, withLineFeeds(utf8), wanted.destinationCharset);
   return isTextAsAttachment() ? inserter.asAttachment() : inserter.intoBody();
