@@ -4,7 +4,12 @@
 #include <string>
 #include <vector>
 
+#include "host/store/rule_options.h"
+
 namespace gateway::policy {
+
+using host::store::OnFailure;
+using host::store::RuleVerdict;
 
 /// One action of a rule: the type code and the settings string that its class's `construct` reads.
 struct ActionRow {
@@ -19,6 +24,8 @@ struct RuleRow {
   bool enabled = true;
   std::string condition;  ///< canonical text (gateway/policy/condition.h)
   std::vector<ActionRow> actions;
+  OnFailure onFailure = OnFailure::TempFail;
+  RuleVerdict verdict{};
 };
 
 /// A named object: actions refer to it by id, the record is built from the settings string.

@@ -130,6 +130,9 @@ void PolicyChange::addRule(const RuleRecord& rule) {
       .bind(std::int64_t{rule.order})
       .bind(std::int64_t{rule.enabled})
       .bind(rule.condition)
+      .bind(static_cast<std::int64_t>(rule.onFailure))
+      .bind(static_cast<std::int64_t>(rule.verdict.kind))
+      .bind(rule.verdict.text)
       .run();
   insertActions(rule);
   note("write " + describe(rule));

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/store/object_store.h"
+#include "host/store/rule_options.h"
 #include "host/store/store_status.h"
 #include "library/platform/api.h"
 
@@ -29,6 +30,8 @@ struct RuleRecord {
   bool enabled = true;
   std::string condition;
   std::vector<ActionRecord> actions;
+  OnFailure onFailure = OnFailure::TempFail;
+  RuleVerdict verdict{};
 
   bool operator==(const RuleRecord&) const = default;
 };

@@ -80,6 +80,12 @@ std::span<const SchemaStep> schemaSteps() {
           "CREATE TABLE policy_audit (id {row}, revision BIGINT NOT NULL, at BIGINT NOT NULL, "
           "actor {bytes} NOT NULL, what {bytes} NOT NULL)",
       },
+      {
+          "ALTER TABLE rule ADD COLUMN on_failure INTEGER NOT NULL DEFAULT 0",
+          "ALTER TABLE rule ADD COLUMN verdict INTEGER NOT NULL DEFAULT 0",
+          // Without a default, which the databases would write each in a way of its own.
+          "ALTER TABLE rule ADD COLUMN verdict_text {bytes}",
+      },
   };
   // NOLINTEND(bugprone-suspicious-missing-comma)
   return kSteps;

@@ -18,6 +18,14 @@ constexpr char kPolicyRead[] = "reading the policy";
 
 [[noreturn]] void damaged(const char* what) { throw StoreFailure(StoreError::Damaged, what); }
 
+// One of the numbers from 0 to that of `last`, the last of its kind.
+template <class Kind>
+Kind kindOf(const Query& query, int column, Kind last) {
+  const std::int64_t number = query.number(column);
+  if (number < 0 || number > static_cast<std::int64_t>(last)) damaged("a rule of an unknown kind");
+  return static_cast<Kind>(number);
+}
+
 std::vector<RuleRecord> readRules(Connection& connection) {
   std::vector<RuleRecord> rules;
   Query query(connection, sql::kReadRules);
@@ -28,6 +36,10 @@ std::vector<RuleRecord> readRules(Connection& connection) {
     rule.order = numberOf<std::uint32_t>(query, 2);
     rule.enabled = query.number(3) != 0;
     rule.condition = query.bytes(4);
+    rule.onFailure = kindOf(query, 5, OnFailure::Accept);
+    rule.verdict.kind = kindOf(query, 6, RuleVerdict::Kind::TempFail);
+    // Rules of a store that was made before there were verdicts have none.
+    if (!query.isNull(7)) rule.verdict.text = query.bytes(7);
     rules.push_back(std::move(rule));
   }
   return rules;

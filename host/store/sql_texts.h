@@ -110,14 +110,16 @@ inline constexpr char kListReferrers[] =
 inline constexpr char kReadObjects[] =
     "SELECT " KAVI_OBJECT_COLUMNS ", content FROM named_object ORDER BY id";
 inline constexpr char kReadRules[] =
-    "SELECT id, name, position, enabled, condition FROM rule ORDER BY position";
+    "SELECT id, name, position, enabled, condition, on_failure, verdict, verdict_text FROM rule "
+    "ORDER BY position";
 inline constexpr char kReadActions[] =
     "SELECT rule, position, type, setting FROM rule_action ORDER BY rule, position";
 inline constexpr char kReadRuleObjects[] =
     "SELECT rule, action, object FROM rule_object ORDER BY rule, action, position";
 
 inline constexpr char kAddRule[] =
-    "INSERT INTO rule (id, name, position, enabled, condition) VALUES ($1, $2, $3, $4, $5)";
+    "INSERT INTO rule (id, name, position, enabled, condition, on_failure, verdict, verdict_text) "
+    "VALUES ($1, $2, $3, $4, $5, $6, $7, $8)";
 inline constexpr char kRemoveRule[] = "DELETE FROM rule WHERE id = $1";
 inline constexpr char kAddAction[] =
     "INSERT INTO rule_action (rule, position, type, setting) VALUES ($1, $2, $3, $4)";

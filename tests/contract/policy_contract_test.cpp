@@ -254,6 +254,44 @@ TEST_F(PolicyContract, TakesAWholePolicyAndGivesItBack) {
                                               "write rule 10 'rule 10'", "write rule 5 'rule 5'"}));
 }
 
+TEST_F(PolicyContract, KeepsWhatRulesSayOfFailuresAndTheirVerdicts) {
+  PolicyRecord next = policy();
+  const RuleVerdict verdicts[] = {{},
+                                  {RuleVerdict::Kind::Reject, "not here"},
+                                  {RuleVerdict::Kind::TempFail, std::string("'; -- \0\xFF$1", 10)},
+                                  {RuleVerdict::Kind::None, "said by nobody"},
+                                  {RuleVerdict::Kind::Reject, ""}};
+  for (const OnFailure onFailure : {OnFailure::TempFail, OnFailure::Accept}) {
+    for (const RuleVerdict& verdict : verdicts) {
+      const auto id = static_cast<std::uint32_t>(next.rules.size() + 1);
+      next.rules.push_back(ruleOf(id, id, {}));
+      next.rules.back().onFailure = onFailure;
+      next.rules.back().verdict = verdict;
+    }
+  }
+  ASSERT_EQ(replace(next), StoreError::None);
+  EXPECT_EQ(policy().rules, next.rules);
+}
+
+TEST_F(PolicyContract, WritesARuleAnewWhenOnlyItsAnswerDiffers) {
+  ASSERT_EQ(replace(sample()), StoreError::None);
+  const std::size_t lines = done().size();
+  PolicyRecord next = policy();
+  next.rules[1].onFailure = OnFailure::Accept;
+  ASSERT_EQ(replace(next), StoreError::None);
+  next = policy();
+  next.rules[0].verdict = {RuleVerdict::Kind::Reject, "one"};
+  ASSERT_EQ(replace(next), StoreError::None);
+  next = policy();
+  next.rules[0].verdict.text = "two";
+  ASSERT_EQ(replace(next), StoreError::None);
+  EXPECT_EQ(policy().rules, next.rules);
+  std::vector<std::string> after = done();
+  after.erase(after.begin(), after.begin() + static_cast<std::ptrdiff_t>(lines));
+  EXPECT_EQ(after, (std::vector<std::string>{"write rule 5 'rule 5'", "write rule 10 'rule 10'",
+                                             "write rule 10 'rule 10'"}));
+}
+
 TEST_F(PolicyContract, ChangesNothingForTheSamePolicy) {
   ASSERT_EQ(replace(sample()), StoreError::None);
   const PolicyRecord kept = policy();

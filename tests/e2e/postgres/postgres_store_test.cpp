@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "host/store/postgres_connection.h"
+#include "host/store/schema.h"
 #include "host/store/store.h"
 #include "host/store/store_failure.h"
 #include "library/platform/kavi_named_obj.h"
@@ -76,6 +77,22 @@ TEST_F(Postgres, RefusesAStoreFromTheFuture) {
   ASSERT_TRUE(PostgresStore(location_).prepare().ok());
   PostgresConnection(location_, 1000).execute("UPDATE kavi_schema SET version = 99");
   EXPECT_EQ(PostgresStore(location_).prepare().error, StoreError::TooNew);
+}
+
+TEST_F(Postgres, GivesOlderRulesTheAnswerThatTheyAlwaysHad) {
+  {
+    PostgresConnection connection(location_, 1000);
+    migrate(connection, schemaSteps().first(2));
+    connection.execute(
+        "INSERT INTO rule (id, name, position, enabled, condition) "
+        "VALUES (5, 'a', 2, 1, 'b'), (9, 'c', 1, 0, 'd')");
+  }
+  PolicyRecord policy;
+  const StoreStatus status = PostgresStore(location_).readPolicy(policy);
+  ASSERT_TRUE(status.ok()) << status.text;
+  EXPECT_EQ(policy.rules,
+            (std::vector<RuleRecord>{{9, "c", 1, false, "d", {}}, {5, "a", 2, true, "b", {}}}));
+  EXPECT_EQ(policy.rules[0].verdict, RuleVerdict());
 }
 
 TEST_F(Postgres, IsMadeOnceByManyAtOnce) {

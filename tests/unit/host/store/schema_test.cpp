@@ -9,6 +9,7 @@
 
 #include "host/store/sql_texts.h"
 #include "host/store/sqlite_connection.h"
+#include "host/store/sqlite_store.h"
 #include "host/store/store_failure.h"
 #include "tests/unit/host/core/temp_folder.h"
 
@@ -44,6 +45,34 @@ TEST_F(Schema, BringsAStoreForwardStepByStep) {
   EXPECT_EQ(number("SELECT version FROM kavi_schema"), 3);
   EXPECT_EQ(number("SELECT size FROM things WHERE name = x'00FF'"), 7);
   EXPECT_EQ(number("SELECT id FROM others"), 3);
+}
+
+TEST_F(Schema, GivesOlderRulesTheAnswerThatTheyAlwaysHad) {
+  migrate(connection_, schemaSteps().first(2));
+  connection_.database().exec(
+      "INSERT INTO rule (id, name, position, enabled, condition) "
+      "VALUES (5, x'61', 2, 1, x'62'), (9, x'63', 1, 0, x'64');"
+      "INSERT INTO rule_action (rule, position, type, setting) VALUES (5, 1, 1, x'65')");
+  SqliteStore store(path_);
+  PolicyRecord policy;
+  const StoreStatus status = store.readPolicy(policy);
+  ASSERT_TRUE(status.ok()) << status.text;
+  EXPECT_EQ(policy.rules, (std::vector<RuleRecord>{{9, "c", 1, false, "d", {}},
+                                                   {5, "a", 2, true, "b", {{1, "e", {}}}}}));
+  EXPECT_EQ(policy.rules[0].onFailure, OnFailure::TempFail);
+  EXPECT_EQ(policy.rules[0].verdict, RuleVerdict());
+}
+
+TEST_F(Schema, TakesAnAnswerThatItDoesNotKnowForDamage) {
+  migrate(connection_, schemaSteps());
+  for (const char* spoilt : {"on_failure = 2", "on_failure = -1", "verdict = 3"}) {
+    connection_.database().exec(
+        "DELETE FROM rule;"
+        "INSERT INTO rule (id, name, position, enabled, condition) VALUES (5, x'61', 2, 1, x'62')");
+    connection_.database().exec(std::string("UPDATE rule SET ") + spoilt);
+    PolicyRecord policy;
+    EXPECT_EQ(SqliteStore(path_).readPolicy(policy).error, StoreError::Damaged) << spoilt;
+  }
 }
 
 TEST_F(Schema, LeavesACurrentStoreAlone) {
