@@ -26,8 +26,8 @@ rules:
 """
 
 os.environ["KAVI_MILTER"] = str(BIN / "kavi-milter")
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests" / "e2e" / "milter"))
-from mail_stack import Milter, Postfix, end_process, free_port, wait_until  # noqa: E402
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests" / "stack"))
+from mail_servers import Milter, Postfix, end_process, free_port, wait_until  # noqa: E402
 
 
 def rate(postfix):
