@@ -118,6 +118,9 @@ class ConnectionPool {
   virtual ~ConnectionPool() = default;
   /// A connection for one call, to a store whose tables are up to date. \throw StoreFailure
   virtual std::unique_ptr<Connection> take() = 0;
+  /// A connection to the store as it stands, neither made nor brought up to date: not to be given
+  /// back. Null when there is nothing. \throw StoreFailure
+  virtual std::unique_ptr<Connection> look() = 0;
   /// Gives one back that is fit for further use.
   virtual void giveBack(std::unique_ptr<Connection> connection) = 0;
   /// Closes those that wait: the database was away, and they with it.

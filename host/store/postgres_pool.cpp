@@ -21,11 +21,37 @@ struct OptionsFree {
   void operator()(PQconninfoOption* options) const { PQconninfoFree(options); }
 };
 
+// Refuses a URI that falls apart at a sign of its password: the rest would be taken for the host,
+// the port or the database, and be shown as such.
+void requireOneMeaning(const std::string& location) {
+  const std::size_t scheme = location.find("://");
+  if (scheme == std::string::npos) return;
+  std::string_view place = std::string_view(location).substr(scheme + 3);
+  // Who, up to the first '@' before any '/'; then where, up to the '?'.
+  if (const std::size_t who = place.substr(0, place.find('/')).find('@');
+      who != std::string_view::npos) {
+    place.remove_prefix(who + 1);
+  }
+  if (place.substr(0, place.find('?')).find('@') != std::string_view::npos) {
+    throw StoreFailure(StoreError::InvalidArgument,
+                       "in a name or password write %40 for '@' and %2F for '/'");
+  }
+}
+
+void requirePorts(const std::string& ports) {
+  if (ports.find_first_not_of("0123456789,") != std::string::npos) {
+    throw StoreFailure(StoreError::InvalidArgument,
+                       "its port is no number; in a password write %40 for '@', %2F for '/', %3F "
+                       "for '?'");
+  }
+}
+
 // The parameters that `location` gives a value.
 std::map<std::string, std::string> parametersOf(const std::string& location) {
   if (location.find('\0') != std::string::npos) {
     throw StoreFailure(StoreError::InvalidArgument, "a NUL in the connection string");
   }
+  requireOneMeaning(location);
   char* fault = nullptr;
   const std::unique_ptr<PQconninfoOption, OptionsFree> options(
       PQconninfoParse(location.c_str(), &fault));
@@ -38,6 +64,7 @@ std::map<std::string, std::string> parametersOf(const std::string& location) {
   for (const PQconninfoOption* option = options.get(); option->keyword != nullptr; ++option) {
     if (option->val != nullptr) found[option->keyword] = option->val;
   }
+  if (const auto port = found.find("port"); port != found.end()) requirePorts(port->second);
   return found;
 }
 
@@ -87,9 +114,13 @@ std::unique_ptr<Connection> PostgresPool::take() {
       return connection;
     }
   }
-  auto connection = std::make_unique<PostgresConnection>(location_, lockTimeoutMs_);
+  std::unique_ptr<Connection> connection = look();
   migrate(*connection, schemaSteps());
   return connection;
+}
+
+std::unique_ptr<Connection> PostgresPool::look() {
+  return std::make_unique<PostgresConnection>(location_, lockTimeoutMs_);
 }
 
 void PostgresPool::giveBack(std::unique_ptr<Connection> connection) {

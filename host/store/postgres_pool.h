@@ -17,6 +17,7 @@ class PostgresPool final : public ConnectionPool {
   PostgresPool(const std::string& location, int lockTimeoutMs);
 
   std::unique_ptr<Connection> take() override;
+  std::unique_ptr<Connection> look() override;
   void giveBack(std::unique_ptr<Connection> connection) override;
   void dropIdle() override;
   bool hasOneWriter() const override { return false; }

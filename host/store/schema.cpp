@@ -12,8 +12,7 @@ constexpr char kReadVersion[] = "SELECT version FROM kavi_schema";
 constexpr char kWriteVersion[] = "UPDATE kavi_schema SET version = $1";
 constexpr char kVersionTable[] = "kavi_schema";
 
-// The version of the tables; 0 when there are none at all.
-std::int64_t versionOf(Connection& connection) {
+std::int64_t readVersion(Connection& connection) {
   if (connection.countTables(kVersionTable) == 0) {
     if (connection.countTables() == 0) return 0;
     throw StoreFailure(StoreError::Damaged, "it is the database of another program");
@@ -23,16 +22,6 @@ std::int64_t versionOf(Connection& connection) {
   const std::int64_t version = query.number(0);
   if (version < 1) throw StoreFailure(StoreError::Damaged, "its version is no version");
   return version;
-}
-
-bool isCurrent(std::int64_t version, std::size_t known) {
-  const auto newest = static_cast<std::int64_t>(known);
-  if (version > newest) {
-    throw StoreFailure(StoreError::TooNew, "it has version " + std::to_string(version) +
-                                               ", this program knows versions up to " +
-                                               std::to_string(newest));
-  }
-  return version == newest;
 }
 
 }  // namespace
@@ -91,19 +80,31 @@ std::span<const SchemaStep> schemaSteps() {
   return kSteps;
 }
 
+std::int64_t versionOf(Connection& connection, std::span<const SchemaStep> steps) {
+  const std::int64_t version = readVersion(connection);
+  const auto newest = static_cast<std::int64_t>(steps.size());
+  if (version > newest) {
+    throw StoreFailure(StoreError::TooNew, "it has version " + std::to_string(version) +
+                                               ", this program knows versions up to " +
+                                               std::to_string(newest));
+  }
+  return version;
+}
+
 void migrate(Connection& connection, std::span<const SchemaStep> steps) {
+  const auto newest = static_cast<std::int64_t>(steps.size());
   // Without the lock, tables may appear between two looks; a version is looked at once.
   const bool present = connection.countTables(kVersionTable) != 0;
-  if (present && isCurrent(versionOf(connection), steps.size())) return;
+  if (present && versionOf(connection, steps) == newest) return;
   Transaction transaction(connection, TransactionMode::Write);
   connection.lockTables();
   // Whoever held the lock before may have done it.
-  const std::int64_t from = versionOf(connection);
-  if (isCurrent(from, steps.size())) return;
+  const std::int64_t from = versionOf(connection, steps);
+  if (from == newest) return;
   for (const SchemaStep& step : steps.subspan(static_cast<std::size_t>(from))) {
     for (const std::string_view text : step) connection.execute(connection.inDialect(text));
   }
-  Query(connection, kWriteVersion).bind(static_cast<std::int64_t>(steps.size())).run();
+  Query(connection, kWriteVersion).bind(newest).run();
   transaction.commit();
 }
 

@@ -15,6 +15,11 @@ namespace host::store {
 using SchemaStep = std::vector<std::string_view>;
 std::span<const SchemaStep> schemaSteps();
 
+/// The version of the tables behind \p connection; 0 when there are none at all.
+/// \throw StoreFailure TooNew when it is beyond the last of \p steps, Damaged when the tables are
+///   another program's
+std::int64_t versionOf(Connection& connection, std::span<const SchemaStep> steps);
+
 /// Brings the store behind \p connection to the version of the last step, in one transaction.
 /// \throw StoreFailure TooNew when it is further already, Damaged when it holds something else
 void migrate(Connection& connection, std::span<const SchemaStep> steps);

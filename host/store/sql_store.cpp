@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "host/store/connection.h"
+#include "host/store/schema.h"
 #include "host/store/store_failure.h"
 
 namespace host::store {
@@ -33,7 +34,7 @@ SqlStore::SqlStore(std::unique_ptr<ConnectionPool> pool) : pool_(std::move(pool)
 SqlStore::~SqlStore() = default;
 
 void SqlStore::runOn(Connection& connection, Access access, const Work& work) {
-  if (access == Access::Single) {
+  if (access == Access::Single || access == Access::Look) {
     work(connection);
     return;
   }
@@ -51,13 +52,14 @@ StoreStatus SqlStore::run(const char* doing, Access access, const Work& work) {
     std::unique_ptr<Connection> connection;
     std::string detail;
     try {
-      connection = pool_->take();
-      runOn(*connection, access, work);
+      connection = access == Access::Look ? pool_->look() : pool_->take();
+      if (connection != nullptr) runOn(*connection, access, work);
     } catch (const StoreFailure& failure) {
       status.error = failure.error();
       detail = failure.what();
     }
-    if (connection != nullptr && (status.ok() || staysUsable(status.error))) {
+    const bool usable = status.ok() || staysUsable(status.error);
+    if (connection != nullptr && access != Access::Look && usable) {
       pool_->giveBack(std::move(connection));
     }
     if (status.error == StoreError::Unavailable) pool_->dropIdle();
@@ -73,5 +75,16 @@ StoreStatus SqlStore::run(const char* doing, Access access, const Work& work) {
 StoreStatus SqlStore::prepare() {
   return run("opening the store", Access::Single, [](Connection&) {});
 }
+
+StoreStatus SqlStore::readForm(StoreForm& form) {
+  StoreForm found{0, static_cast<std::int64_t>(schemaSteps().size())};
+  StoreStatus status = run("looking at the store", Access::Look, [&](Connection& connection) {
+    found.version = versionOf(connection, schemaSteps());
+  });
+  if (status.ok()) form = found;
+  return status;
+}
+
+const std::string& SqlStore::location() const { return pool_->location(); }
 
 }  // namespace host::store

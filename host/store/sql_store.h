@@ -22,6 +22,8 @@ class KAVI_API SqlStore : public Database {
   ~SqlStore() override;
 
   StoreStatus prepare() override;
+  StoreStatus readForm(StoreForm& form) override;
+  const std::string& location() const override;
 
   StoreStatus addEntry(const IndexEntry& entry, const Finishes* finishes,
                        std::int64_t& row) override;
@@ -66,6 +68,7 @@ class KAVI_API SqlStore : public Database {
     Single,    ///< one statement that reads
     Snapshot,  ///< several that read the same state
     Write,     ///< a transaction, committed behind the work
+    Look,      ///< one statement that reads, on a store of whatever form; none without a store
   };
   using Work = std::function<void(Connection&)>;
 

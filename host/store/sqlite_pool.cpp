@@ -55,9 +55,28 @@ std::string asFileName(const std::string& path) {
   return path.empty() || path.front() == '/' ? path : "./" + path;
 }
 
+// The folder and the name in it.
 std::pair<std::string, std::string> split(const std::string& path) {
   const std::size_t slash = path.rfind('/');
-  return {path.substr(0, slash + 1), path.substr(slash + 1)};
+  std::string name = path.substr(slash + 1);
+  if (name.empty() || name == "." || name == ".." || path.find('\0') != std::string::npos) {
+    throw StoreFailure(StoreError::InvalidArgument, "its path names no file");
+  }
+  return {path.substr(0, slash + 1), std::move(name)};
+}
+
+// Refuses a link that somebody else has put there: it leads where that person wants.
+void requireOwnLink(const core::Folder& folder, const std::string& name) {
+  struct stat link {};
+  struct stat target {};
+  if (::fstatat(folder.descriptor(), name.c_str(), &link, AT_SYMLINK_NOFOLLOW) != 0 ||
+      !S_ISLNK(link.st_mode) || link.st_uid == 0 || link.st_uid == ::geteuid()) {
+    return;
+  }
+  if (::fstatat(folder.descriptor(), name.c_str(), &target, 0) != 0 ||
+      target.st_uid != link.st_uid) {
+    throw StoreFailure(StoreError::Permission, "its path is a link that another user has made");
+  }
 }
 
 }  // namespace
@@ -91,13 +110,26 @@ SqlitePool::Identity SqlitePool::identity() const {
   return {status.st_dev, status.st_ino};
 }
 
+std::unique_ptr<Connection> SqlitePool::look() {
+  const auto [folderPath, name] = split(path_);
+  core::Folder folder(ops_);
+  const core::FileError opened = folder.open(folderPath, false);
+  if (opened == core::FileError::MissingFolder) return nullptr;
+  require(opened);
+  requireOwnLink(folder, name);
+  struct stat status {};
+  const bool there = ::fstatat(folder.descriptor(), name.c_str(), &status, 0) == 0;
+  if (!there && errno != ENOENT) require(core::fileErrorOf(errno));
+  if (!there || status.st_size == 0) return nullptr;
+  requireAccess(folder, name);
+  return std::make_unique<SqliteConnection>(path_, busyTimeoutMs_);
+}
+
 std::unique_ptr<Connection> SqlitePool::open() {
   const auto [folderPath, name] = split(path_);
-  if (name.empty() || name == "." || name == ".." || path_.find('\0') != std::string::npos) {
-    throw StoreFailure(StoreError::InvalidArgument, "its path names no file");
-  }
   core::Folder folder(ops_);
   require(folder.open(folderPath, true));
+  requireOwnLink(folder, name);
   // One at a time, in this process and in others: two that switch to the write-ahead log, or make
   // the tables, at once would get in each other's way instead of waiting. The descriptor's end
   // gives the lock back.

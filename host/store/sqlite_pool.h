@@ -19,6 +19,7 @@ class SqlitePool final : public ConnectionPool {
 
   /// The file is made (mode 0600, in a folder of mode 0700) when it is missing.
   std::unique_ptr<Connection> take() override;
+  std::unique_ptr<Connection> look() override;
   void giveBack(std::unique_ptr<Connection> connection) override;
   void dropIdle() override;
   bool hasOneWriter() const override { return true; }

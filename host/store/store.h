@@ -1,6 +1,7 @@
 // The store: what has to outlive the process, besides the messages themselves.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -21,8 +22,22 @@ class KAVI_API Store : public MessageIndex, public EffectLedger {
   virtual StoreStatus prepare() = 0;
 };
 
+/// Which form the tables of a database have.
+struct StoreForm {
+  std::int64_t version = 0;  ///< 0: there is no store
+  std::int64_t newest = 0;   ///< what this program knows
+};
+
 /// All that one database keeps.
-class KAVI_API Database : public Store, public PolicyStore {};
+class KAVI_API Database : public Store, public PolicyStore {
+ public:
+  /// Looks at the database without making it or bringing it to another form.
+  /// \return TooNew, Damaged when it is another program's
+  virtual StoreStatus readForm(StoreForm& form) = 0;
+
+  /// What to call the database in messages; without secrets.
+  virtual const std::string& location() const = 0;
+};
 
 /// The database that \p location names: "sqlite:PATH" or "postgresql://...".
 /// \return null, with \p status saying why, when it names none. The database itself is not

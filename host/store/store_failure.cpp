@@ -6,6 +6,27 @@ namespace host::store {
 
 namespace {
 
+bool isServer(const std::string& location) { return location.starts_with("postgresql:"); }
+
+const char* remedyOnServer(StoreError error) {
+  switch (error) {
+    case StoreError::Unavailable:
+      return "check that the server runs, that it can be reached, and that it has the database";
+    case StoreError::Full:
+      return "make room on the disk of the server";
+    case StoreError::ReadOnly:
+      return "name the server that takes changes, not a copy of it";
+    case StoreError::Permission:
+      return "check the user's name and password and what the user may do in the database";
+    case StoreError::Damaged:
+      return "name a database of its own, or restore the store from a backup";
+    case StoreError::InputOutput:
+      return "check the disk and the log of the server";
+    default:
+      return nullptr;
+  }
+}
+
 const char* remedyFor(StoreError error) {
   switch (error) {
     case StoreError::Unavailable:
@@ -35,7 +56,9 @@ std::string failureText(const std::string& doing, const std::string& location, S
                         const std::string& detail) {
   std::string text = doing + ", store " + core::printable(location) + ": " + storeErrorText(error);
   if (!detail.empty()) text += " (" + core::printable(detail) + ")";
-  if (const char* remedy = remedyFor(error)) text += std::string("; ") + remedy;
+  const char* remedy = isServer(location) ? remedyOnServer(error) : nullptr;
+  if (remedy == nullptr) remedy = remedyFor(error);
+  if (remedy != nullptr) text += std::string("; ") + remedy;
   return text;
 }
 

@@ -1,0 +1,94 @@
+#include "gateway/cli/store_setup.h"
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "gateway/cli/startup.h"
+#include "host/core/ini_settings.h"
+#include "host/core/text_escape.h"
+#include "host/store/configured_store.h"
+
+namespace gateway::cli {
+namespace {
+
+using host::core::printable;
+using host::store::Database;
+using host::store::StoreForm;
+using host::store::StoreStatus;
+
+constexpr std::size_t kMaxNameBytes = 64;
+constexpr char kSqlitePrefix[] = "sqlite:";
+
+/// The location that the settings give; empty, after a complaint, when they give none that can be
+/// used. Every program that reads them stands in another folder.
+std::string configuredLocation(Kavi::GlobalSetting& settings) {
+  std::string location;
+  if (settings.getString("location", location, "store", 0) != 0 || location.empty()) {
+    complain(
+        "no store is named (write --store sqlite:PATH or --store postgresql://USER@HOST/DATABASE, "
+        "or location in section store of the settings file of --config)");
+    return {};
+  }
+  if (location.starts_with(kSqlitePrefix) &&
+      !location.starts_with(kSqlitePrefix + std::string("/"))) {
+    complain(
+        "settings: [store] location: the path is not absolute (write one that begins with "
+        "\"/\")");
+    return {};
+  }
+  return location;
+}
+
+}  // namespace
+
+std::string actorName() {
+  const passwd* user = ::getpwuid(::geteuid());
+  std::string name = user != nullptr ? user->pw_name : "user " + std::to_string(::geteuid());
+  const char* before = std::getenv("SUDO_USER");
+  if (before != nullptr && *before != '\0' && name != before) {
+    name += " (sudo: " + std::string(before).substr(0, kMaxNameBytes) + ")";
+  }
+  return printable(name);
+}
+
+std::shared_ptr<Database> findStore(const std::string& location, Kavi::GlobalSetting& settings) {
+  const std::string wanted = location.empty() ? configuredLocation(settings) : location;
+  if (wanted.empty()) return nullptr;
+  StoreStatus status;
+  std::shared_ptr<Database> store = host::store::makeStore(wanted, status);
+  if (store == nullptr) complain(status.text);
+  return store;
+}
+
+std::shared_ptr<Database> openStore(const std::string& location, Kavi::GlobalSetting& settings) {
+  std::shared_ptr<Database> store = findStore(location, settings);
+  if (store == nullptr) return nullptr;
+  const std::string called = "store " + printable(store->location()) + ": ";
+  StoreForm form;
+  if (const StoreStatus status = store->readForm(form); !status.ok()) {
+    complain(status.text);
+    return nullptr;
+  }
+  if (form.version == 0) {
+    complain(called + "there is none (kavi store init makes it)");
+    return nullptr;
+  }
+  if (form.version < form.newest) {
+    complain(called + "it has version " + std::to_string(form.version) + ", this program needs " +
+             std::to_string(form.newest) +
+             " (kavi store migrate brings it there; older programs cannot use it any more then)");
+    return nullptr;
+  }
+  host::store::configureStore(store, actorName());
+  return store;
+}
+
+std::shared_ptr<Database> openStore(const StoreOptions& options) {
+  host::core::IniSettings settings;
+  if (!loadSettings(options.config, settings)) return nullptr;
+  return openStore(options.location, settings);
+}
+
+}  // namespace gateway::cli
