@@ -49,13 +49,14 @@ def end_process(process, patience=PATIENCE):
 
 
 class Sink:
-    """A mail server that takes everything."""
+    """A mail server that takes everything, unless the script says otherwise."""
 
-    def __init__(self, folder, script=None):
+    def __init__(self, folder, script=None, port=0):
         self.folder = folder
         script = {"offers": ["8BITMIME"], **(script or {})}
         self.process = subprocess.Popen(
-            [sys.executable, "-B", str(SINK), "--out", str(folder), "--script", json.dumps(script)],
+            [sys.executable, "-B", str(SINK), "--out", str(folder), "--script", json.dumps(script),
+             "--port", str(port)],
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, start_new_session=True)
         self.port = int(self.process.stdout.readline().split()[1])
 
@@ -89,12 +90,14 @@ class Sink:
 
 
 class Milter:
-    """kavi-milter, ready once the object is there. Without `program` it is KAVI_MILTER."""
+    """kavi-milter, ready once the object is there. Without `program` it is KAVI_MILTER. `settings`
+    and `delivery` are lines of the sections milter and delivery, `sections` are whole ones, and
+    `level` is that of the log."""
 
-    def __init__(self, folder, policy, settings="", delivery="", program=None):
+    def __init__(self, folder, policy, settings="", delivery="", program=None, sections="", level=2):
         self.program = program or os.environ["KAVI_MILTER"]
         self.folder = folder
-        self.settings = (settings, delivery)
+        self.settings = (settings, delivery, sections, level)
         self.log_begin = 0
         self.policy = folder / "policy.yaml"
         self.policy.write_text(policy)
@@ -112,7 +115,7 @@ class Milter:
             f"queue_archive = {folder}/archive\n"
             f"[delivery]\nstate_folder = {self.state}\n{delivery}\n"
             f"[milter]\npolicy = {self.policy}\nsocket = unix:{self.socket}\nuser = root\n"
-            f"{settings}\n[log]\nLevel = 2\n")
+            f"{settings}\n[log]\nLevel = {level}\n{sections}\n")
         self.log_path = folder / "milter.log"
         self.start()
 

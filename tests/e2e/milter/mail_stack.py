@@ -85,18 +85,20 @@ class MailTest(unittest.TestCase):
     def setUp(self):
         self.seen = len(self.sink.messages())
 
-    def milter(self, policy, settings="", delivery=""):
+    def milter(self, policy, settings="", delivery="", sections="", level=2):
         """A milter with these settings, and a log of this test's own. One that runs with the same
-        settings gets the policy only: to stop one takes libmilter up to five seconds."""
+        settings gets the policy only, and one with others is killed: to stop one takes libmilter
+        up to five seconds."""
         cls = type(self)
         running = cls.__dict__.get("running")
-        if running is not None and running.settings == (settings, delivery):
+        if running is not None and running.settings == (settings, delivery, sections, level):
             running.forget_log()
             self.assertIn("is in force", running.reload(policy))
             return running
         if running is not None:
-            running.stop()
-        cls.running = Milter(self.base, policy, settings, delivery)
+            running.kill()
+        cls.running = Milter(self.base, policy, settings, delivery, sections=sections,
+                             level=level)
         cls.running.forget_log()
         cls.addClassCleanup(cls.running.stop)
         return cls.running

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """A mail server that takes everything, or misbehaves as it is told.
 
-It listens on a free port of 127.0.0.1, writes "port N" on its standard output and serves until its
-standard input ends. What it saw goes into the folder of --out: "log.jsonl", one line for each
-event, and "1.eml", "2.eml", ... , the accepted messages as they were on the wire with the SMTP
-dots undone.
+It listens on a free port of 127.0.0.1, or on that of --port, writes "port N" on its standard output
+and serves until its standard input ends. What it saw goes into the folder of --out: "log.jsonl", one
+line for each event, and "1.eml", "2.eml", ... , the accepted messages as they were on the wire with
+the SMTP dots undone.
 
 The script is JSON:
   {"offers": ["8BITMIME", "DSN"],          what EHLO offers; "STARTTLS" and "AUTH ..." work
@@ -14,7 +14,8 @@ The script is JSON:
 STAGE is connect, ehlo, starttls, auth, mail, rcpt1, rcpt2, ..., data, body (once the first bytes of
 the message came), end (after the final dot), noop, rset or quit; ACTION is {"reply": "450 busy"} or
 {"do": "hangup" | "reset" | "stall"}; "after": N lets it pass N times first, "times": M does it M
-times only. A reply of several lines has them parted by LF.
+times only. At end, "keep": true takes the message all the same. A reply of several lines has them
+parted by LF.
 """
 
 import argparse
@@ -119,11 +120,13 @@ class Session:
         except (OSError, ssl.SSLError) as fault:
             raise Gone from fault
 
-    def scripted(self, stage):
+    def scripted(self, stage, message=b""):
         """Does what the script says for `stage`; answers whether it said something."""
         action = self.script.action(stage)
         if action is None:
             return False
+        if action.get("keep"):
+            self.recorder.message(self.number, message)
         if "reply" in action:
             self.reply(action["reply"])
             return True
@@ -234,7 +237,7 @@ class Session:
         data = bytes(data[2 : end + 2])
         lines = data.split(b"\r\n")
         unstuffed = b"\r\n".join(line[1:] if line.startswith(b".") else line for line in lines)
-        if not self.scripted("end"):
+        if not self.scripted("end", unstuffed):
             self.recorder.message(self.number, unstuffed)
             self.reply("250 2.0.0 taken")
 
@@ -262,11 +265,12 @@ def main():
     arguments = argparse.ArgumentParser(description=__doc__)
     arguments.add_argument("--out", required=True)
     arguments.add_argument("--script", default="{}")
+    arguments.add_argument("--port", type=int, default=0)
     options = arguments.parse_args()
     os.makedirs(options.out, exist_ok=True)
     recorder = Recorder(options.out)
     script = Script(json.loads(options.script))
-    listener = socket.create_server(("127.0.0.1", 0), backlog=64)
+    listener = socket.create_server(("127.0.0.1", options.port), backlog=64)
     # So that a stalled connection does not take in a large message all the same.
     listener.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1 << 16)
     print(f"port {listener.getsockname()[1]}", flush=True)
