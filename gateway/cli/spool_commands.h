@@ -6,6 +6,11 @@
 
 namespace gateway::cli {
 
+/// What --state is, for every command that has it.
+inline constexpr char kStateHelp[] =
+    "The folder of the spool; else state_folder in section delivery of the settings, or "
+    "/var/lib/kavi";
+
 /// What the spool commands have in common.
 struct SpoolOptions {
   std::string config;  ///< settings file; empty for none

@@ -104,6 +104,16 @@ class UsageTest(KaviTest):
             self.assertEqual(done.returncode, 0)
         self.assertIn(b"Examples:", kavi("--help").stdout)
 
+    def test_each_help_has_examples_of_its_own_only(self):
+        for command in ("run", "expand", "notify", "policy check", "setting encode", "spool list"):
+            text = kavi(*command.split(), "--help").stdout.decode()
+            examples = [line for line in text.splitlines() if line.startswith("  kavi ")]
+            self.assertGreater(len(examples), 0, command)
+            first = command.split()[0]
+            for line in examples:
+                self.assertTrue(line.startswith(f"  kavi {first} "), f"{command}: {line}")
+        self.assertNotIn(b"Examples:", kavi("actions", "--help").stdout)
+
     def test_usage_errors_end_with_2(self):
         policy, message = self.policy(), self.put("m.eml", MESSAGE)
         for arguments in ([], ["fly"], ["run"], ["run", message], ["run", "--policy", policy],
