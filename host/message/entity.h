@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "host/message/ascii.h"
+#include "host/message/entity_state.h"
 #include "library/platform/api.h"
 #include "library/platform/ov_msg_entity.h"
 
@@ -16,6 +17,7 @@ class OvMsgSink;
 
 namespace host::message {
 
+class Checkpoint;
 class HeaderBlock;
 class HeaderField;
 class Message;
@@ -24,7 +26,7 @@ class Message;
 /// delimiter line in front of it (of a root: the mbox "From " line), its header fields, the blank
 /// line, its body (of a multipart: the preamble, then the children), and the tail of a multipart
 /// (closing delimiter and epilogue). Each is a slice of a buffer that the message keeps.
-class KAVI_API Entity final : public OvMsgEntity {
+class KAVI_API Entity final : public OvMsgEntity, private EntityState {
  public:
   OvMsgEntityKind kind() const override { return kind_; }
   Entity* nextEntity() override;
@@ -94,6 +96,7 @@ class KAVI_API Entity final : public OvMsgEntity {
   Entity& operator=(const Entity&) = delete;
 
  private:
+  friend class Checkpoint;
   friend class HeaderBlock;
   friend class HeaderField;
   friend class Message;
@@ -110,25 +113,7 @@ class KAVI_API Entity final : public OvMsgEntity {
   std::string describe() const;
 
   Message* message_;
-  Entity* parent_ = nullptr;
-  Entity* previousSibling_ = nullptr;
-  Entity* nextSibling_ = nullptr;
-  Entity* firstChild_ = nullptr;
-  Entity* lastChild_ = nullptr;
-  std::string_view lead_;
-  std::string_view fields_;  ///< as received; the header block holds what became of them
-  std::string_view body_;
-  std::string_view tail_;
   mutable std::unique_ptr<HeaderBlock> block_;  ///< made when the header is first looked at
-  std::uint32_t blankLineLength_ = 0;           ///< received bytes right behind fields_
-  std::uint32_t ordinal_ = 1;
-  std::uint32_t lastOrdinal_ = 0;  ///< ordinal of the child that came last
-  OvMsgEntityKind kind_ = OvMsgEntityKind::Leaf;
-  bool defaultIsMessage_ : 1 = false;  ///< a part of multipart/digest
-  bool detached_ : 1 = false;
-  bool touched_ : 1 = false;         ///< it or something inside may have changed
-  bool contentChanged_ : 1 = false;  ///< other than its fields
-  bool needsBlankLine_ : 1 = false;  ///< it got a body that its header must be divided from
 };
 
 }  // namespace host::message

@@ -21,6 +21,13 @@ class EntityArena {
   /// with the logarithm of the number of entities.
   bool owns(const void* address) const;
   std::size_t size() const { return size_; }
+  /// Calls \p function with every entity, in the order in which they were made.
+  template <class Function>
+  void forEach(Function function) {
+    for (const Chunk& chunk : chunks_) {
+      for (std::size_t i = 0; i < chunk.used; ++i) function(chunk.first[i]);
+    }
+  }
 
  private:
   struct Chunk {

@@ -24,6 +24,13 @@ HeaderBlock::HeaderBlock(Entity& owner, std::string_view received, std::size_t m
 
 HeaderBlock::~HeaderBlock() = default;
 
+HeaderBlock::Fields HeaderBlock::copyOfFields() const {
+  Fields copy;
+  copy.reserve(fields_.size());
+  for (const auto& field : fields_) copy.push_back(field->clone());
+  return copy;
+}
+
 std::size_t HeaderBlock::indexOf(std::string_view name, std::size_t from) const {
   for (std::size_t i = from; i < fields_.size(); ++i) {
     if (fields_[i]->hasName(name)) return i;

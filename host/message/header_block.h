@@ -36,6 +36,8 @@ class HeaderBlock {
   std::unique_ptr<HeaderField> take(std::size_t index);
   using Fields = std::vector<std::unique_ptr<HeaderField>>;
   Fields& fields() { return fields_; }
+  /// Fields that say and render the same.
+  Fields copyOfFields() const;
   /// Makes room for \p count more fields, so that inserting them cannot fail.
   void makeRoomFor(std::size_t count) { makeRoom(fields_, count); }
   template <class Condition>

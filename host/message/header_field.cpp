@@ -59,6 +59,13 @@ HeaderField::HeaderField(Entity& owner, std::string text)
 
 HeaderField::~HeaderField() = default;
 
+std::unique_ptr<HeaderField> HeaderField::clone() const {
+  auto copy =
+      std::make_unique<HeaderField>(*owner_, RawField{received_, nameLength_, valueOffset_});
+  if (present_ != nullptr) copy->present_ = std::make_unique<std::string>(*present_);
+  return copy;
+}
+
 void HeaderField::take(const RawField& field) {
   nameLength_ = field.nameLength;
   valueOffset_ = field.valueOffset;

@@ -46,6 +46,8 @@ class KAVI_API HeaderField final : public OvMsgHeader {
 
   /// Becomes what \p other is, and leaves that one without a text. Cannot fail.
   void takeText(HeaderField& other);
+  /// Another field of the same owner that says and renders the same.
+  std::unique_ptr<HeaderField> clone() const;
   void setOwner(Entity& owner) { owner_ = &owner; }
 
   /// A received field. \param field  a slice of a buffer that the message keeps.

@@ -18,6 +18,7 @@
 
 namespace host::message {
 
+class Checkpoint;
 class EntityArena;
 
 /// One message, received or composed. Its tree's leaves are slices of shared buffers; until the
@@ -65,7 +66,7 @@ class KAVI_API Message final : public OvMsgMailMessage {
 
   /// Whether rendering now differs from the received bytes; always true for a composed message.
   bool changed() const;
-  /// Every edit so far, in order; only ever grows.
+  /// Every edit so far, in order, those included that were taken back; only ever grows.
   std::span<const Change> changes() const { return changes_; }
   /// What is wrong with the received bytes, in order of discovery; at most a thousand entries.
   std::span<const Defect> defects() const { return defects_; }
@@ -83,6 +84,7 @@ class KAVI_API Message final : public OvMsgMailMessage {
   LastAnswers& lastAnswers() { return lastAnswers_; }
 
  private:
+  friend class Checkpoint;
   friend class Entity;
   friend class HeaderField;
   friend class SessionInfo;
