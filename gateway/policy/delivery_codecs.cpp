@@ -36,21 +36,6 @@ std::string_view trimmed(std::string_view text) {
 
 // --- Recipients ---
 
-/// The addresses of "a; b;", without blanks around them and without brackets.
-std::vector<std::string_view> splitAddresses(std::string_view text) {
-  std::vector<std::string_view> addresses;
-  while (!text.empty()) {
-    const std::size_t end = std::min(text.find(';'), text.size());
-    std::string_view address = trimmed(text.substr(0, end));
-    if (address.size() > 2 && address.front() == '<' && address.back() == '>') {
-      address = address.substr(1, address.size() - 2);
-    }
-    if (!address.empty()) addresses.push_back(address);
-    text.remove_prefix(std::min(end + 1, text.size()));
-  }
-  return addresses;
-}
-
 /// Adds the addresses of one text to \p recipients.
 bool addAddresses(const Node& value, std::string& recipients, const FaultSink& fault) {
   const std::vector<std::string_view> addresses = splitAddresses(value.text);
@@ -85,6 +70,20 @@ std::string lowered(std::string_view text) {
 }
 
 }  // namespace
+
+std::vector<std::string_view> splitAddresses(std::string_view text) {
+  std::vector<std::string_view> addresses;
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find(';'), text.size());
+    std::string_view address = trimmed(text.substr(0, end));
+    if (address.size() > 2 && address.front() == '<' && address.back() == '>') {
+      address = address.substr(1, address.size() - 2);
+    }
+    if (!address.empty()) addresses.push_back(address);
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return addresses;
+}
 
 bool checkAddress(std::string_view address, int line, const FaultSink& fault) {
   switch (host::delivery::checkMailbox(address)) {

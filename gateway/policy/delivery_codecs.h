@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "gateway/policy/condition.h"
 #include "gateway/policy/node.h"
@@ -28,6 +29,9 @@ bool encodeReaddress(const Node& value, std::string& setting, const FaultSink& f
 bool encodeBcc(const Node& value, std::string& setting, const FaultSink& fault);
 bool decodeRecipients(const std::string& setting, std::string& value);
 std::string doubtRecipients(const std::string& setting);
+
+/// The addresses of "a; b;", without blanks around them and without brackets.
+std::vector<std::string_view> splitAddresses(std::string_view text);
 
 /// Whether \p address can be mailed to; if not, \p fault is told why.
 bool checkAddress(std::string_view address, int line, const FaultSink& fault);

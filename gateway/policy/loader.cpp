@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -95,6 +96,20 @@ class Loader {
       fail(item.line, "name " + inQuotes(row.name) + " is taken by line " +
                           std::to_string(first->second) + " (choose another)");
     }
+    if (const Node* setting = item.find(kSettingKey)) {
+      refuseUnknownKeys(item, {"name", kSettingKey}, "an entry with a settings string");
+      readSetting(*setting, row.setting);
+      // The store keeps what no record accepts, too; only a rule cannot use it.
+      if (kind.build(row.setting) == nullptr) unusable_.insert(row.id);
+    } else {
+      encodeObject(kind, item, named, row);
+    }
+    objects_[kind.type].emplace(row.name, row.id);
+    policy_.rows.objects.push_back(std::move(row));
+    policy_.lines.objects.push_back(item.line);
+  }
+
+  void encodeObject(const ObjectKind& kind, const Node& item, bool named, NamedObjectRow& row) {
     refuseUnknownKeys(item, {kind.keys.begin(), kind.keys.end()}, "an entry");
     const bool encoded =
         kind.encode({item, row.name, folder_}, row.setting,
@@ -103,13 +118,17 @@ class Loader {
     if (named && encoded && kind.build(row.setting) == nullptr) {
       fail(item.line, "the record does not accept its own settings string");
     }
-    objects_[kind.type].emplace(row.name, row.id);
-    policy_.rows.objects.push_back(std::move(row));
-    policy_.lines.objects.push_back(item.line);
+  }
+
+  void readSetting(const Node& value, std::string& setting) {
+    setting = value.text;
+    if (!isValue(value)) fail(value.line, "'setting' must be a settings string (put it in quotes)");
   }
 
   bool readName(const Node& value, std::string& name) {
     name = value.text;
+    // Who writes bytes means them: the store takes any name.
+    if (value.kind == Node::Kind::Binary) return true;
     if (value.kind == Node::Kind::Scalar && !name.empty() && name.size() <= kMaxNameLength &&
         isPrintableText(name)) {
       return true;
@@ -214,8 +233,36 @@ class Loader {
     }
   }
 
+  /// "{type: postpone, setting: '...'}": a settings string as it is.
+  void readStoredAction(const Node& item, ActionRow& action) {
+    refuseUnknownKeys(item, {"type", kSettingKey}, "an action with a settings string");
+    const Node* type = item.find("type");
+    int code = 0;
+    const ActionSpec* spec = nullptr;
+    if (type != nullptr) {
+      spec = parseNumber(*type, code) ? findAction(code) : findAction(type->text);
+    }
+    if (spec == nullptr) {
+      fail(item.line, "an action with a settings string needs its type, a name or a code " +
+                          remedyFor(type != nullptr ? type->text : "", actionNames()));
+      return;
+    }
+    action.type = spec->type;
+    readSetting(*item.find(kSettingKey), action.setting);
+    const std::string called = "action '" + std::string(spec->name) + "' ";
+    if (spec->objectType != 0) {
+      fail(item.line, called + "is written with names (write: " + std::string(spec->example) + ")");
+    } else if (spec->build(action.setting) == nullptr) {
+      fail(item.line, called + "refuses its setting " + inQuotes(action.setting));
+    }
+  }
+
   /// "delete", "{postpone: '08:30'}".
   void readAction(const Node& item, RuleRow& row) {
+    if (item.kind == Node::Kind::Map && item.find(kSettingKey) != nullptr) {
+      readStoredAction(item, row.actions.emplace_back());
+      return;
+    }
     static const Node kNoValue;
     std::string_view name = item.text;
     const Node* value = &kNoValue;
@@ -284,7 +331,13 @@ class Loader {
     const ObjectKind& kind = *findObjectKind(spec.objectType);
     const std::map<std::string, unsigned int>& objects = objects_[kind.type];
     const auto object = objects.find(value.text);
-    if (value.kind == Node::Kind::Scalar && object != objects.end()) {
+    if (isValue(value) && object != objects.end()) {
+      if (unusable_.contains(object->second)) {
+        fail(value.line, called + "names the " + std::string(kind.word) + " " +
+                             inQuotes(value.text) +
+                             ", whose settings string its record refuses (correct it)");
+        return false;
+      }
       id.kind = Node::Kind::Scalar;
       id.line = value.line;
       id.text = std::to_string(object->second);
@@ -307,6 +360,7 @@ class Loader {
   const std::optional<std::string>& folder_;
   LoadedPolicy policy_;
   std::map<unsigned int, std::map<std::string, unsigned int>> objects_;  ///< type, name, id
+  std::unordered_set<unsigned int> unusable_;                            ///< ids
   std::string place_;
   unsigned int position_ = 0;
   std::unordered_map<unsigned int, int> ids_;

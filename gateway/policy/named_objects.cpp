@@ -44,6 +44,14 @@ bool encodeArea(const ObjectEntry& entry, std::string& setting, const FaultSink&
   return true;
 }
 
+template <class Record>
+bool decodeArea(const std::string& setting, EntryKeys& keys) {
+  Record record;
+  if (!constructFrom(record, setting)) return false;
+  keys.add("aging_days", std::to_string(record.agingDays));
+  return true;
+}
+
 constexpr std::string_view kAreaKeys[] = {"name", "aging_days"};
 
 const ObjectKind kKinds[] = {
@@ -54,6 +62,7 @@ const ObjectKind kKinds[] = {
      .required = "",
      .keys = kAreaKeys,
      .encode = encodeArea<uiQuarantineArea>,
+     .decode = decodeArea<uiQuarantineArea>,
      .make = make<uiQuarantineArea>},
     {.key = "archive_areas",
      .type = KaviNamedObj::ArchiveAreaType,
@@ -62,6 +71,7 @@ const ObjectKind kKinds[] = {
      .required = "",
      .keys = kAreaKeys,
      .encode = encodeArea<ArchiveArea>,
+     .decode = decodeArea<ArchiveArea>,
      .make = make<ArchiveArea>},
     {.key = "stamps",
      .type = KaviNamedObj::StampType,
@@ -70,6 +80,7 @@ const ObjectKind kKinds[] = {
      .required = ", text: \"Confidential.\"",
      .keys = kStampKeys,
      .encode = encodeStamp,
+     .decode = decodeStamp,
      .make = make<uiStampArea>,
      .doubt = doubtStamp},
     {.key = "notifications",
@@ -79,11 +90,41 @@ const ObjectKind kKinds[] = {
      .required = ", recipients: [admin@example.org], body: \"A rule matched.\"",
      .keys = kNotificationKeys,
      .encode = encodeNotification,
+     .decode = decodeNotification,
      .make = make<uiNotifyArea>,
      .doubt = doubtNotification},
 };
 
+/// Whether \p entry is what an administrator could write for \p setting.
+bool givesAgain(const ObjectKind& kind, const Node& entry, const std::string& name,
+                const std::string& setting) {
+  const std::optional<std::string> noFolder;
+  std::string again;
+  return kind.encode({entry, name, noFolder}, again, [](int, const std::string&) {}) &&
+         again == setting;
+}
+
 }  // namespace
+
+void EntryKeys::addList(std::string_view key, const std::vector<std::string_view>& values) {
+  Node& list = document_.add(Node::Kind::List, 0);
+  for (const std::string_view value : values) {
+    list.items.push_back(&document_.addValue(std::string(value)));
+  }
+  entry_.members.push_back({std::string(key), 0, &list});
+}
+
+const Node& entryOf(const ObjectKind& kind, const std::string& name, const std::string& setting,
+                    Document& document) {
+  Node& entry = document.add(Node::Kind::Map, 0);
+  document.addMember(entry, "name", name);
+  EntryKeys keys(document, entry);
+  if (!kind.decode(setting, keys) || !givesAgain(kind, entry, name, setting)) {
+    entry.members.resize(1);
+    document.addMember(entry, kSettingKey, setting);
+  }
+  return entry;
+}
 
 std::unique_ptr<KaviNamedObj> ObjectKind::build(const std::string& setting) const {
   std::unique_ptr<KaviNamedObj> record = make();

@@ -6,6 +6,8 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "gateway/policy/condition.h"
 #include "gateway/policy/node.h"
@@ -25,6 +27,21 @@ struct ObjectEntry {
   const std::optional<std::string>& folder;
 };
 
+/// Receives the keys of an entry behind its name, in their order.
+class EntryKeys {
+ public:
+  EntryKeys(Document& document, Node& entry) : document_(document), entry_(entry) {}
+
+  void add(std::string_view key, std::string value) {
+    document_.addMember(entry_, key, std::move(value));
+  }
+  void addList(std::string_view key, const std::vector<std::string_view>& values);
+
+ private:
+  Document& document_;
+  Node& entry_;
+};
+
 /// What the gateway knows about one kind of named object.
 struct ObjectKind {
   std::string_view key;  ///< the list of a policy that declares them
@@ -37,6 +54,10 @@ struct ObjectKind {
   /// Turns an entry into the settings string, through the record's class.
   /// \return false with every reason and remedy handed to \p fault.
   bool (*encode)(const ObjectEntry& entry, std::string& setting, const FaultSink& fault);
+  /// Hands the keys that say what \p setting does to \p keys; those with their usual value may be
+  /// left out. What cannot be said by keys is lost: entryOf finds that out.
+  /// \return false when the record refuses \p setting
+  bool (*decode)(const std::string& setting, EntryKeys& keys);
   /// A fresh record, not constructed yet.
   std::unique_ptr<KaviNamedObj> (*make)();
   /// What an administrator may not have meant by \p setting; empty when nothing. May be null.
@@ -45,6 +66,15 @@ struct ObjectKind {
   /// A record built from \p setting; null when its `construct` refuses that.
   std::unique_ptr<KaviNamedObj> build(const std::string& setting) const;
 };
+
+/// The key of an entry that holds a settings string as it is, instead of the kind's own keys.
+inline constexpr std::string_view kSettingKey = "setting";
+
+/// The entry of a policy for an object: a map of its name and the keys of its kind or, where they
+/// would not give \p setting again byte for byte, of its name and kSettingKey. Its nodes are
+/// \p document's.
+const Node& entryOf(const ObjectKind& kind, const std::string& name, const std::string& setting,
+                    Document& document);
 
 std::span<const ObjectKind> allObjectKinds();
 

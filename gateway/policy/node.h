@@ -11,12 +11,18 @@ namespace gateway::policy {
 /// One value of a document. Nodes belong to their Document; an alias shares the node that it
 /// names, so a node may be reached on more than one way.
 struct Node {
-  enum class Kind { Null, Scalar, List, Map };
+  enum class Kind {
+    Null,
+    Scalar,
+    Binary,  ///< bytes that need be no text; only names and settings strings may be that
+    List,
+    Map,
+  };
   struct Member;
 
   Kind kind = Kind::Null;
   int line = 0;      ///< counted from 1; 0 when the text has no lines of its own
-  std::string text;  ///< of a scalar, UTF-8
+  std::string text;  ///< of a scalar, UTF-8; of a binary one, any bytes
   std::vector<const Node*> items;
   std::vector<Member> members;
 
@@ -29,6 +35,11 @@ struct Node::Member {
   int line = 0;
   const Node* value = nullptr;
 };
+
+/// Whether \p node is one value, of text or of bytes.
+inline bool isValue(const Node& node) {
+  return node.kind == Node::Kind::Scalar || node.kind == Node::Kind::Binary;
+}
 
 inline const Node* Node::find(std::string_view key) const {
   for (const Member& member : members) {
@@ -49,6 +60,10 @@ class Document {
     node.line = line;
     return node;
   }
+  /// A value without a line, a text where it is UTF-8 and bytes where it is not.
+  Node& addValue(std::string value);
+  /// Puts one behind the members of \p map.
+  void addMember(Node& map, std::string_view key, std::string value);
   void setRoot(const Node* root) { root_ = root; }
 
  private:

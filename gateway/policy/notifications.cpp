@@ -145,6 +145,30 @@ bool encodeNotification(const ObjectEntry& entry, std::string& setting, const Fa
   return true;
 }
 
+bool decodeNotification(const std::string& setting, EntryKeys& keys) {
+  uiNotifyArea record;
+  if (!constructFrom(record, setting)) return false;
+  const auto addText = [&keys](std::string_view key, const std::string& text) {
+    if (!text.empty()) keys.add(key, text);
+  };
+  addText("sender", record.sender);
+  if (const auto addresses = splitAddresses(record.recipients); !addresses.empty()) {
+    keys.addList("recipients", addresses);
+  }
+  addText("subject", record.subject);
+  addText(kBody.key, record.body);
+  addText("trap", record.trapMessage);
+  if (record.sendTrap == record.trapMessage.empty()) {
+    keys.add("send_trap", record.sendTrap ? "yes" : "no");
+  }
+  if (record.type != 0) keys.add("type", std::to_string(record.type));
+  if (record.notifySender) keys.add("notify_sender", "yes");
+  if (record.notifyRecipients) keys.add("notify_recipients", "yes");
+  if (record.attachMessage)
+    keys.add("attach", record.attachModifiedMessage ? "current" : "received");
+  return true;
+}
+
 std::string doubtNotification(const std::string& setting) {
   uiNotifyArea record;
   if (!constructFrom(record, setting)) return {};

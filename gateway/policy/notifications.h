@@ -21,6 +21,7 @@ inline constexpr std::string_view kNotificationKeys[] = {
 
 // Codec of ObjectKind (gateway/policy/named_objects.h).
 bool encodeNotification(const ObjectEntry& entry, std::string& setting, const FaultSink& fault);
+bool decodeNotification(const std::string& setting, EntryKeys& keys);
 std::string doubtNotification(const std::string& setting);
 
 }  // namespace gateway::policy

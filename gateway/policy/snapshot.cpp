@@ -73,11 +73,13 @@ std::optional<Snapshot::Rule> compileRule(const RuleRow& row, std::size_t index,
 bool Snapshot::addObject(const NamedObjectRow& row, int line, Diagnostics& diagnostics) {
   const ObjectKind* kind = findObjectKind(row.type);
   if (kind == nullptr || row.id == 0 || kind->build(row.setting) == nullptr) {
-    diagnostics.error(line, "",
-                      "the object " + std::to_string(row.id) + " of type " +
-                          std::to_string(row.type) + " cannot be built from " +
-                          inQuotes(row.setting));
-    return false;
+    // A store takes whatever it is given. As long as no rule needs it, mail is none the worse.
+    diagnostics.warning(line, "",
+                        "the object " + std::to_string(row.id) + " of type " +
+                            std::to_string(row.type) + ", " + inQuotes(row.name) +
+                            ", cannot be built from " + inQuotes(row.setting) +
+                            " (correct it, or remove it; rules cannot use it)");
+    return true;
   }
   if (!objects_.emplace(row.id, Object{row.type, row.name, row.setting}).second) {
     diagnostics.error(line, "", "the object id " + std::to_string(row.id) + " stands twice");

@@ -43,6 +43,23 @@ std::string storedText(std::string_view text) {
   return stored;
 }
 
+/// What an administrator writes for a text of a record.
+std::string writtenText(std::string text) {
+  std::replace(text.begin(), text.end(), kStoredBreak, '\n');
+  // The last break of what is written is not part of the text.
+  if (text.ends_with('\n')) text += '\n';
+  return text;
+}
+
+/// The word for a number; the number itself when there is none.
+template <std::size_t Count>
+std::string wordFor(const Word (&words)[Count], unsigned int number) {
+  for (const Word& word : words) {
+    if (word.number == number) return std::string(word.text);
+  }
+  return std::to_string(number);
+}
+
 class EntryReader {
  public:
   EntryReader(const ObjectEntry& entry, const FaultSink& fault) : entry_(entry), fault_(fault) {}
@@ -122,6 +139,16 @@ bool encodeStamp(const ObjectEntry& entry, std::string& setting, const FaultSink
   uiStampArea stamp;
   if (!EntryReader(entry, fault).read(stamp)) return false;
   setting = stamp.serialize();
+  return true;
+}
+
+bool decodeStamp(const std::string& setting, EntryKeys& keys) {
+  uiStampArea stamp;
+  if (!constructFrom(stamp, setting)) return false;
+  keys.add(kText.key, writtenText(stamp.stampText));
+  keys.add("position", wordFor(kPositions, stamp.insertPosition));
+  keys.add("signed_and_tnef", wordFor(kSignedTnefModes, stamp.signedTnefMode));
+  if (!stamp.auxText.empty()) keys.add("note", writtenText(stamp.auxText));
   return true;
 }
 

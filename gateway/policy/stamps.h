@@ -19,6 +19,7 @@ inline constexpr std::string_view kStampKeys[] = {
 /// The text stands in the entry or in a file of its own; a line break at its very end is not part
 /// of it. The others become the record's fields.
 bool encodeStamp(const ObjectEntry& entry, std::string& setting, const FaultSink& fault);
+bool decodeStamp(const std::string& setting, EntryKeys& keys);
 std::string doubtStamp(const std::string& setting);
 
 }  // namespace gateway::policy

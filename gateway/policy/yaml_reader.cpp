@@ -1,6 +1,6 @@
 #include "gateway/policy/yaml_reader.h"
 
-#include <unicode/utf8.h>
+#include <yaml-cpp/binary.h>
 #include <yaml-cpp/eventhandler.h>
 #include <yaml-cpp/exceptions.h>
 #include <yaml-cpp/parser.h>
@@ -33,6 +33,8 @@ class ViewBuffer : public std::streambuf {
   }
 };
 
+constexpr std::string_view kBinaryTag = "tag:yaml.org,2002:binary";
+
 /// Builds nodes from events, counting what they cost.
 class TreeBuilder {
  public:
@@ -42,6 +44,11 @@ class TreeBuilder {
   const Node* scalar(int line, std::string text) {
     Node& node = create(Node::Kind::Scalar, line);
     node.text = std::move(text);
+    return place(node, line);
+  }
+  const Node* binary(int line, std::string bytes) {
+    Node& node = create(Node::Kind::Binary, line);
+    node.text = std::move(bytes);
     return place(node, line);
   }
   const Node* null(int line) { return place(create(Node::Kind::Null, line), line); }
@@ -140,6 +147,10 @@ class YamlHandler : public YAML::EventHandler {
   }
   void OnScalar(const YAML::Mark& mark, const std::string& tag, YAML::anchor_t anchor,
                 const std::string& value) override {
+    if (tag == kBinaryTag) {
+      remember(anchor, builder_.binary(lineOf(mark), decoded(value, mark)), 1);
+      return;
+    }
     refuseTag(tag, mark);
     remember(anchor, builder_.scalar(lineOf(mark), value), 1);
   }
@@ -168,6 +179,15 @@ class YamlHandler : public YAML::EventHandler {
   };
 
   static int lineOf(const YAML::Mark& mark) { return mark.line + 1; }
+
+  /// The bytes that stand in base64 behind "!!binary".
+  static std::string decoded(const std::string& text, const YAML::Mark& mark) {
+    const std::vector<unsigned char> bytes = YAML::DecodeBase64(text);
+    if (bytes.empty() && text.find_first_not_of(" \t\r\n") != std::string::npos) {
+      throw Refused{lineOf(mark), "what stands behind !!binary is no base64"};
+    }
+    return {bytes.begin(), bytes.end()};
+  }
 
   static void refuseTag(const std::string& tag, const YAML::Mark& mark) {
     // "?" marks a plain scalar, "!" a quoted one; anything else was written by hand.

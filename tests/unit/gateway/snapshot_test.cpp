@@ -67,12 +67,6 @@ TEST(Snapshot, RefusesObjectsThatNobodyCanUse) {
   PolicyRows rows;
   rows.objects = {{1, 3, "a", "7:1:a:"}, {1, 3, "b", "7:1:b:"}};
   EXPECT_THAT(buildFaults(rows), ElementsAre("store: the object id 1 stands twice"));
-  rows.objects = {{1, 9, "a", "7:1:a:"}};
-  EXPECT_THAT(buildFaults(rows),
-              ElementsAre("store: the object 1 of type 9 cannot be built from '7:1:a:'"));
-  rows.objects = {{1, 3, "a", "7:5:a:"}};
-  EXPECT_THAT(buildFaults(rows),
-              ElementsAre("store: the object 1 of type 3 cannot be built from '7:5:a:'"));
   rows.objects = {{1, 3, "a", "7:1:a:"}};
   rows.rules = {rule(1, 1)};
   rows.rules[0].actions = {{2, "1-2"}};
@@ -81,6 +75,25 @@ TEST(Snapshot, RefusesObjectsThatNobodyCanUse) {
   rows.rules[0].actions = {{0, "1-1"}};
   EXPECT_THAT(buildFaults(rows), ElementsAre("store: rule 1: action 'archive' refers to the "
                                              "object 1, which is no archive area"));
+}
+
+TEST(Snapshot, LeavesOutObjectsThatNoRuleUsesAndNobodyCan) {
+  PolicyRows rows;
+  rows.objects = {{1, 9, "a", "7:1:a:"}, {2, 3, "b", "7:5:b:"}};
+  rows.rules = {rule(1, 1)};
+  Diagnostics diagnostics("store");
+  EXPECT_NE(Snapshot::build(rows, diagnostics), nullptr);
+  EXPECT_THAT(textsOf(diagnostics),
+              ElementsAre("store: warning: the object 1 of type 9, 'a', cannot be built from "
+                          "'7:1:a:' (correct it, or remove it; rules cannot use it)",
+                          "store: warning: the object 2 of type 3, 'b', cannot be built from "
+                          "'7:5:b:' (correct it, or remove it; rules cannot use it)"));
+  rows.rules[0].actions = {{2, "1-2"}};
+  Diagnostics referring("store");
+  EXPECT_EQ(Snapshot::build(rows, referring), nullptr);
+  EXPECT_EQ(textsOf(referring).back(),
+            "store: rule 1: action 'quarantine' refers to the object 2, which is no quarantine "
+            "area");
 }
 
 TEST(Snapshot, NamesTheAreasOfItsActions) {
