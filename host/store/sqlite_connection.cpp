@@ -80,10 +80,25 @@ class SqliteStatement final : public Statement {
   int bound_ = 0;
 };
 
-SQLite::Database opened(const std::string& path, int busyTimeoutMs) {
+using Medium = SqliteConnection::Medium;
+
+SQLite::Database opened(const std::string& path, int busyTimeoutMs, Medium medium) {
   return translated([&] {
-    return SQLite::Database(path, SQLite::OPEN_READWRITE | SQLite::OPEN_NOMUTEX, busyTimeoutMs);
+    int flags = SQLite::OPEN_READWRITE | SQLite::OPEN_NOMUTEX;
+    if (medium == Medium::File) return SQLite::Database(path, flags, busyTimeoutMs);
+    // A name that begins with a slash is that of a database which connections share.
+    flags |= SQLite::OPEN_CREATE | SQLite::OPEN_URI;
+    return SQLite::Database("file:/" + path + "?vfs=memdb", flags, busyTimeoutMs);
   });
+}
+
+void useWriteAheadLog(SQLite::Database& database) {
+  // The answer to this one is a row, which `exec` would take for an error in older libraries.
+  SQLite::Statement mode(database, "PRAGMA journal_mode = WAL");
+  mode.executeStep();
+  if (mode.getColumn(0).getString() != "wal") {
+    throw StoreFailure(StoreError::InputOutput, "its disk allows no write-ahead log");
+  }
 }
 
 }  // namespace
@@ -122,15 +137,10 @@ StoreError sqliteErrorOf(const SQLite::Exception& fault) {
   }
 }
 
-SqliteConnection::SqliteConnection(const std::string& path, int busyTimeoutMs)
-    : database_(opened(path, busyTimeoutMs)) {
+SqliteConnection::SqliteConnection(const std::string& path, int busyTimeoutMs, Medium medium)
+    : database_(opened(path, busyTimeoutMs, medium)) {
   translated([&] {
-    // The answer to this one is a row, which `exec` would take for an error in older libraries.
-    SQLite::Statement mode(database_, "PRAGMA journal_mode = WAL");
-    mode.executeStep();
-    if (mode.getColumn(0).getString() != "wal") {
-      throw StoreFailure(StoreError::InputOutput, "its disk allows no write-ahead log");
-    }
+    if (medium == Medium::File) useWriteAheadLog(database_);
     database_.exec("PRAGMA synchronous = FULL");
     database_.exec("PRAGMA foreign_keys = ON");
     database_.exec("PRAGMA trusted_schema = OFF");

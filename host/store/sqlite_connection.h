@@ -20,8 +20,13 @@ StoreError sqliteErrorOf(const SQLite::Exception& fault);
 /// synchronisation. A transaction that writes holds the write lock from its begin.
 class SqliteConnection final : public Connection {
  public:
-  /// Opens \p path, which exists.
-  SqliteConnection(const std::string& path, int busyTimeoutMs);
+  /// Where the database stands.
+  enum class Medium {
+    File,    ///< at a path, which exists
+    Memory,  ///< under a name for the length of the process, as long as it has a connection
+  };
+
+  SqliteConnection(const std::string& path, int busyTimeoutMs, Medium medium = Medium::File);
 
   std::unique_ptr<Statement> statement(const char* text) override;
   void execute(const std::string& text) override;

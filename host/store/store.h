@@ -44,4 +44,8 @@ class KAVI_API Database : public Store, public PolicyStore {
 ///   touched.
 KAVI_API std::unique_ptr<Database> makeStore(const std::string& location, StoreStatus& status);
 
+/// An empty database in memory, gone with the object: for rules that somebody keeps elsewhere. One
+/// thread at a time.
+KAVI_API std::unique_ptr<Database> makeMemoryStore();
+
 }  // namespace host::store
