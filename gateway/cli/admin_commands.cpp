@@ -12,6 +12,8 @@
 #include "gateway/cli/terminal.h"
 #include "gateway/policy/action_registry.h"
 #include "gateway/policy/lint.h"
+#include "gateway/policy/loader.h"
+#include "gateway/policy/snapshot.h"
 #include "gateway/policy/suggest.h"
 #include "gateway/policy/yaml_reader.h"
 #include "host/core/text_escape.h"

@@ -30,8 +30,9 @@ int expandCommand(const ExpandOptions& options) {
   if (!readAddresses(options.from, options.recipients, settings)) return ExitUsage;
   const std::unique_ptr<Startup> startup = Startup::begin(options.config);
   if (startup == nullptr) return ExitUsage;
-  settings.policy =
-      options.policy.empty() ? policy::Snapshot::of({}) : loadSnapshot(options.policy);
+  const bool hasPolicy = namesPolicy(options.policy, startup->settings());
+  settings.policy = hasPolicy ? loadPolicy(options.policy, startup->settings()).snapshot
+                              : policy::Snapshot::of({});
   if (settings.policy == nullptr) return ExitUsage;
   std::string error;
   auto bytes = Buffer::readFile(options.file == "-" ? "/dev/stdin" : options.file, error);
@@ -52,7 +53,7 @@ int expandCommand(const ExpandOptions& options) {
   }
   std::printf("%s\n", expansion.text.c_str());
   nameDoubtfulTokens(options.text);
-  if (!options.policy.empty() && expansion.rule == 0) {
+  if (hasPolicy && expansion.rule == 0) {
     complain("no rule matches the message: values of rules are missing");
   }
   return ExitDone;

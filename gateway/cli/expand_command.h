@@ -5,13 +5,15 @@
 #include <string>
 #include <vector>
 
+#include "gateway/cli/policy_setup.h"
+
 namespace gateway::cli {
 
 struct ExpandOptions {
   std::string text;
-  std::string file;    ///< the message; "-" for standard input
-  std::string policy;  ///< empty for none: values of rules are then missing
-  std::string config;  ///< settings file; empty for none
+  std::string file;      ///< the message; "-" for standard input
+  PolicyOptions policy;  ///< none at all: values of rules are missing
+  std::string config;    ///< settings file; empty for none
   std::optional<std::string> from;
   std::vector<std::string> recipients;
   bool trusted = false;

@@ -48,10 +48,8 @@ void addExpand(CLI::App& app, Chosen& chosen) {
   expand->footer(kExpandExamples);
   expand->add_option("text", options.text, "The template")->required()->type_name("TEXT");
   addMessage(*expand, *arguments);
-  expand
-      ->add_option("--policy,-p", options.policy,
-                   "Take the values of rules from the first of its rules that matches")
-      ->type_name("FILE");
+  addPolicySource(*expand, options.policy,
+                  "Take the values of rules from the first of its rules that matches");
   expand->add_flag("--trusted", options.trusted, "As for run");
   expand->callback([expand, arguments, &chosen] {
     chosen = [expand, arguments] {
@@ -68,9 +66,7 @@ void addNotify(CLI::App& app, Chosen& chosen) {
   notify->footer(kNotifyExamples);
   notify->add_option("name", options.name, "The notification")->required()->type_name("NAME");
   addMessage(*notify, *arguments);
-  notify->add_option("--policy,-p", options.policy, "The policy that declares it")
-      ->required()
-      ->type_name("FILE");
+  addPolicySource(*notify, options.policy, "The policy that declares it");
   CLI::Option* preview =
       notify->add_flag("--preview")->description("Print the mail, send nothing (the default)");
   notify

@@ -184,10 +184,8 @@ int notifyCommand(const NotifyOptions& options) {
     complain("no server to send through (set plain_host in section [delivery] of --config)");
     return ExitUsage;
   }
-  policy::Diagnostics diagnostics(options.policy);
-  auto loaded = policy::loadPolicyFile(options.policy, diagnostics);
-  complain(diagnostics);
-  const unsigned int id = loaded ? findNotification(loaded->rows, options.name) : 0;
+  policy::StoredPolicy loaded = loadPolicy(options.policy, startup->settings());
+  const unsigned int id = loaded ? findNotification(loaded.rows, options.name) : 0;
   if (id == 0) return ExitUsage;
   std::string error;
   auto bytes = Buffer::readFile(options.file == "-" ? "/dev/stdin" : options.file, error);
@@ -199,7 +197,7 @@ int notifyCommand(const NotifyOptions& options) {
   message->setEnvelope(chooseEnvelope(*message, settings.from, settings.recipients).envelope);
   DryAdapter adapter;
   const engine::Outcome outcome = rehearse(
-      std::move(loaded->rows), id, *message,
+      std::move(loaded.rows), id, *message,
       {.adapter = adapter, .log = &startup->log(), .isRehearsal = true, .hostName = hostName()});
   const Result result = resultOf(outcome);
   if (outcome.verdict == engine::Verdict::Failed || (result.mail == nullptr && isTest) ||

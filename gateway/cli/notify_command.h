@@ -5,12 +5,14 @@
 #include <string>
 #include <vector>
 
+#include "gateway/cli/policy_setup.h"
+
 namespace gateway::cli {
 
 struct NotifyOptions {
   std::string name;      ///< of a notification that the policy declares
   std::string file;      ///< the message; "-" for standard input
-  std::string policy;    ///< where it is declared
+  PolicyOptions policy;  ///< where it is declared
   std::string config;    ///< settings file; empty for none
   std::string sendTest;  ///< whom to send the mail to instead of its recipients; empty: nobody
   std::optional<std::string> from;

@@ -30,6 +30,13 @@ void addCheck(CLI::App& policy, Chosen& chosen) {
 
 }  // namespace
 
+void addPolicySource(CLI::App& command, PolicyOptions& options, const char* help) {
+  CLI::Option* file = command.add_option("--policy,-p", options.file, help)->type_name("FILE");
+  command.add_option("--store", options.store, kPolicyStoreHelp)
+      ->type_name("LOCATION")
+      ->excludes(file);
+}
+
 void addPolicyCommands(CLI::App& app, Chosen& chosen) {
   CLI::App* policy = app.add_subcommand("policy", "Look at policies");
   policy->require_subcommand(1);

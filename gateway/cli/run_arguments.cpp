@@ -66,7 +66,7 @@ void addRunCommand(CLI::App& app, Chosen& chosen) {
                          "Run a policy on messages and say what it does; nothing is sent without "
                          "--deliver");
   run->footer(kExamples);
-  run->add_option("--policy,-p", options.policy, "The policy file")->required()->type_name("FILE");
+  addPolicySource(*run, options.policy, "The policy file");
   run->add_option("--out,-o", options.out,
                   "Write the resulting messages into this folder, under the inputs' names; what "
                   "would be sent or filed goes into named folders beside them")

@@ -220,7 +220,7 @@ int runCommand(const RunOptions& options) {
   if (!readAddresses(options.from, options.recipients, settings)) return ExitUsage;
   const std::unique_ptr<Startup> startup = Startup::begin(options.config);
   if (startup == nullptr) return ExitUsage;
-  settings.policy = loadSnapshot(options.policy);
+  settings.policy = loadPolicy(options.policy, startup->settings()).snapshot;
   if (settings.policy == nullptr) return ExitUsage;
   host::delivery::DeliverySettings delivery;
   std::optional<host::delivery::SealKeys> keys;
@@ -235,7 +235,7 @@ int runCommand(const RunOptions& options) {
   settings.diff = options.diff;
 
   Inputs inputs = Inputs::collect(options.inputs, options.out, adapterNames());
-  inputs.protect(options.policy);
+  if (!options.policy.file.empty()) inputs.protect(options.policy.file);
   if (!options.config.empty()) inputs.protect(options.config);
   std::optional<Deliverer> deliverer;
   if (options.deliver) {

@@ -5,12 +5,13 @@
 #include <string>
 #include <vector>
 
+#include "gateway/cli/policy_setup.h"
 #include "gateway/cli/terminal.h"
 
 namespace gateway::cli {
 
 struct RunOptions {
-  std::string policy;
+  PolicyOptions policy;
   std::string config;  ///< settings file; empty for none
   std::vector<std::string> inputs;
   std::string out;  ///< empty: nothing is written

@@ -37,14 +37,4 @@ void complain(const policy::Diagnostics& diagnostics) {
   }
 }
 
-std::shared_ptr<const policy::Snapshot> loadSnapshot(const std::string& path) {
-  policy::Diagnostics diagnostics(path);
-  std::shared_ptr<const policy::Snapshot> snapshot;
-  if (const auto loaded = policy::loadPolicyFile(path, diagnostics)) {
-    snapshot = policy::Snapshot::build(loaded->rows, diagnostics, loaded->lines);
-  }
-  complain(diagnostics);
-  return snapshot;
-}
-
 }  // namespace gateway::cli

@@ -4,8 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "gateway/policy/loader.h"
-#include "gateway/policy/snapshot.h"
+#include "gateway/policy/diagnostics.h"
 #include "host/core/ini_settings.h"
 #include "host/core/log.h"
 
@@ -39,9 +38,5 @@ void complain(const std::string& text);
 
 /// Writes all of \p diagnostics to standard error.
 void complain(const policy::Diagnostics& diagnostics);
-
-/// Loads and compiles the policy at \p path.
-/// \return null after writing every error to standard error.
-std::shared_ptr<const policy::Snapshot> loadSnapshot(const std::string& path);
 
 }  // namespace gateway::cli

@@ -3,6 +3,8 @@
 
 #include <functional>
 
+#include "gateway/cli/policy_setup.h"
+
 namespace CLI {
 class App;
 }
@@ -14,6 +16,14 @@ using Chosen = std::function<int()>;
 
 inline constexpr char kConfigHelp[] = "Global settings, an INI file";
 inline constexpr char kJsonHelp[] = "As JSON";
+
+inline constexpr char kPolicyStoreHelp[] =
+    "The store that holds the policy, sqlite:PATH or postgresql://USER@HOST/DATABASE; with "
+    "neither, "
+    "location in section store of the settings";
+
+/// Adds `--policy`, which \p help explains, and `--store`.
+void addPolicySource(CLI::App& command, PolicyOptions& options, const char* help);
 
 // Each adds its subcommands, with their options and examples, to `app`. Parsing puts the one that
 // is meant into `chosen`, which outlives it.
