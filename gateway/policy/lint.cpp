@@ -13,7 +13,9 @@
 #include "gateway/policy/action_registry.h"
 #include "gateway/policy/condition.h"
 #include "gateway/policy/named_objects.h"
+#include "gateway/policy/rule_options.h"
 #include "gateway/policy/suggest.h"
+#include "gateway/policy/token_check.h"
 
 namespace gateway::policy {
 namespace {
@@ -76,12 +78,13 @@ class Linter {
                      std::to_string(first->second) + " (reports cannot tell them apart)");
     }
     if (!rule.enabled) warn(line, "is switched off (enabled: false)");
-    if (rule.actions.empty())
+    if (rule.actions.empty() && rule.verdict.kind == RuleVerdict::Kind::None)
       warn(line, "has no actions: matches are reported and nothing is done");
     const auto condition = parseCanonicalText(rule.condition, [](int, const std::string&) {});
     if (condition) lintCondition(*condition, line);
     if (rule.enabled) lintReach(index, condition && condition->kind == Condition::Kind::Always);
     lintActions(index);
+    lintOptions(rule, line);
     if (condition && !marksAttachments(*condition)) lintMarks(index);
   }
 
@@ -113,15 +116,50 @@ class Linter {
   void lintReach(std::size_t index, bool always) {
     const RuleRow& rule = rows_.rules[index];
     if (!endOfAll_.empty()) {
-      warn(lines_.ofRule(index), "is never reached: " + endOfAll_ + " takes every message");
+      warn(lines_.ofRule(index), "is never reached: " + endOfAll_ + " every message");
       return;
     }
-    const bool disposes =
-        std::any_of(rule.actions.begin(), rule.actions.end(), [](const ActionRow& action) {
-          const ActionSpec* spec = findAction(action.type);
-          return spec != nullptr && spec->disposes;
-        });
-    if (always && disposes) endOfAll_ = place_;
+    // A rule whose failure is accepted lets the message go on to those behind it.
+    if (!always || (rule.onFailure == OnFailure::Accept && !rule.actions.empty())) return;
+    if (rule.verdict.kind != RuleVerdict::Kind::None) {
+      endOfAll_ = place_ + " refuses";
+    } else if (disposerOf(rule) != nullptr) {
+      endOfAll_ = place_ + " takes";
+    }
+  }
+
+  /// The first action that takes the message out of the stream; null when there is none.
+  static const ActionSpec* disposerOf(const RuleRow& rule) {
+    for (const ActionRow& action : rule.actions) {
+      const ActionSpec* spec = findAction(action.type);
+      if (spec != nullptr && spec->disposes) return spec;
+    }
+    return nullptr;
+  }
+
+  void lintOptions(const RuleRow& rule, int line) {
+    const ActionSpec* disposer = disposerOf(rule);
+    if (rule.onFailure == OnFailure::Accept && rule.actions.empty()) {
+      warn(line, "'on_failure: accept' says nothing: the rule has no actions (remove it)");
+    }
+    if (rule.verdict.kind != RuleVerdict::Kind::None) lintVerdict(rule, disposer, line);
+  }
+
+  void lintVerdict(const RuleRow& rule, const ActionSpec* disposer, int line) {
+    const std::string called = "verdict '" + std::string(wordOf(rule.verdict.kind)) + "'";
+    if (disposer != nullptr) {
+      warn(line, called + " comes behind action '" + std::string(disposer->name) +
+                     "', which takes the message: the sender is told that it was refused (keep "
+                     "one; archive keeps a copy)");
+    }
+    const ActionSpec* last = rule.actions.empty() ? nullptr : findAction(rule.actions.back().type);
+    if (last != nullptr && last->changesMessage) {
+      warn(line, called + " refuses the message that action '" + std::string(last->name) +
+                     "' changes: nobody sees the change (remove the action)");
+    }
+    if (const std::string token = firstToken(rule.verdict.text); !token.empty()) {
+      warn(line, called + " tells " + token + " as it stands: tokens are not replaced in it");
+    }
   }
 
   void lintActions(std::size_t index) {
@@ -148,7 +186,9 @@ class Linter {
       }
       if (disposer != nullptr && !spec->disposes && !spec->changesMessage && !spec->doesNothing) {
         warn(line, called + " comes behind '" + std::string(disposer->name) +
-                       "': when it fails, the message is disposed of and yet stays (put it first)");
+                       "': when it fails, the message is disposed of and yet " +
+                       (rule.onFailure == OnFailure::Accept ? "goes on" : "stays") +
+                       " (put it first)");
       }
       if (spec->disposes && disposer == nullptr) disposer = spec;
       const std::string doubt =
@@ -197,7 +237,7 @@ class Linter {
   const SourceLines& lines_;
   Diagnostics& diagnostics_;
   std::string place_;
-  std::string endOfAll_;  ///< the rule that takes every message, once there is one
+  std::string endOfAll_;  ///< the rule that no message gets past, and why, once there is one
   std::unordered_map<std::string, unsigned int> names_;
   std::unordered_set<unsigned int> used_;  ///< ids of the objects that actions refer to
 };

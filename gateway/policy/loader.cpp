@@ -13,6 +13,7 @@
 #include "gateway/policy/action_registry.h"
 #include "gateway/policy/condition.h"
 #include "gateway/policy/named_objects.h"
+#include "gateway/policy/rule_options.h"
 #include "gateway/policy/suggest.h"
 #include "gateway/policy/text_file.h"
 #include "gateway/policy/yaml_reader.h"
@@ -162,7 +163,8 @@ class Loader {
     RuleRow row;
     row.order = position_;
     readId(item, row.id);
-    refuseUnknownKeys(item, {"id", "name", "enabled", "when", "actions"}, "a rule");
+    refuseUnknownKeys(item, {"id", "name", "enabled", "when", "actions", "on_failure", "verdict"},
+                      "a rule");
     if (const Node* name = item.find("name")) {
       readName(*name, row.name);
     } else {
@@ -170,6 +172,9 @@ class Loader {
     }
     if (const Node* enabled = item.find("enabled")) readFlag(*enabled, row.enabled);
     readWhen(item, row);
+    const FaultSink fault = [this](int line, std::string text) { fail(line, std::move(text)); };
+    if (const Node* value = item.find("on_failure")) readOnFailure(*value, row.onFailure, fault);
+    if (const Node* value = item.find("verdict")) readVerdict(*value, row.verdict, fault);
     SourceLines::Rule lines;
     lines.line = item.line;
     readActions(item, row, lines);

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "gateway/policy/named_objects.h"
+#include "gateway/policy/rule_options.h"
 #include "gateway/policy/suggest.h"
 
 namespace gateway::policy {
@@ -54,6 +55,10 @@ std::optional<Snapshot::Rule> compileRule(const RuleRow& row, std::size_t index,
   const auto condition = parseCanonicalText(row.condition, [&](int, const std::string& message) {
     diagnostics.error(lines.ofRule(index), place, message);
   });
+  if (const std::string fault = verdictFault(row.verdict); !fault.empty()) {
+    diagnostics.error(lines.ofRule(index), place, fault);
+    usable = false;
+  }
   std::vector<Snapshot::Action> actions;
   for (std::size_t i = 0; i < row.actions.size(); ++i) {
     std::string fault;
@@ -65,7 +70,8 @@ std::optional<Snapshot::Rule> compileRule(const RuleRow& row, std::size_t index,
     }
   }
   if (!condition || !usable) return std::nullopt;
-  return Snapshot::Rule{row.id, row.name, Matcher(*condition), std::move(actions)};
+  return Snapshot::Rule{row.id,        row.name,   Matcher(*condition), std::move(actions),
+                        row.onFailure, row.verdict};
 }
 
 }  // namespace

@@ -34,6 +34,8 @@ class Snapshot {
     std::string name;
     Matcher matcher;
     std::vector<Action> actions;
+    OnFailure onFailure = OnFailure::TempFail;
+    RuleVerdict verdict{};  ///< its text is fit to be told (gateway/policy/rule_options.h)
   };
 
   /// Compiles \p rows.

@@ -50,6 +50,16 @@ constexpr std::pair<std::string_view, std::string_view> kSynonyms[] = {
     {"relay", "handoff"},
     {"copy", "bcc"},
     {"journal", "archive"},
+    {"refuse", "reject"},
+    {"deny", "reject"},
+    {"bounce", "reject"},
+    {"defer", "tempfail"},
+    {"retry", "tempfail"},
+    {"fail", "tempfail"},
+    {"pass", "accept"},
+    {"continue", "accept"},
+    {"ignore", "accept"},
+    {"answer", "verdict"},
 };
 
 std::string folded(std::string_view word) {

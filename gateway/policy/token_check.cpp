@@ -58,11 +58,10 @@ std::string tokenMeantBy(std::string_view word) {
   return upper(exact != names.end() ? *exact : closestTo(typed, names));
 }
 
-}  // namespace
-
-std::vector<DoubtfulToken> doubtfulTokens(const std::string& text) {
-  std::vector<DoubtfulToken> doubtful;
-  std::unordered_set<std::string> seen;
+/// Calls \p take(word, token that it is or comes close to, whether it is it) for every word that
+/// comes close to one, all with both "%".
+template <class Take>
+void forEachWord(const std::string& text, Take take) {
   std::size_t open = text.find('%');
   while (open != std::string::npos) {
     const std::size_t close = text.find('%', open + 1);
@@ -71,13 +70,29 @@ std::vector<DoubtfulToken> doubtfulTokens(const std::string& text) {
     const std::string meant =
         tokenMeantBy(std::string_view(text).substr(open + 1, close - open - 1));
     const bool isToken = word == "%" + meant + "%";
-    if (!meant.empty() && !isToken && seen.insert(word).second) {
-      doubtful.push_back({word, "%" + meant + "%"});
-    }
+    if (!meant.empty()) take(word, "%" + meant + "%", isToken);
     // The closing sign of what is no token may open the next one.
     open = isToken || close == open + 1 ? text.find('%', close + 1) : close;
   }
+}
+
+}  // namespace
+
+std::vector<DoubtfulToken> doubtfulTokens(const std::string& text) {
+  std::vector<DoubtfulToken> doubtful;
+  std::unordered_set<std::string> seen;
+  forEachWord(text, [&](const std::string& word, const std::string& meant, bool isToken) {
+    if (!isToken && seen.insert(word).second) doubtful.push_back({word, meant});
+  });
   return doubtful;
+}
+
+std::string firstToken(const std::string& text) {
+  std::string first;
+  forEachWord(text, [&](const std::string& word, const std::string&, bool isToken) {
+    if (isToken && first.empty()) first = word;
+  });
+  return first;
 }
 
 std::string doubtAboutTokens(const std::string& text) {

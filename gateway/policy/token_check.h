@@ -18,4 +18,7 @@ std::vector<DoubtfulToken> doubtfulTokens(const std::string& text);
 /// The first of them as a doubt about what \p text stands in; empty when there is none.
 std::string doubtAboutTokens(const std::string& text);
 
+/// The first token in \p text, as it stands; empty when there is none.
+std::string firstToken(const std::string& text);
+
 }  // namespace gateway::policy

@@ -60,6 +60,37 @@ INSTANTIATE_TEST_SUITE_P(
               "rules:\n- {id: 1, when: always, actions: [delete]}\n"
               "- {id: 2, when: {subject: x}, actions: [delete]}\n",
               "p:3: warning: rule 2: is never reached: rule 1 takes every message"},
+        Doubt{"BehindAVerdict",
+              "rules:\n- {id: 1, when: always, actions: [], verdict: {reject: No}}\n"
+              "- {id: 2, when: {subject: x}, actions: [delete]}\n",
+              "p:3: warning: rule 2: is never reached: rule 1 refuses every message"},
+        Doubt{"VerdictOnATakenMessage",
+              "rules:\n- {id: 1, when: {subject: x}, actions: [{handoff: 'h:25'}], verdict: "
+              "{reject: No}}\n",
+              "p:2: warning: rule 1: verdict 'reject' comes behind action 'handoff', which takes "
+              "the message: the sender is told that it was refused (keep one; archive keeps a "
+              "copy)"},
+        Doubt{"VerdictOnAChange",
+              "rules:\n- {id: 1, when: {subject: x}, actions: [{x_header: 'X-A: b'}], verdict: "
+              "{tempfail: No}}\n",
+              "p:2: warning: rule 1: verdict 'tempfail' refuses the message that action 'x_header' "
+              "changes: nobody sees the change (remove the action)"},
+        Doubt{"TokenInAVerdict",
+              "rules:\n- {id: 1, when: {subject: x}, actions: [], verdict: {reject: 'Not %SENDER%'"
+              "}}\n",
+              "p:2: warning: rule 1: verdict 'reject' tells %SENDER% as it stands: tokens are not "
+              "replaced in it"},
+        Doubt{"NothingToFail",
+              "rules:\n- {id: 1, when: {subject: x}, actions: [], verdict: {reject: No}, "
+              "on_failure: accept}\n",
+              "p:2: warning: rule 1: 'on_failure: accept' says nothing: the rule has no actions "
+              "(remove it)"},
+        Doubt{"TakenAndAccepted",
+              "archive_areas: [{name: j}]\n"
+              "rules:\n- {id: 1, when: {subject: x}, actions: [delete, {archive: j}], on_failure: "
+              "accept}\n",
+              "p:3: warning: rule 1: action 'archive' comes behind 'delete': when it fails, the "
+              "message is disposed of and yet goes on (put it first)"},
         Doubt{"Twice",
               "rules:\n- id: 1\n  when: always\n  actions:\n  - x_header: 'X-A: b'\n  - x_header: "
               "'X-A: b'\n",
