@@ -62,8 +62,7 @@ void act(Message& message, const InputMessage& input, const JobSettings& setting
 
 /// The recipients of what goes on, when they are others than before.
 void noteRecipients(const Message& message, MessageResult& result) {
-  const engine::Verdict verdict = result.outcome.verdict;
-  if (verdict != engine::Verdict::Changed && verdict != engine::Verdict::Unchanged) return;
+  if (!engine::goesOn(result.outcome.verdict)) return;
   const host::message::Envelope now = message.envelope();
   if (now.recipients != result.envelope.envelope.recipients) {
     result.outputRecipients = now.recipients;
@@ -83,15 +82,16 @@ void writeResult(const Message& message, std::shared_ptr<const Buffer> received,
   using engine::Verdict;
   const Verdict verdict = result.outcome.verdict;
   const bool asReceived = verdict == Verdict::Failed || verdict == Verdict::Unchanged;
-  if (verdict != Verdict::Disposed) {
+  const bool hasResult = asReceived || verdict == Verdict::Changed;
+  if (hasResult) {
     result.outputBytes = asReceived ? message.receivedBytes().size() : message.renderedSize();
   }
   if (settings.out == nullptr || (verdict == Verdict::Failed && settings.out->isMail())) return;
   const std::string& name = result.file->outputName;
   if (result.number != 0) {
-    if (verdict == Verdict::Disposed) return;
+    if (!hasResult) return;
     result.rendered = asReceived ? std::move(received) : Buffer::adopt(message.toString());
-  } else if (verdict != Verdict::Disposed) {
+  } else if (hasResult) {
     OutputFile file(*settings.out, name);
     if (asReceived) {
       file.write(message.receivedBytes().data(), message.receivedBytes().size());

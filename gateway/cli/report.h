@@ -33,6 +33,9 @@ class Summary {
   /// be written.
   bool failed() const { return failed_ != 0 || unreadable_ != 0 || unwritten_ != 0; }
 
+  /// Whether a rule refused a message for now: it is not done with.
+  bool hasTempFailed() const { return tempFailed_ != 0; }
+
   /// A few lines for people.
   std::string text(const Style& style, double seconds) const;
   /// The verdicts so far, short, for the progress line.
@@ -43,6 +46,8 @@ class Summary {
   std::size_t unchanged_ = 0;
   std::size_t changed_ = 0;
   std::size_t disposed_ = 0;
+  std::size_t rejected_ = 0;
+  std::size_t tempFailed_ = 0;
   std::size_t failed_ = 0;
   std::size_t unreadable_ = 0;
   std::size_t unwritten_ = 0;

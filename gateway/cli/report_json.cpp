@@ -72,6 +72,10 @@ const char* wordOf(Verdict verdict) {
       return "changed";
     case Verdict::Disposed:
       return "disposed";
+    case Verdict::Rejected:
+      return "rejected";
+    case Verdict::TempFailed:
+      return "tempfailed";
     case Verdict::Failed:
       return "failed";
   }
@@ -126,8 +130,14 @@ ordered_json toJson(const ActionReport& action) {
 ordered_json toJson(const RuleReport& rule) {
   ordered_json actions = ordered_json::array();
   for (const ActionReport& action : rule.actions) actions.push_back(toJson(action));
-  return {{"id", rule.id},           {"name", rule.name},       {"attachments", rule.attachments},
-          {"skipped", rule.skipped}, {"reached", rule.reached}, {"actions", std::move(actions)}};
+  ordered_json json = {
+      {"id", rule.id},           {"name", rule.name},       {"attachments", rule.attachments},
+      {"skipped", rule.skipped}, {"reached", rule.reached}, {"actions", std::move(actions)}};
+  if (rule.failureAccepted) {
+    json["failure_accepted"] = {{"failure", engine::whatFailed(rule)},
+                                {"effects", engine::lastingEffects(rule)}};
+  }
+  return json;
 }
 
 void addParts(const MessageResult& result, ordered_json& json) {
@@ -187,10 +197,16 @@ void addRun(const MessageResult& result, ordered_json& json) {
   if (result.outcome.verdict == Verdict::Changed) addParts(result, json);
   json["verdict"] = wordOf(result.outcome.verdict);
   json["disposed"] = result.outcome.disposed;
+  if (result.outcome.verdictRule != 0) {
+    json["verdict_rule"] = result.outcome.verdictRule;
+    json["verdict_text"] = result.outcome.verdictText;
+  }
   if (!result.outcome.failure.empty()) json["failure"] = result.outcome.failure;
   if (result.outputRecipients) json["output_rcpt"] = *result.outputRecipients;
   if (!result.output.empty()) addPath("output", result.output, json);
-  if (result.outcome.verdict != Verdict::Disposed) json["output_bytes"] = result.outputBytes;
+  if (engine::goesOn(result.outcome.verdict) || result.outcome.verdict == Verdict::Failed) {
+    json["output_bytes"] = result.outputBytes;
+  }
 }
 
 }  // namespace

@@ -138,6 +138,15 @@ class TextReport {
       text += style_.dim("  matched, but not reached");
     row("rule", text);
     for (const ActionReport& action : rule.actions) writeAction(action);
+    if (rule.failureAccepted) writeAccepted(rule);
+  }
+
+  void writeAccepted(const RuleReport& rule) {
+    const std::string margin(11, ' ');
+    out_ += margin + style_.bad("failure accepted") + " (" + printable(engine::whatFailed(rule)) +
+            "): goes on as it stood before this rule\n";
+    const std::vector<std::string> effects = engine::lastingEffects(rule);
+    if (!effects.empty()) out_ += margin + "not undone: " + listed(effects) + "\n";
   }
 
   void writeAction(const ActionReport& action) {
@@ -206,6 +215,11 @@ class TextReport {
                counted(result_.outputBytes, "byte", "bytes");
       case Verdict::Disposed:
         return style_.doubtful("disposed of") + ": does not go on";
+      case Verdict::Rejected:
+        return style_.doubtful("rejected") + ": does not go on" + answer();
+      case Verdict::TempFailed:
+        return style_.doubtful("refused for now") + ": does not go on, stays with its sender" +
+               answer();
       case Verdict::Failed:
         break;
     }
@@ -213,6 +227,12 @@ class TextReport {
     if (result_.outcome.disposed) text += ", though an action had disposed of it";
     if (!result_.outcome.failure.empty()) text += " (" + printable(result_.outcome.failure) + ")";
     return text;
+  }
+
+  /// What a rule's verdict tells the sender.
+  std::string answer() const {
+    return " (rule " + std::to_string(result_.outcome.verdictRule) + ": " +
+           printable(result_.outcome.verdictText) + ")";
   }
 
   const MessageResult& result_;
@@ -244,6 +264,12 @@ void Summary::add(const MessageResult& result) {
     case Verdict::Disposed:
       ++disposed_;
       break;
+    case Verdict::Rejected:
+      ++rejected_;
+      break;
+    case Verdict::TempFailed:
+      ++tempFailed_;
+      break;
     case Verdict::Failed:
       ++failed_;
       break;
@@ -254,6 +280,8 @@ void Summary::add(const MessageResult& result) {
 std::string Summary::brief() const {
   std::string text =
       std::to_string(changed_) + " changed, " + std::to_string(disposed_) + " disposed of";
+  if (rejected_ != 0) text += ", " + std::to_string(rejected_) + " rejected";
+  if (tempFailed_ != 0) text += ", " + std::to_string(tempFailed_) + " refused for now";
   if (failed_ != 0) text += ", " + std::to_string(failed_) + " failed";
   if (unreadable_ != 0) text += ", " + std::to_string(unreadable_) + " unreadable";
   return text;
@@ -267,6 +295,10 @@ std::string Summary::text(const Style& style, double seconds) const {
   out += ": " + style.good(withThousands(unchanged_) + " unchanged");
   out += ", " + style.notable(withThousands(changed_) + " changed");
   out += ", " + style.doubtful(withThousands(disposed_) + " disposed of");
+  if (rejected_ != 0) out += ", " + style.doubtful(withThousands(rejected_) + " rejected");
+  if (tempFailed_ != 0) {
+    out += ", " + style.doubtful(withThousands(tempFailed_) + " refused for now");
+  }
   if (failed_ != 0) out += ", " + style.bad(withThousands(failed_) + " failed");
   if (unreadable_ != 0) out += ", " + style.bad(withThousands(unreadable_) + " unreadable");
   if (unwritten_ != 0) out += ", " + style.bad(withThousands(unwritten_) + " not written");

@@ -35,8 +35,9 @@ class MboxWriter {
     std::string error = result.file != current_ ? finish() : std::string();
     if (result.number == 0) return error;
     current_ = result.file;
-    const bool failed = result.outcome.verdict == engine::Verdict::Failed;
-    if (!result.ran || !result.error.empty() || (failed && out_.isMail())) broken_ = true;
+    const bool stays = result.outcome.verdict == engine::Verdict::Failed ||
+                       result.outcome.verdict == engine::Verdict::TempFailed;
+    if (!result.ran || !result.error.empty() || (stays && out_.isMail())) broken_ = true;
     if (result.rendered == nullptr) return error;
     if (!file_) file_.emplace(out_, result.file->outputName);
     file_->write(result.rendered->data(), result.rendered->size());
@@ -48,7 +49,8 @@ class MboxWriter {
     std::string error;
     if (broken_) {
       // A part of it would look like the whole.
-      error = out_.pathOf(current_->outputName) + ": not written, because of a message's error";
+      error = out_.pathOf(current_->outputName) +
+              ": not written, because a message of it failed or was refused for now";
     } else if (file_) {
       error = file_->commit();
     }
@@ -101,7 +103,9 @@ class Reporter {
     if (!options_.json && (many_ || options_.quiet || summary_.messages() == 0)) {
       print((printed_ ? "\n" : "") + summary_.text(style_, took.count()));
     }
-    return summary_.failed() || failed_ ? ExitFailed : ExitDone;
+    // Of mail, what was refused for now is still to be done.
+    const bool unfinished = options_.deliver && summary_.hasTempFailed();
+    return summary_.failed() || failed_ || unfinished ? ExitFailed : ExitDone;
   }
 
  private:

@@ -13,6 +13,7 @@
 #include "gateway/engine/tokens.h"
 #include "gateway/scan/message_facts.h"
 #include "host/delivery/reprocess_fields.h"
+#include "host/message/checkpoint.h"
 #include "library/framework/kavi_action.h"
 #include "library/platform/msgu.h"
 #include "library/tokens/action_utils.h"
@@ -134,7 +135,7 @@ class Run {
     if (begun != AdapterError::None) throw std::runtime_error(textOf(begun));
     for (std::size_t i = 0; i < matched.size(); ++i) {
       RuleReport& report = outcome_.rules[i];
-      report.reached = !outcome_.disposed && !failed_ && !report.skipped;
+      report.reached = !ended() && !report.skipped;
       if (report.reached) runRule(matched[i], report);
     }
   }
@@ -170,7 +171,45 @@ class Run {
     return actions;
   }
 
+  /// What the message stands for besides its bytes, and how to bring all of it back.
+  struct Before {
+    Before(host::message::Message& message, const Tokens& present, std::size_t bytes)
+        : checkpoint(message), tokens(present), size(bytes) {}
+    host::message::Checkpoint checkpoint;
+    Tokens tokens;
+    std::size_t size;
+  };
+
+  bool ended() const { return outcome_.disposed || outcome_.verdictRule != 0 || failed_; }
+
   void runRule(const Match& match, RuleReport& report) {
+    const Snapshot::Rule& rule = *match.rule;
+    if (rule.onFailure == policy::OnFailure::Accept && !rule.actions.empty()) {
+      Before before(message_, tokens_, size_);
+      report.failure = failureOf([&] { runActions(match, report); });
+      if (failed_ || !report.failure.empty()) return acceptFailure(before, report);
+    } else {
+      runActions(match, report);
+    }
+    if (!failed_ && rule.verdict.kind != policy::RuleVerdict::Kind::None) {
+      outcome_.verdictRule = rule.id;
+      outcome_.verdictText = rule.verdict.text;
+      ruleVerdict_ = rule.verdict.kind == policy::RuleVerdict::Kind::Reject ? Verdict::Rejected
+                                                                            : Verdict::TempFailed;
+    }
+  }
+
+  void acceptFailure(Before& before, RuleReport& report) {
+    before.checkpoint.restore();
+    tokens_ = std::move(before.tokens);
+    size_ = before.size;
+    // No rule begins once the message is disposed of.
+    outcome_.disposed = false;
+    failed_ = false;
+    report.failureAccepted = true;
+  }
+
+  void runActions(const Match& match, RuleReport& report) {
     const std::vector<std::unique_ptr<KaviAction>> actions = prepareRule(match);
     for (std::size_t i = 0; i < actions.size() && !failed_; ++i) {
       runAction(*match.rule, i, actions[i].get(), report.actions.emplace_back());
@@ -236,6 +275,7 @@ class Run {
 
   Verdict verdict() {
     if (failed_) return Verdict::Failed;
+    if (outcome_.verdictRule != 0) return ruleVerdict_;
     if (outcome_.disposed) return Verdict::Disposed;
     // It goes on to somebody else, who must not see how it was scanned.
     host::delivery::removeReprocessing(message_);
@@ -253,6 +293,7 @@ class Run {
   Records records_;
   std::size_t size_ = 0;  ///< of the message as it stands
   bool failed_ = false;
+  Verdict ruleVerdict_ = Verdict::Rejected;  ///< once there is a rule whose verdict it is
 };
 
 }  // namespace
@@ -265,10 +306,43 @@ Outcome runMessage(host::message::Message& message, const policy::Snapshot& poli
   return outcome;
 }
 
+std::vector<std::string> lastingEffects(const RuleReport& rule) {
+  std::vector<std::string> names;
+  for (const ActionReport& action : rule.actions) {
+    const bool handedOver =
+        std::any_of(action.handOvers.begin(), action.handOvers.end(),
+                    [](const HandOver& handOver) { return handOver.error == 0; });
+    const bool acted = action.result && !action.spec->changesMessage && !action.spec->doesNothing;
+    if (handedOver || acted) names.emplace_back(action.spec->name);
+  }
+  return names;
+}
+
+std::string whatFailed(const RuleReport& rule) {
+  for (const ActionReport& action : rule.actions) {
+    if (!action.result) {
+      return "action " + std::string(action.spec->name) + " of rule " + std::to_string(rule.id);
+    }
+  }
+  return rule.failure.empty() ? std::string()
+                              : "rule " + std::to_string(rule.id) + ": " + rule.failure;
+}
+
 host::delivery::FinalAnswer answerFor(Verdict verdict) {
   using host::delivery::FinalAnswer;
-  if (verdict == Verdict::Failed) return FinalAnswer::TemporaryFailure;
-  return verdict == Verdict::Disposed ? FinalAnswer::Discarded : FinalAnswer::Accepted;
+  switch (verdict) {
+    case Verdict::Unchanged:
+    case Verdict::Changed:
+      return FinalAnswer::Accepted;
+    case Verdict::Disposed:
+      return FinalAnswer::Discarded;
+    case Verdict::Rejected:
+      return FinalAnswer::Rejected;
+    case Verdict::TempFailed:
+    case Verdict::Failed:
+      break;
+  }
+  return FinalAnswer::TemporaryFailure;
 }
 
 Expansion expandText(const std::string& text, host::message::Message& message,

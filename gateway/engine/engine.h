@@ -4,6 +4,8 @@
 //   Unchanged  no action changed it: it goes on as it came
 //   Changed    it goes on as it stands now
 //   Disposed   an action took it out of the stream: it does not go on
+//   Rejected   a rule's verdict: it is refused for good, with a text
+//   TempFailed a rule's verdict: it is refused for now, with a text
 //   Failed     an action failed: it stands as it came, and the caller says what becomes of it
 #pragma once
 
@@ -22,7 +24,12 @@
 
 namespace gateway::engine {
 
-enum class Verdict { Unchanged, Changed, Disposed, Failed };
+enum class Verdict { Unchanged, Changed, Disposed, Rejected, TempFailed, Failed };
+
+/// Whether the message goes on to its recipients.
+inline bool goesOn(Verdict verdict) {
+  return verdict == Verdict::Unchanged || verdict == Verdict::Changed;
+}
 
 /// What one action did.
 struct ActionReport {
@@ -51,12 +58,24 @@ struct RuleReport {
   bool skipped = false;  ///< the message came back for scanning because of this rule
   bool reached = true;   ///< false: the message was gone, or the run had failed, before its turn
   std::vector<ActionReport> actions;  ///< those that ran
+  /// An action failed, and the rule says `on_failure: accept`: the message went on as it stood
+  /// before the rule. What its actions had done elsewhere by then is in `lastingEffects`.
+  bool failureAccepted = false;
+  std::string failure;  ///< why, when no action is to blame
 };
+
+/// The actions of \p rule that did something which outlasts the message: by name, in order.
+std::vector<std::string> lastingEffects(const RuleReport& rule);
+/// What failed of \p rule, in words; empty when nothing did.
+std::string whatFailed(const RuleReport& rule);
 
 struct Outcome {
   Verdict verdict = Verdict::Unchanged;
   /// Whether an action took the message out of the stream; also set when a later one then failed.
   bool disposed = false;
+  /// Of Rejected and TempFailed: the rule, and its text for the sender.
+  unsigned int verdictRule = 0;
+  std::string verdictText;
   std::vector<RuleReport> rules;              ///< in the order of the policy
   std::string failure;                        ///< why the run failed, when no action is to blame
   host::delivery::Reprocessing reprocessing;  ///< what the message's own fields said on the way in
@@ -88,8 +107,19 @@ struct Surroundings {
 /// actions of that rule still run, later rules do not. An action that fails, throws or cannot be
 /// built ends the run. Never throws; the message is not shared while it runs.
 ///
+/// A rule's verdict comes behind its actions, ends the run, and holds whatever its actions made of
+/// the message; what they filed and sent stays. When one of them failed there is no verdict.
+///
+/// With `on_failure: accept`, an action's failure ends its rule only. The message is then as it
+/// stood before that rule: its bytes, its envelope, its values for tokens; it is not disposed of,
+/// even if an earlier action of the rule had done so, the rule's verdict does not count, and later
+/// rules run. What the rule's actions had filed and sent by then is not taken back. What fails
+/// outside of a rule (the adapter cannot begin, no memory to remember the message) is no failure of
+/// a rule.
+///
 /// The caller gives the adapter the final answer when the message's fate is settled: a failed run
-/// is a temporary failure, and a run of the same message then finds done what this one did.
+/// is a temporary failure, and a run of the same message then finds done what this one did. So it
+/// is after the verdict TempFailed.
 Outcome runMessage(host::message::Message& message, const policy::Snapshot& policy,
                    const Surroundings& surroundings);
 

@@ -49,7 +49,8 @@ std::string joined(const std::vector<std::string>& texts) {
 std::string rulesOf(const engine::Outcome& outcome) {
   std::vector<std::string> ids;
   for (const engine::RuleReport& rule : outcome.rules) {
-    ids.push_back(std::to_string(rule.id) + (rule.skipped ? "(skipped)" : ""));
+    const char* remark = rule.skipped ? "(skipped)" : "";
+    ids.push_back(std::to_string(rule.id) + (rule.failureAccepted ? "(accepted)" : remark));
   }
   return joined(ids);
 }
@@ -86,6 +87,10 @@ std::string messageLine(const MessageRecord& record) {
   add(line, "queue", record.origin.queueId);
   addIfAny(line, "id", record.id);
   add(line, "verdict", record.answer.name());
+  if (record.outcome.verdictRule != 0) {
+    add(line, "rule", std::to_string(record.outcome.verdictRule));
+    add(line, "text", record.outcome.verdictText);
+  }
   addIfAny(line, "rules", rulesOf(record.outcome));
   addIfAny(line, "actions", actionsOf(record.outcome));
   addIfAny(line, "changes", joined(record.changes.names()));
@@ -101,6 +106,23 @@ std::string messageLine(const MessageRecord& record) {
   add(line, "bytes", std::to_string(record.bytes));
   add(line, "ms", std::to_string(record.milliseconds));
   return line;
+}
+
+std::vector<std::string> acceptedLines(const MessageRecord& record) {
+  std::vector<std::string> lines;
+  for (const engine::RuleReport& rule : record.outcome.rules) {
+    if (!rule.failureAccepted) continue;
+    std::string line = "accepted";
+    add(line, "queue", record.origin.queueId);
+    add(line, "rule", std::to_string(rule.id));
+    add(line, "failure", engine::whatFailed(rule));
+    for (const engine::ActionReport& action : rule.actions) {
+      addIfAny(line, "reason", failureOf(action));
+    }
+    addIfAny(line, "stays", joined(engine::lastingEffects(rule)));
+    lines.push_back(std::move(line));
+  }
+  return lines;
 }
 
 std::vector<std::string> actionLines(const MessageRecord& record) {

@@ -30,6 +30,10 @@ struct MessageRecord {
 /// "message queue=… verdict=… …": words KEY=VALUE. A value with anything but plain characters
 /// stands in quotes, its quotes and backslashes behind a backslash; control bytes are escaped.
 std::string messageLine(const MessageRecord& record);
+/// The same for each rule whose failure was accepted: what failed and why, and the actions of the
+/// rule whose effects stay: "accepted queue=… rule=15 failure="action stamp of rule 15"
+/// stays=archive".
+std::vector<std::string> acceptedLines(const MessageRecord& record);
 /// The same for each action that ran: "action queue=… rule=15 action=stamp result=ok …".
 std::vector<std::string> actionLines(const MessageRecord& record);
 

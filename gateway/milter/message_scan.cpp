@@ -45,10 +45,8 @@ bool hidesContent(const host::message::Defect& defect) {
 
 std::string failedAction(const engine::Outcome& outcome) {
   for (const engine::RuleReport& rule : outcome.rules) {
-    for (const engine::ActionReport& action : rule.actions) {
-      if (action.result) continue;
-      return "action " + std::string(action.spec->name) + " of rule " + std::to_string(rule.id);
-    }
+    if (rule.failureAccepted) continue;
+    if (std::string what = engine::whatFailed(rule); !what.empty()) return what;
   }
   return "the run failed";
 }
@@ -119,6 +117,12 @@ void MessageScan::judge() {
     case engine::Verdict::Disposed:
       answer_ = Answer::discard();
       return;
+    case engine::Verdict::Rejected:
+      answer_ = Answer::reject(outcome_.verdictText);
+      return;
+    case engine::Verdict::TempFailed:
+      answer_ = Answer::tempFail(origin_.queueId, outcome_.verdictText);
+      return;
     case engine::Verdict::Failed:
       return failFor(outcome_.failure.empty() ? failedAction(outcome_) : outcome_.failure);
     case engine::Verdict::Unchanged:
@@ -161,6 +165,9 @@ void MessageScan::log(std::chrono::steady_clock::duration took) const {
   record.milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(took).count();
   for (const std::string& line : actionLines(record)) {
     gateway_.log.write(2, "%s", line.c_str());
+  }
+  for (const std::string& line : acceptedLines(record)) {
+    gateway_.log.write(1, "%s", line.c_str());
   }
   const int level = answer_.kind == Answer::Kind::TempFail ? 1 : 2;
   gateway_.log.write(level, "%s", messageLine(record).c_str());

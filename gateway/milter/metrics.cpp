@@ -60,6 +60,9 @@ struct Metrics::Impl {
         spoolFigures(std::make_shared<SpoolFigures>(spool)),
         messages(counters(*registry, "kavi_messages_total", "Messages by verdict")),
         actions(counters(*registry, "kavi_actions_total", "Actions by name and result")),
+        verdicts(counters(*registry, "kavi_rule_verdicts_total", "Messages that a rule refused")),
+        accepted(counters(*registry, "kavi_rule_failures_accepted_total",
+                          "Failures of rules that let the message go on")),
         policies(counters(*registry, "kavi_policy_loads_total", "Policies read while serving")),
         durations(prometheus::BuildHistogram()
                       .Name("kavi_message_duration_seconds")
@@ -75,6 +78,8 @@ struct Metrics::Impl {
   std::shared_ptr<SpoolFigures> spoolFigures;
   Family<Counter>& messages;
   Family<Counter>& actions;
+  Family<Counter>& verdicts;
+  Family<Counter>& accepted;
   Family<Counter>& policies;
   Histogram& durations;
   prometheus::Exposer exposer;
@@ -89,7 +94,14 @@ void Metrics::count(const Answer& answer, const engine::Outcome& outcome,
                     std::chrono::duration<double> took) {
   impl_->messages.Add({{"verdict", answer.name()}}).Increment();
   impl_->durations.Observe(took.count());
+  if (outcome.verdictRule != 0) {
+    impl_->verdicts.Add({{"rule", std::to_string(outcome.verdictRule)}, {"verdict", answer.name()}})
+        .Increment();
+  }
   for (const engine::RuleReport& rule : outcome.rules) {
+    if (rule.failureAccepted) {
+      impl_->accepted.Add({{"rule", std::to_string(rule.id)}}).Increment();
+    }
     for (const engine::ActionReport& action : rule.actions) {
       impl_->actions
           .Add({{"action", std::string(action.spec->name)},

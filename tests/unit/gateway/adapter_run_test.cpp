@@ -7,9 +7,9 @@
 #include <string_view>
 #include <vector>
 
-#include "gateway/cli/dry_adapter.h"
 #include "gateway/engine/engine.h"
 #include "host/delivery/adapter_error.h"
+#include "tests/unit/gateway/handoff_refusing_adapter.h"
 #include "tests/unit/gateway/messages.h"
 #include "tests/unit/gateway/policy_texts.h"
 
@@ -54,37 +54,6 @@ class NotingRun final : public host::delivery::MessageRun {
   void note(const std::string& text) { notes.push_back(text); }
 };
 
-/// Refuses hand-offs.
-class RefusingAdapter final : public OvIsAdapter {
- public:
-  int deleteMessage(unsigned int& e, OvMsgMailMessage* m) override {
-    return dry.deleteMessage(e, m);
-  }
-  int postponeMessage(unsigned int& e, OvMsgMailMessage* m, unsigned char a, unsigned char b,
-                      unsigned char c, unsigned char d) override {
-    return dry.postponeMessage(e, m, a, b, c, d);
-  }
-  int handoffMessage(unsigned int& error, OvMsgMailMessage*, const char*, int) override {
-    error = static_cast<unsigned int>(AdapterError::IndexBusy);
-    return 1;
-  }
-  int quarantineMessage(unsigned int& e, OvMsgMailMessage* m, const char* r, const char* d,
-                        char (&path)[kQuarantinePathSize]) override {
-    return dry.quarantineMessage(e, m, r, d, path);
-  }
-  int archiveMessage(unsigned int& e, OvMsgMailMessage* m, const char* r, const char* d,
-                     const char (&area)[kArchiveAreaNameSize]) override {
-    return dry.archiveMessage(e, m, r, d, area);
-  }
-  int resendMessage(unsigned int& e, OvMsgMailMessage* m, int f) override {
-    return dry.resendMessage(e, m, f);
-  }
-  int deliverMessage(unsigned int& e, OvMsgMailMessage* m) override {
-    return dry.deliverMessage(e, m);
-  }
-  cli::DryAdapter dry;
-};
-
 constexpr char kPolicy[] =
     "rules:\n"
     "- {id: 4, when: {subject: {matches: none}}, actions: [delete]}\n"
@@ -103,7 +72,7 @@ class AdapterRunTest : public testing::Test {
     return outcome.rules.at(0).actions.at(action).setting;
   }
 
-  RefusingAdapter adapter_;
+  HandoffRefusingAdapter adapter_;
   NotingRun run_;
   std::unique_ptr<host::message::Message> message_;
 };

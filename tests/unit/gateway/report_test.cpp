@@ -50,6 +50,51 @@ TEST(TextReport, SaysWhatHappened) {
             "  verdict  disposed of: does not go on\n");
 }
 
+constexpr char kAccepting[] =
+    "archive_areas: [{name: j}]\n"
+    "rules:\n"
+    "- {id: 1, name: a, when: always, on_failure: accept, actions: [{x_header: 'X-A: b'}, "
+    "{archive: j}, {tag_subject: '[T] '}]}\n"
+    "- {id: 2, name: b, when: always, actions: [], verdict: {tempfail: Not today}}\n";
+constexpr char kRejecting[] =
+    "rules:\n- {id: 9, name: no, when: always, actions: [], verdict: {reject: Not here}}\n";
+
+TEST(TextReport, SaysWhatFailedAndWasAccepted) {
+  // Without a field there is nothing that an action could change.
+  const std::string text = textReport(resultOf("no field\n", kAccepting), kPlain, false);
+  EXPECT_THAT(text, HasSubstr("           failure accepted (action x_header of rule 1): goes on as "
+                              "it stood before this rule\n"));
+  EXPECT_THAT(text, HasSubstr("  verdict  refused for now: does not go on, stays with its sender "
+                              "(rule 2: Not today)\n"));
+}
+
+TEST(TextReport, SaysWhatARuleAnswered) {
+  const MessageResult result = resultOf("Subject: x\n\n", kRejecting);
+  EXPECT_THAT(textReport(result, kPlain, false),
+              HasSubstr("  verdict  rejected: does not go on (rule 9: Not here)\n"));
+  Summary summary;
+  summary.add(result);
+  EXPECT_FALSE(summary.failed());
+  EXPECT_FALSE(summary.hasTempFailed());
+  EXPECT_THAT(summary.text(kPlain, 0), HasSubstr(", 1 rejected"));
+  summary.add(resultOf("no field\n", kAccepting));
+  EXPECT_TRUE(summary.hasTempFailed());
+  EXPECT_THAT(summary.brief(), HasSubstr(", 1 rejected, 1 refused for now"));
+}
+
+TEST(JsonReport, SaysWhatARuleAnsweredAndWhatWasAccepted) {
+  json report = json::parse(jsonReport(resultOf("Subject: x\n\n", kRejecting)));
+  EXPECT_EQ(report["verdict"], "rejected");
+  EXPECT_EQ(report["verdict_rule"], 9);
+  EXPECT_EQ(report["verdict_text"], "Not here");
+  EXPECT_FALSE(report.contains("output_bytes"));
+  report = json::parse(jsonReport(resultOf("no field\n", kAccepting)));
+  EXPECT_EQ(report["verdict"], "tempfailed");
+  EXPECT_EQ(report["rules"][0]["failure_accepted"],
+            json::parse(R"({"failure": "action x_header of rule 1", "effects": []})"));
+  EXPECT_FALSE(report["rules"][1].contains("failure_accepted"));
+}
+
 TEST(TextReport, SaysThatNothingHappened) {
   EXPECT_EQ(textReport(resultOf("A: b\n\n", "rules: []\n"), kPlain, false),
             "in.eml  6 bytes\n"

@@ -37,6 +37,29 @@ TEST_F(MessageLogTest, HasOneWordForEachThingThatIsKnown) {
             "from=<a@b.example> to=<c@d.example> client=client.example.org bytes=0 ms=0");
 }
 
+TEST_F(MessageLogTest, NamesTheRuleWhoseVerdictItIs) {
+  answer_ = Answer::reject("Not here");
+  outcome_.rules.emplace_back().id = 15;
+  outcome_.verdictRule = 15;
+  outcome_.verdictText = "Not \"here\"";
+  EXPECT_THAT(line(), HasSubstr(" verdict=reject rule=15 text=\"Not \\\"here\\\"\" rules=15 "));
+}
+
+TEST_F(MessageLogTest, SaysWhatFailedAndWasAcceptedAndWhatStays) {
+  engine::RuleReport& rule = outcome_.rules.emplace_back();
+  rule.id = 15;
+  rule.failureAccepted = true;
+  rule.actions.resize(2);
+  rule.actions[0].spec = policy::findAction("archive");
+  rule.actions[0].result = true;
+  rule.actions[1].spec = policy::findAction("stamp");
+  rule.actions[1].failure = "no memory";
+  EXPECT_THAT(line(), HasSubstr(" rules=15(accepted) "));
+  EXPECT_THAT(acceptedLines({origin_, collected_, outcome_, changes_, answer_, failure_}),
+              testing::ElementsAre("accepted queue=4Bx1 rule=15 failure=\"action stamp of rule "
+                                   "15\" reason=\"no memory\" stays=archive"));
+}
+
 TEST_F(MessageLogTest, NothingFromOutsideLooksLikeAnotherWord) {
   origin_.helo = "x verdict=discard \"y\\\n\x1b";
   origin_.user = "\xC3\xA4";

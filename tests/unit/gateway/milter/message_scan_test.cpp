@@ -124,15 +124,65 @@ TEST_F(MessageScanTest, AFailedActionIsATemporaryFailureWithoutChanges) {
   EXPECT_TRUE(done.changes().isEmpty());
 }
 
+TEST_F(MessageScanTest, AnAcceptedFailureLeavesTheMessageAsItStoodBeforeTheRule) {
+  use("archive_areas: [{name: journal}]\n"
+      "rules:\n"
+      "- {id: 1, when: always, actions: [{x_header: 'X-A: b'}]}\n"
+      "- {id: 2, when: always, on_failure: accept, actions: [{x_header: 'X-B: b'}, {bcc: "
+      "c@d.example}, {archive: journal}, {readdress: a@b.example}]}\n"
+      "- {id: 3, when: always, actions: [{x_header: 'X-C: b'}]}\n");
+  const std::size_t before = archived();
+  MessageScan& done = scan({{"Subject", " accepted"}});
+  EXPECT_EQ(done.answer().kind, Answer::Kind::Continue);
+  EXPECT_THAT(done.changes().names(), ElementsAre("insert X-A", "insert X-C"));
+  done.settle();
+  EXPECT_EQ(archived(), before + 1);
+  scan({{"Subject", " accepted"}}).settle();
+  EXPECT_EQ(archived(), before + 2) << "the first one was settled: this is another message";
+}
+
+TEST_F(MessageScanTest, AVerdictIsTold) {
+  use("rules: [{id: 1, when: always, actions: [{x_header: 'X-A: b'}], verdict: {reject: Not 100% "
+      "here}}]\n");
+  const MessageScan& rejected = scan({{"Subject", " s"}});
+  EXPECT_EQ(rejected.answer().kind, Answer::Kind::Reject);
+  EXPECT_EQ(rejected.answer().text, "Not 100% here");
+  EXPECT_TRUE(rejected.changes().isEmpty());
+  use("rules: [{id: 1, when: always, actions: [], verdict: {tempfail: Later}}]\n");
+  const MessageScan& later = scan({{"Subject", " s"}});
+  EXPECT_EQ(later.answer().kind, Answer::Kind::TempFail);
+  EXPECT_EQ(later.answer().text, "Later (QUEUE)");
+}
+
+TEST_F(MessageScanTest, ARetryOfWhatARuleRefusedForNowFindsItsEffectsDone) {
+  const auto refusing = [this](const char* key) {
+    use((std::string("archive_areas: [{name: journal}]\n"
+                     "rules: [{id: 1, when: always, actions: [{archive: journal}], verdict: {") +
+         key + ": No}}]\n")
+            .c_str());
+  };
+  refusing("tempfail");
+  const std::size_t before = archived();
+  scan({{"Subject", " verdict"}}).settle();
+  scan({{"Subject", " verdict"}}).settle();
+  EXPECT_EQ(archived(), before + 1);
+  refusing("reject");
+  scan({{"Subject", " verdict"}}).settle();
+  EXPECT_EQ(archived(), before + 1) << "the same message with the same action";
+  scan({{"Subject", " verdict"}}).settle();
+  EXPECT_EQ(archived(), before + 2) << "the rejection settled the first one";
+}
+
 TEST_F(MessageScanTest, ARetryFindsDoneWhatTheFirstAttemptDid) {
   use("archive_areas: [{name: journal}]\n"
       "rules: [{id: 1, when: always, actions: [{archive: journal}, {readdress: a@b.example}]}]\n");
+  const std::size_t before = archived();
   scan({{"Subject", " once"}}).settle();
-  EXPECT_EQ(archived(), 1U);
+  EXPECT_EQ(archived(), before + 1);
   scan({{"Subject", " once"}}).settle();
-  EXPECT_EQ(archived(), 1U) << "one copy, though the sender tried twice";
+  EXPECT_EQ(archived(), before + 1) << "one copy, though the sender tried twice";
   scan({{"Subject", " other"}}).settle();
-  EXPECT_EQ(archived(), 2U);
+  EXPECT_EQ(archived(), before + 2);
 }
 
 TEST_F(MessageScanTest, AMailSystemThatDoesNotTakeTheChangesGetsATemporaryFailure) {
