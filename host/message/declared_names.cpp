@@ -22,14 +22,26 @@ namespace {
 /// Texts without doubles, in order.
 class Distinct {
  public:
-  void add(std::string_view text) {
-    const std::string_view plain = trimmed(text);
-    if (plain.empty() || !seen_.insert(std::string(plain)).second) return;
-    texts_.emplace_back(plain);
+  /// With a NUL in it, as decoding may bring one: whole, with a blank there, and as readers in C
+  /// see it, cut. Also without dots at the end, which some systems drop from names of files.
+  void add(std::string text) {
+    const std::size_t nul = text.find('\0');
+    const std::string front = text.substr(0, nul);
+    std::replace(text.begin(), text.end(), '\0', ' ');
+    addOne(text);
+    if (nul != std::string::npos) addOne(front);
+    if (text.ends_with('.'))
+      addOne(std::string_view(text).substr(0, text.find_last_not_of(" .") + 1));
   }
   std::vector<std::string> take() { return std::move(texts_); }
 
  private:
+  void addOne(std::string_view text) {
+    const std::string_view plain = trimmed(text);
+    if (plain.empty() || !seen_.insert(std::string(plain)).second) return;
+    texts_.emplace_back(plain);
+  }
+
   std::unordered_set<std::string> seen_;
   std::vector<std::string> texts_;
 };
@@ -100,7 +112,6 @@ std::string inUtf8(const std::string& bytes, std::string_view charset) {
   std::string utf8;
   if (!charset.empty() && convertCharset(bytes, charset, "utf-8", OnMisfit::QuestionMark,
                                          OnMisfit::QuestionMark, utf8) == OVMSGERR::Ok) {
-    std::replace(utf8.begin(), utf8.end(), '\0', ' ');
     return utf8;
   }
   return decodedText(bytes);
@@ -211,6 +222,7 @@ class NameCollector {
       for (const std::string& reading : readings) {
         if (extended) addExtended(reading);
         names_.add(decodedText(reading));
+        addAsWritten(reading, extended);
       }
       return;
     }
@@ -221,6 +233,14 @@ class NameCollector {
     const auto [rest, fault] = std::from_chars(suffix.data(), end, number);
     if (fault != std::errc() || rest != end) return;
     pieces_[base].add(number, {std::move(readings.front()), extended});
+  }
+
+  /// Some readers decode no encoded words, some decode "%XX" in a plain parameter.
+  void addAsWritten(const std::string& reading, bool extended) {
+    if (reading.find("=?") != std::string::npos && isUtf8(reading)) names_.add(reading);
+    if (!extended && reading.find('%') != std::string::npos) {
+      names_.add(decodedText(percentDecoded(reading)));
+    }
   }
 
   void addExtended(std::string_view reading) {
