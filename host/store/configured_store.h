@@ -13,4 +13,8 @@ namespace host::store {
 /// \param actor  who makes the changes, for the audit list
 KAVI_API void configureStore(std::shared_ptr<PolicyStore> store, std::string actor);
 
+/// How this thread's last operation of KaviNamedObj on a store ended. The operations themselves
+/// answer a number only; this is for whoever has to tell a person why.
+KAVI_API StoreStatus lastObjectOperation();
+
 }  // namespace host::store

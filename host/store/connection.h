@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace host::store {
 
@@ -55,6 +56,8 @@ class Connection {
   /// How many tables there are, and of those how many are called \p name.
   virtual std::int64_t countTables() = 0;
   virtual std::int64_t countTables(const std::string& name) = 0;
+  /// Looks for damage below the tables, as far as the database can tell, and says what there is.
+  virtual void findDamage(std::vector<std::string>& faults) = 0;
   /// A text of the schema with this database's types in place of {bytes} and {row}.
   virtual std::string inDialect(std::string_view text) const = 0;
 };

@@ -26,6 +26,8 @@ Configured& configured() {
   return only;
 }
 
+thread_local StoreStatus lastStatus;
+
 std::int64_t now() {
   return std::chrono::duration_cast<std::chrono::seconds>(
              std::chrono::system_clock::now().time_since_epoch())
@@ -40,6 +42,8 @@ void configureStore(std::shared_ptr<PolicyStore> store, std::string actor) {
   present.store = std::move(store);
   present.actor = std::move(actor);
 }
+
+StoreStatus lastObjectOperation() { return lastStatus; }
 
 }  // namespace host::store
 
@@ -77,8 +81,9 @@ namespace {
 template <class Work>
 int onStore(const Kavi::RdbmsInterface& database, Work&& work) {
   return host::core::guarded(static_cast<int>(StoreError::Internal), [&] {
-    if (!database.isOpen()) return static_cast<int>(StoreError::Unavailable);
-    const StoreStatus status = work(*database.impl()->store);
+    StoreStatus& status = host::store::lastStatus;
+    status = {StoreError::Unavailable, "no store is open"};
+    if (database.isOpen()) status = work(*database.impl()->store);
     return static_cast<int>(status.error);
   });
 }

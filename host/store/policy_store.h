@@ -77,6 +77,11 @@ class KAVI_API PolicyStore : public ObjectStore {
   /// The changes behind row \p afterRow, the oldest first.
   virtual StoreStatus listAudit(std::int64_t afterRow, std::size_t limit,
                                 std::vector<AuditRecord>& records) = 0;
+
+  /// Reads everything and looks for what contradicts itself.
+  /// \param faults  receives a sentence for each place, no more than some hundreds; empty when the
+  ///   store is sound
+  virtual StoreStatus check(std::vector<std::string>& faults) = 0;
 };
 
 }  // namespace host::store

@@ -62,6 +62,7 @@ class KAVI_API SqlStore : public Database {
   StoreStatus readRevision(std::int64_t& revision) override;
   StoreStatus listAudit(std::int64_t afterRow, std::size_t limit,
                         std::vector<AuditRecord>& records) override;
+  StoreStatus check(std::vector<std::string>& faults) override;
 
  private:
   enum class Access {

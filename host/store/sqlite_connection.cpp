@@ -5,6 +5,7 @@
 #include <limits>
 #include <utility>
 
+#include "host/core/text_escape.h"
 #include "host/store/dialect.h"
 #include "host/store/store_failure.h"
 
@@ -16,6 +17,9 @@ constexpr int kPrimaryCode = 0xFF;  // the rest of a result code says it more ex
 constexpr char kBeginRead[] = "BEGIN";
 constexpr char kBeginWrite[] = "BEGIN IMMEDIATE";
 constexpr char kCommit[] = "COMMIT";
+constexpr char kCheckFile[] = "PRAGMA integrity_check(100)";
+constexpr char kCheckReferences[] =
+    "SELECT \"table\", rowid, parent FROM pragma_foreign_key_check LIMIT 100";
 constexpr char kCountTables[] = "SELECT count(*) FROM sqlite_schema";
 constexpr char kCountNamed[] = "SELECT count(*) FROM sqlite_schema WHERE name = CAST($1 AS TEXT)";
 
@@ -189,6 +193,22 @@ std::int64_t SqliteConnection::countTables(const std::string& name) {
   query.bind(std::string_view(name));
   query.next();
   return query.number(0);
+}
+
+void SqliteConnection::findDamage(std::vector<std::string>& faults) {
+  {
+    Query query(*this, kCheckFile);
+    while (query.next()) {
+      std::string line = query.bytes(0);
+      if (line != "ok") faults.push_back("the file: " + core::printable(line));
+    }
+  }
+  Query query(*this, kCheckReferences);
+  while (query.next()) {
+    faults.push_back("table " + core::printable(query.bytes(0)) + ": row " +
+                     std::to_string(query.number(1)) + " refers to what is not there in table " +
+                     core::printable(query.bytes(2)));
+  }
 }
 
 std::string SqliteConnection::inDialect(std::string_view text) const {

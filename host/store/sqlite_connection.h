@@ -36,6 +36,7 @@ class SqliteConnection final : public Connection {
   void lockTables() override;
   std::int64_t countTables() override;
   std::int64_t countTables(const std::string& name) override;
+  void findDamage(std::vector<std::string>& faults) override;
   std::string inDialect(std::string_view text) const override;
 
   SQLite::Database& database() { return database_; }

@@ -65,16 +65,18 @@ std::pair<std::string, std::string> split(const std::string& path) {
   return {path.substr(0, slash + 1), std::move(name)};
 }
 
-// Refuses a link that somebody else has put there: it leads where that person wants.
-void requireOwnLink(const core::Folder& folder, const std::string& name) {
+// Refuses what is no file, and a link that somebody else has put there: it leads where that person
+// wants.
+void requireOwnFile(const core::Folder& folder, const std::string& name) {
   struct stat link {};
   struct stat target {};
-  if (::fstatat(folder.descriptor(), name.c_str(), &link, AT_SYMLINK_NOFOLLOW) != 0 ||
-      !S_ISLNK(link.st_mode) || link.st_uid == 0 || link.st_uid == ::geteuid()) {
-    return;
+  if (::fstatat(folder.descriptor(), name.c_str(), &link, AT_SYMLINK_NOFOLLOW) != 0) return;
+  const bool there = ::fstatat(folder.descriptor(), name.c_str(), &target, 0) == 0;
+  if (there && !S_ISREG(target.st_mode)) {
+    throw StoreFailure(StoreError::Unavailable, "its path names no file");
   }
-  if (::fstatat(folder.descriptor(), name.c_str(), &target, 0) != 0 ||
-      target.st_uid != link.st_uid) {
+  const bool isOwn = !S_ISLNK(link.st_mode) || link.st_uid == 0 || link.st_uid == ::geteuid();
+  if (!isOwn && (!there || target.st_uid != link.st_uid)) {
     throw StoreFailure(StoreError::Permission, "its path is a link that another user has made");
   }
 }
@@ -116,7 +118,7 @@ std::unique_ptr<Connection> SqlitePool::look() {
   const core::FileError opened = folder.open(folderPath, false);
   if (opened == core::FileError::MissingFolder) return nullptr;
   require(opened);
-  requireOwnLink(folder, name);
+  requireOwnFile(folder, name);
   struct stat status {};
   const bool there = ::fstatat(folder.descriptor(), name.c_str(), &status, 0) == 0;
   if (!there && errno != ENOENT) require(core::fileErrorOf(errno));
@@ -129,7 +131,7 @@ std::unique_ptr<Connection> SqlitePool::open() {
   const auto [folderPath, name] = split(path_);
   core::Folder folder(ops_);
   require(folder.open(folderPath, true));
-  requireOwnLink(folder, name);
+  requireOwnFile(folder, name);
   // One at a time, in this process and in others: two that switch to the write-ahead log, or make
   // the tables, at once would get in each other's way instead of waiting. The descriptor's end
   // gives the lock back.

@@ -120,7 +120,7 @@ TEST_F(PolicyContract, KeepsObjectsWithAnyBytes) {
 }
 
 TEST_F(PolicyContract, TakesTheLargestNumbers) {
-  ObjectRecord object = objectOf(UINT32_MAX, UINT32_MAX, "n");
+  ObjectRecord object = objectOf(UINT32_MAX, kStamp, "n");
   object.builtIn = true;
   object.type = kStamp;
   const ObjectRecord kept = find(add(object));
@@ -379,6 +379,26 @@ TEST_F(PolicyContract, KeepsAnObjectThatARuleRefersTo) {
   next.rules.erase(next.rules.begin());
   ASSERT_EQ(replace(next), StoreError::None);
   EXPECT_TRUE(store_->removeObject(1, 1, note_).ok());
+}
+
+TEST_F(PolicyContract, IsSoundAfterEveryChange) {
+  const auto faults = [&] {
+    std::vector<std::string> found = {"left as it was"};
+    const StoreStatus status = store_->check(found);
+    EXPECT_TRUE(status.ok()) << status.text;
+    return found;
+  };
+  EXPECT_TRUE(faults().empty());
+  ASSERT_EQ(replace(sample()), StoreError::None);
+  EXPECT_TRUE(faults().empty());
+  const std::uint32_t id = add(objectOf(UINT32_MAX, kStamp, "'; --", std::string(3, '\0')));
+  EXPECT_TRUE(faults().empty());
+  ASSERT_TRUE(store_->removeObject(id, UINT32_MAX, note_).ok());
+  PolicyRecord next = policy();
+  next.rules.pop_back();
+  next.rules[0].order = 0;
+  ASSERT_EQ(replace(next), StoreError::None);
+  EXPECT_TRUE(faults().empty());
 }
 
 }  // namespace

@@ -238,4 +238,12 @@ MemoryPolicyStore::Status MemoryPolicyStore::listAudit(std::int64_t afterRow, st
   return {};
 }
 
+MemoryPolicyStore::Status MemoryPolicyStore::check(std::vector<std::string>& faults) {
+  faults.clear();
+  if (!hasIds(policy_.objects) || !hasIds(policy_.rules) || !canFollow(policy_, policy_)) {
+    faults.push_back("the policy contradicts itself");
+  }
+  return {};
+}
+
 }  // namespace fakes

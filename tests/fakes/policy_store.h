@@ -28,6 +28,7 @@ class MemoryPolicyStore final : public host::store::PolicyStore {
   Status readRevision(std::int64_t& revision) override;
   Status listAudit(std::int64_t afterRow, std::size_t limit,
                    std::vector<host::store::AuditRecord>& records) override;
+  Status check(std::vector<std::string>& faults) override;
 
  private:
   /// Makes \p next the policy if it is one, and writes down what was done.

@@ -115,6 +115,21 @@ TEST_F(PlatformStore, TellsWhatIsInUseAndKeepsIt) {
   EXPECT_EQ(objects.front().firstFlag, 1);
 }
 
+TEST_F(PlatformStore, TellsWhyTheLastOperationFailed) {
+  add("a", "1:1:x:");
+  EXPECT_TRUE(host::store::lastObjectOperation().ok());
+  unsigned int id = 0;
+  ASSERT_EQ(access_.add(kOwner, "a", "1:1:x:", id), Access::AddRefused);
+  EXPECT_EQ(host::store::lastObjectOperation().error, StoreError::NameTaken);
+  EXPECT_THAT(host::store::lastObjectOperation().text, ::testing::HasSubstr(temp_ / "store"));
+  ASSERT_EQ(access_.add(kOwner, "b", "1:1:x:", id), Access::Success);
+  EXPECT_TRUE(host::store::lastObjectOperation().ok());
+  EXPECT_TRUE(host::store::lastObjectOperation().text.empty());
+  host::store::configureStore(nullptr, {});
+  ASSERT_NE(access_.remove(id, kOwner), 0);
+  EXPECT_EQ(host::store::lastObjectOperation().error, StoreError::Unavailable);
+}
+
 TEST_F(PlatformStore, WritesDownWhoMadeAChange) {
   add("area", "1:1:x:");
   std::vector<host::store::AuditRecord> records;

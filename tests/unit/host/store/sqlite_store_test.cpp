@@ -9,6 +9,7 @@
 #include <string>
 
 #include "host/store/sqlite_connection.h"
+#include "library/platform/kavi_named_obj.h"
 #include "tests/unit/host/core/cpu_time.h"
 #include "tests/unit/host/core/temp_folder.h"
 
@@ -205,6 +206,87 @@ TEST(SqliteStore, FollowsALinkOfItsOwnUserOnly) {
   EXPECT_THAT(status.text, HasSubstr("a link that another user has made"));
   StoreForm form;
   EXPECT_EQ(store.readForm(form).error, StoreError::Permission);
+}
+
+// One spoilt store for each: what was done to it, and what is to be said.
+struct Spoilt {
+  const char* change;
+  const char* fault;
+};
+
+TEST(SqliteStore, FindsWhatContradictsItself) {
+  // Rows that constraints would refuse go into a table made anew without them.
+  constexpr char kWithoutConstraints[] =
+      "PRAGMA foreign_keys = OFF; PRAGMA legacy_alter_table = ON;"
+      "ALTER TABLE named_object RENAME TO before;"
+      "CREATE TABLE named_object (id BIGINT PRIMARY KEY, owner, type, name, content, built_in, "
+      "created_at, changed_at);"
+      "INSERT INTO named_object SELECT * FROM before; DROP TABLE before;"
+      "ALTER TABLE rule RENAME TO before;"
+      "CREATE TABLE rule (id BIGINT PRIMARY KEY, name, position, enabled, condition);"
+      "INSERT INTO rule SELECT id, name, position, enabled, condition FROM before;"
+      "DROP TABLE before;";
+  const Spoilt cases[] = {
+      {"DELETE FROM policy_state", "the policy has 0 rows that count its changes"},
+      {"UPDATE policy_state SET last_object = 1", "object 2 has an id that was never given"},
+      {"UPDATE named_object SET id = -4 WHERE id = 2", "object -4 has an id"},
+      {"UPDATE named_object SET owner = 4294967296 WHERE id = 2", "object 2 has an owner"},
+      {"UPDATE named_object SET name = x'61'", "object 1 has the name of object 2"},
+      {"UPDATE rule SET position = -1", "rule 7 has an id or a place"},
+      {"UPDATE rule SET position = 1", "rule 7 stands at the place of rule 8"},
+      {"DELETE FROM rule WHERE id = 7", "rule 7 has actions but is not there"},
+      {"UPDATE rule_action SET position = 2", "rule 7 has actions out of their places"},
+      {"DELETE FROM rule_action", "rule 7 refers to objects in its action 1"},
+      {"DELETE FROM named_object WHERE id = 1", "rule 7 refers to object 1, which is not there"},
+      {"UPDATE policy_audit SET revision = 99 WHERE id = 2", "the change in row 2"}};
+  for (const auto& [change, fault] : cases) {
+    const TempFolder temp;
+    SqliteStore store(temp / "store");
+    PolicyRecord policy;
+    policy.objects.resize(2);
+    for (std::uint32_t i = 0; i < 2; ++i) {
+      policy.objects[i].id = i + 1;
+      policy.objects[i].type = KaviNamedObj::StampType;
+      policy.objects[i].name = std::string(1, static_cast<char>('a' + i));
+    }
+    policy.rules = {{7, "r", 1, true, "c", {{8, "1-1", {1}}}}, {8, "s", 2, true, "c", {}}};
+    std::int64_t revision = 0;
+    ASSERT_TRUE(store.replacePolicy(policy, {"x", 1}, revision).ok());
+    {
+      SqliteConnection connection(temp / "store", 1000);
+      connection.execute(kWithoutConstraints);
+      connection.execute(change);
+    }
+    std::vector<std::string> faults;
+    const StoreStatus status = SqliteStore(temp / "store").check(faults);
+    ASSERT_TRUE(status.ok()) << change << ": " << status.text;
+    EXPECT_THAT(faults, ::testing::Contains(HasSubstr(fault))) << change;
+  }
+}
+
+TEST(SqliteStore, FindsDamageBelowItsTables) {
+  const TempFolder temp;
+  std::uint32_t id = 0;
+  {
+    SqliteStore store(temp / "store");
+    ObjectRecord object;
+    object.type = KaviNamedObj::StampType;
+    for (int i = 0; i < 200; ++i) {
+      object.name = "name " + std::to_string(i);
+      ASSERT_TRUE(store.addObject(object, {"x", 1}, id).ok());
+    }
+    SqliteConnection(temp / "store", 1000).execute("PRAGMA wal_checkpoint(TRUNCATE)");
+  }
+  std::string bytes = testing_host::contentOf(temp / "store");
+  // A name of an index that its row does not have.
+  const std::size_t at = bytes.rfind("name 150");
+  ASSERT_NE(at, std::string::npos);
+  bytes[at] = 'N';
+  testing_host::writeFile(temp / "store", bytes);
+  std::vector<std::string> faults;
+  const StoreStatus status = SqliteStore(temp / "store").check(faults);
+  ASSERT_TRUE(status.ok()) << status.text;
+  EXPECT_THAT(faults, ::testing::Contains(HasSubstr("the file: ")));
 }
 
 TEST(MakeStore, TakesALocation) {
