@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "gateway/cli/json_output.h"
 #include "gateway/cli/startup.h"
 #include "gateway/cli/terminal.h"
 #include "gateway/policy/action_registry.h"
@@ -26,12 +27,6 @@ namespace {
 using nlohmann::ordered_json;
 using policy::ActionSpec;
 using policy::Diagnostic;
-
-void printLine(const std::string& text) { std::printf("%s\n", text.c_str()); }
-
-void printJson(const ordered_json& json) {
-  printLine(json.dump(2, ' ', false, ordered_json::error_handler_t::replace));
-}
 
 /// By name or by type code. Complains when there is none.
 const ActionSpec* requireAction(const std::string& name) {

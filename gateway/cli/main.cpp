@@ -42,6 +42,7 @@ int main(int argc, char** argv) {
     addPolicyCommands(app, chosen);
     addLookupCommands(app, chosen);
     addSpoolCommands(app, chosen);
+    addStoreCommands(app, chosen);
     // Last: a subcommand starts with the examples that its parent has by then.
     app.footer(kExamples);
     try {

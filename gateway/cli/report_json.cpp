@@ -1,10 +1,7 @@
-#include <cctype>
-#include <cstring>
 #include <nlohmann/json.hpp>
-#include <string_view>
 
+#include "gateway/cli/json_output.h"
 #include "gateway/cli/report.h"
-#include "host/core/text_escape.h"
 
 namespace gateway::cli {
 namespace {
@@ -14,37 +11,6 @@ using engine::RuleReport;
 using engine::Verdict;
 using host::message::Change;
 using nlohmann::ordered_json;
-
-bool isUtf8(const std::string& text) {
-  for (std::size_t at = 0; at < text.size();) {
-    const std::size_t length = host::core::utf8Length(std::string_view(text).substr(at));
-    if (length == 0) return false;
-    at += length;
-  }
-  return true;
-}
-
-/// Every byte but letters, digits and "-._~/" as "%XX" (RFC 3986 section 2.1).
-std::string percentEncoded(const std::string& text) {
-  constexpr std::string_view kDigits = "0123456789ABCDEF";
-  std::string out;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x80 && (std::isalnum(byte) != 0 || std::strchr("-._~/", c) != nullptr) && c != 0) {
-      out += c;
-    } else {
-      out += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
-    }
-  }
-  return out;
-}
-
-/// A path is bytes. One that is no UTF-8 cannot stand in JSON as it is, and gets a second key from
-/// which it can be had.
-void addPath(const char* key, const std::string& path, ordered_json& json) {
-  json[key] = path;
-  if (!isUtf8(path)) json[std::string(key) + "_encoded"] = percentEncoded(path);
-}
 
 const char* wordOf(Change::Kind kind) {
   switch (kind) {
@@ -190,7 +156,7 @@ void addRun(const MessageResult& result, ordered_json& json) {
   for (const AdapterCall& call : result.calls) {
     ordered_json entry = {{"operation", call.operation}, {"error", call.error}};
     if (!call.reason.empty()) entry["error_text"] = call.reason;
-    if (!call.file.empty()) addPath("file", call.file, entry);
+    if (!call.file.empty()) addBytes("file", call.file, entry);
     calls.push_back(std::move(entry));
   }
   json["calls"] = std::move(calls);
@@ -203,7 +169,7 @@ void addRun(const MessageResult& result, ordered_json& json) {
   }
   if (!result.outcome.failure.empty()) json["failure"] = result.outcome.failure;
   if (result.outputRecipients) json["output_rcpt"] = *result.outputRecipients;
-  if (!result.output.empty()) addPath("output", result.output, json);
+  if (!result.output.empty()) addBytes("output", result.output, json);
   if (engine::goesOn(result.outcome.verdict) || result.outcome.verdict == Verdict::Failed) {
     json["output_bytes"] = result.outputBytes;
   }
@@ -213,7 +179,7 @@ void addRun(const MessageResult& result, ordered_json& json) {
 
 std::string jsonReport(const MessageResult& result) {
   ordered_json json;
-  addPath("input", result.file != nullptr ? result.file->path : result.name, json);
+  addBytes("input", result.file != nullptr ? result.file->path : result.name, json);
   if (result.number != 0) json["message"] = result.number;
   if (result.ran) addRun(result, json);
   if (!result.error.empty()) json["error"] = result.error;

@@ -62,33 +62,43 @@ std::shared_ptr<Database> findStore(const std::string& location, Kavi::GlobalSet
   return store;
 }
 
-std::shared_ptr<Database> openStore(const std::string& location, Kavi::GlobalSetting& settings) {
-  std::shared_ptr<Database> store = findStore(location, settings);
-  if (store == nullptr) return nullptr;
-  const std::string called = "store " + printable(store->location()) + ": ";
+namespace {
+
+/// Whether \p store can be used as it stands; complains when not.
+bool isReady(Database& store) {
+  const std::string called = "store " + printable(store.location()) + ": ";
   StoreForm form;
-  if (const StoreStatus status = store->readForm(form); !status.ok()) {
+  if (const StoreStatus status = store.readForm(form); !status.ok()) {
     complain(status.text);
-    return nullptr;
-  }
-  if (form.version == 0) {
+  } else if (form.version == 0) {
     complain(called + "there is none (kavi store init makes it)");
-    return nullptr;
-  }
-  if (form.version < form.newest) {
+  } else if (form.version < form.newest) {
     complain(called + "it has version " + std::to_string(form.version) + ", this program needs " +
              std::to_string(form.newest) +
              " (kavi store migrate brings it there; older programs cannot use it any more then)");
-    return nullptr;
+  } else {
+    return true;
   }
+  return false;
+}
+
+}  // namespace
+
+std::shared_ptr<Database> openStore(const std::string& location, Kavi::GlobalSetting& settings) {
+  std::shared_ptr<Database> store = findStore(location, settings);
+  if (store == nullptr || !isReady(*store)) return nullptr;
   host::store::configureStore(store, actorName());
   return store;
 }
 
-std::shared_ptr<Database> openStore(const StoreOptions& options) {
+int openStore(const StoreOptions& options, std::shared_ptr<Database>& store) {
   host::core::IniSettings settings;
-  if (!loadSettings(options.config, settings)) return nullptr;
-  return openStore(options.location, settings);
+  if (!loadSettings(options.config, settings)) return ExitUsage;
+  store = findStore(options.location, settings);
+  if (store == nullptr) return ExitUsage;
+  if (!isReady(*store)) return ExitFailed;
+  host::store::configureStore(store, actorName());
+  return ExitDone;
 }
 
 }  // namespace gateway::cli

@@ -33,6 +33,9 @@ std::shared_ptr<host::store::Database> openStore(const std::string& location,
                                                  Kavi::GlobalSetting& settings);
 
 /// The same, for commands that need nothing else from the settings file.
-std::shared_ptr<host::store::Database> openStore(const StoreOptions& options);
+/// \return the exit status: ExitUsage when none is named, ExitFailed when it cannot be used, after
+/// a
+///   complaint; else ExitDone with \p store.
+int openStore(const StoreOptions& options, std::shared_ptr<host::store::Database>& store);
 
 }  // namespace gateway::cli

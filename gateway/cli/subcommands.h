@@ -16,6 +16,9 @@ using Chosen = std::function<int()>;
 
 inline constexpr char kConfigHelp[] = "Global settings, an INI file";
 inline constexpr char kJsonHelp[] = "As JSON";
+inline constexpr char kStoreHelp[] =
+    "The store, sqlite:PATH or postgresql://USER@HOST/DATABASE; else location in section store of "
+    "the settings";
 
 inline constexpr char kPolicyStoreHelp[] =
     "The store that holds the policy, sqlite:PATH or postgresql://USER@HOST/DATABASE; with "
@@ -33,5 +36,6 @@ void addMessageCommands(CLI::App& app, Chosen& chosen);  ///< expand, notify
 void addPolicyCommands(CLI::App& app, Chosen& chosen);
 void addLookupCommands(CLI::App& app, Chosen& chosen);  ///< actions, tokens, setting
 void addSpoolCommands(CLI::App& app, Chosen& chosen);
+void addStoreCommands(CLI::App& app, Chosen& chosen);
 
 }  // namespace gateway::cli

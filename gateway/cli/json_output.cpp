@@ -1,0 +1,55 @@
+#include "gateway/cli/json_output.h"
+
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <string_view>
+
+#include "host/core/text_escape.h"
+
+namespace gateway::cli {
+namespace {
+
+using nlohmann::ordered_json;
+
+bool isUtf8(const std::string& text) {
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t length = host::core::utf8Length(std::string_view(text).substr(at));
+    if (length == 0) return false;
+    at += length;
+  }
+  return true;
+}
+
+std::string percentEncoded(const std::string& text) {
+  constexpr std::string_view kDigits = "0123456789ABCDEF";
+  std::string out;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x80 && (std::isalnum(byte) != 0 || std::strchr("-._~/", c) != nullptr) && c != 0) {
+      out += c;
+    } else {
+      out += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+    }
+  }
+  return out;
+}
+
+}  // namespace
+
+void addBytes(const char* key, const std::string& bytes, ordered_json& json) {
+  json[key] = bytes;
+  if (!isUtf8(bytes)) json[std::string(key) + "_encoded"] = percentEncoded(bytes);
+}
+
+void printJson(const ordered_json& json) {
+  printLine(json.dump(2, ' ', false, ordered_json::error_handler_t::replace));
+}
+
+void printLine(const std::string& text) {
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  std::fputc('\n', stdout);
+}
+
+}  // namespace gateway::cli
