@@ -24,6 +24,12 @@ def free_port():
         return probe.getsockname()[1]
 
 
+def free_udp_port():
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
 def wait_until(condition, what, patience=PATIENCE):
     """Waits for something that another process does, and returns it."""
     end = time.monotonic() + patience
@@ -283,6 +289,41 @@ class Postfix:
         for name in ("incoming", "active", "deferred"):
             found += [path.name for path in (self.queue / name).rglob("*") if path.is_file()]
         return found
+
+
+class TrapReceiver:
+    """snmptrapd, which writes what it gets into its log, a line for each trap."""
+
+    def __init__(self, folder):
+        self.folder = folder
+        folder.mkdir()
+        (folder / "conf").write_text("disableAuthorization yes\n")
+        self.port = free_udp_port()
+        self.log_path = folder / "traps"
+        with open(self.log_path, "wb") as log:
+            self.process = subprocess.Popen(
+                ["snmptrapd", "-f", "-Lo", "-n", "-C", "-c", str(folder / "conf"), "-On",
+                 "-F", "TRAP %N, specific %q: %v\n", f"udp:127.0.0.1:{self.port}"],
+                stdin=subprocess.DEVNULL, stdout=log, stderr=log, start_new_session=True,
+                env={**os.environ, "MIBS": "", "SNMP_PERSISTENT_DIR": str(folder)})
+        wait_until(self.listens, "snmptrapd")
+
+    def listens(self):
+        if self.process.poll() is not None:
+            raise AssertionError("snmptrapd ended: " + self.log_path.read_text(errors="replace"))
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
+            try:
+                probe.bind(("127.0.0.1", self.port))
+            except OSError:
+                return True
+        return False
+
+    def traps(self):
+        lines = self.log_path.read_text(encoding="utf-8", errors="replace").splitlines()
+        return [line for line in lines if line.startswith("TRAP ")]
+
+    def stop(self):
+        return end_process(self.process)
 
 
 def without_trace(message):
