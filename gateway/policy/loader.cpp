@@ -21,19 +21,12 @@
 namespace gateway::policy {
 namespace {
 
-constexpr std::size_t kMaxNameLength = 255;
-
 template <class Number>
 bool parseNumber(const Node& value, Number& number) {
   if (value.kind != Node::Kind::Scalar || value.text.empty()) return false;
   const char* end = value.text.data() + value.text.size();
   const auto [rest, fault] = std::from_chars(value.text.data(), end, number);
   return fault == std::errc() && rest == end;
-}
-
-bool isPrintableText(const std::string& text) {
-  return std::none_of(text.begin(), text.end(),
-                      [](char c) { return static_cast<unsigned char>(c) < 32; });
 }
 
 class Loader {
@@ -130,10 +123,7 @@ class Loader {
     name = value.text;
     // Who writes bytes means them: the store takes any name.
     if (value.kind == Node::Kind::Binary) return true;
-    if (value.kind == Node::Kind::Scalar && !name.empty() && name.size() <= kMaxNameLength &&
-        isPrintableText(name)) {
-      return true;
-    }
+    if (value.kind == Node::Kind::Scalar && isWritableName(name)) return true;
     fail(value.line, "a name is one line of 1 to 255 bytes, not " + inQuotes(name));
     return false;
   }

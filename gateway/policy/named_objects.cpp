@@ -106,6 +106,19 @@ bool givesAgain(const ObjectKind& kind, const Node& entry, const std::string& na
 
 }  // namespace
 
+bool isWritableName(std::string_view name) {
+  constexpr std::size_t kMaxLength = 255;
+  return !name.empty() && name.size() <= kMaxLength &&
+         std::none_of(name.begin(), name.end(),
+                      [](char c) { return static_cast<unsigned char>(c) < 32; });
+}
+
+const Node& nameValue(const std::string& name, Document& document) {
+  Node& value = document.addValue(name);
+  if (!isWritableName(name)) value.kind = Node::Kind::Binary;
+  return value;
+}
+
 void EntryKeys::addList(std::string_view key, const std::vector<std::string_view>& values) {
   Node& list = document_.add(Node::Kind::List, 0);
   for (const std::string_view value : values) {
@@ -117,7 +130,7 @@ void EntryKeys::addList(std::string_view key, const std::vector<std::string_view
 const Node& entryOf(const ObjectKind& kind, const std::string& name, const std::string& setting,
                     Document& document) {
   Node& entry = document.add(Node::Kind::Map, 0);
-  document.addMember(entry, "name", name);
+  entry.members.push_back({"name", 0, &nameValue(name, document)});
   EntryKeys keys(document, entry);
   if (!kind.decode(setting, keys) || !givesAgain(kind, entry, name, setting)) {
     entry.members.resize(1);

@@ -42,6 +42,11 @@ class EntryKeys {
   Node& entry_;
 };
 
+/// Whether \p name is one that people write: one line of 1 to 255 bytes. Others are bytes.
+bool isWritableName(std::string_view name);
+/// \p name as the value of the key `name`.
+const Node& nameValue(const std::string& name, Document& document);
+
 /// What the gateway knows about one kind of named object.
 struct ObjectKind {
   std::string_view key;  ///< the list of a policy that declares them
