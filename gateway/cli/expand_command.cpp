@@ -2,17 +2,21 @@
 
 #include <cstdio>
 #include <memory>
+#include <optional>
 
+#include "gateway/cli/delivery_setup.h"
 #include "gateway/cli/dry_adapter.h"
 #include "gateway/cli/message_job.h"
 #include "gateway/cli/startup.h"
 #include "gateway/engine/engine.h"
 #include "gateway/policy/token_check.h"
 #include "host/core/text_escape.h"
+#include "host/delivery/seal_keys.h"
 
 namespace gateway::cli {
 namespace {
 
+using host::delivery::ReprocessTrust;
 using host::message::Buffer;
 using host::message::Message;
 
@@ -34,6 +38,12 @@ int expandCommand(const ExpandOptions& options) {
   settings.policy = hasPolicy ? loadPolicy(options.policy, startup->settings()).snapshot
                               : policy::Snapshot::of({});
   if (settings.policy == nullptr) return ExitUsage;
+  host::delivery::DeliverySettings delivery;
+  std::optional<host::delivery::SealKeys> keys;
+  if (options.reinjected) {
+    if (!readDelivery(startup->settings(), options.state, delivery)) return ExitUsage;
+    keys.emplace(delivery.sealKeyPath());
+  }
   std::string error;
   auto bytes = Buffer::readFile(options.file == "-" ? "/dev/stdin" : options.file, error);
   if (bytes == nullptr) {
@@ -44,7 +54,11 @@ int expandCommand(const ExpandOptions& options) {
   message->setEnvelope(chooseEnvelope(*message, settings.from, settings.recipients).envelope);
   DryAdapter adapter;
   engine::Surroundings surroundings{.adapter = adapter, .hostName = hostName()};
-  if (options.trusted) surroundings.trust = host::delivery::ReprocessTrust::Assumed;
+  if (options.trusted) surroundings.trust = ReprocessTrust::Assumed;
+  if (keys) {
+    surroundings.trust = ReprocessTrust::Sealed;
+    surroundings.sealKeys = &*keys;
+  }
   const engine::Expansion expansion =
       engine::expandText(options.text, *message, *settings.policy, surroundings);
   if (!expansion.failure.empty()) {

@@ -16,7 +16,9 @@ struct ExpandOptions {
   std::string config;    ///< settings file; empty for none
   std::optional<std::string> from;
   std::vector<std::string> recipients;
-  bool trusted = false;
+  bool trusted = false;     ///< reprocessing fields of the message count without a seal
+  bool reinjected = false;  ///< they count with a seal that holds
+  std::string state;        ///< where its keys are, instead of what the settings say
 };
 
 /// Prints the text with its tokens replaced for the message; words that look like mistyped tokens

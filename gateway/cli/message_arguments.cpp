@@ -5,6 +5,7 @@
 
 #include "gateway/cli/expand_command.h"
 #include "gateway/cli/notify_command.h"
+#include "gateway/cli/spool_commands.h"
 #include "gateway/cli/standard_streams.h"
 #include "gateway/cli/subcommands.h"
 
@@ -50,7 +51,9 @@ void addExpand(CLI::App& app, Chosen& chosen) {
   addMessage(*expand, *arguments);
   addPolicySource(*expand, options.policy,
                   "Take the values of rules from the first of its rules that matches");
-  expand->add_flag("--trusted", options.trusted, "As for run");
+  CLI::Option* trusted = expand->add_flag("--trusted", options.trusted, "As for run");
+  expand->add_flag("--reinjected", options.reinjected, "As for run")->excludes(trusted);
+  expand->add_option("--state", options.state, kStateHelp)->type_name("FOLDER");
   expand->callback([expand, arguments, &chosen] {
     chosen = [expand, arguments] {
       if (expand->count("--from") != 0) arguments->options.from = arguments->from;

@@ -241,6 +241,25 @@ class RescanTest(DeliveryCase):
                     self.message)
         self.assertEqual(done.returncode, 2)
 
+    def test_expand_takes_them_as_run_does(self):
+        captured = self.readdressed()
+        self.policy("{id: 7, name: seven, when: always, actions: [{readdress: c@y.example}]}",
+                    "{id: 8, name: eight, when: always, actions: [{x_header: 'X-A: b'}]}")
+        for arguments, rule in (([], "seven"), (["--trusted"], "eight"),
+                                (["--reinjected"], "eight"),
+                                (["--reinjected", "--rcpt", "x@y.example"], "seven")):
+            with self.subTest(arguments):
+                done = kavi("expand", "%RULENAME%", captured, "--config", self.config, "--policy",
+                            self.folder / "policy.yaml", "--from", "a@x.example",
+                            *([] if "--rcpt" in arguments else ["--rcpt", "c@y.example"]),
+                            *arguments)
+                self.assertEqual((done.returncode, done.stdout.decode()), (0, rule + "\n"))
+        (self.state / "reprocess.keys").write_bytes(b"no key\n")
+        done = kavi("expand", "%RULENAME%", captured, "--config", self.config, "--policy",
+                    self.folder / "policy.yaml", "--reinjected")
+        self.assertEqual((done.returncode, done.stdout), (1, b""))
+        self.assertIn(str(self.state / "reprocess.keys").encode(), done.stderr)
+
     def test_trusted_fields_are_stored_with_the_rule_and_left_as_they_were(self):
         marked = self.put("marked.eml", b"X-kavi-reprocess-rules: 12\r\n" + MESSAGE)
         self.areas("{quarantine: virus}")
