@@ -85,7 +85,7 @@ bool Deliverer::open(Kavi::GlobalSetting& settings, const policy::Snapshot& poli
 }
 
 std::unique_ptr<JobAdapter> Deliverer::make(const host::message::Message& message,
-                                            const std::string&) {
+                                            const InputMessage&) {
   return std::make_unique<Job>(*this, std::hash<std::string_view>()(message.receivedBytes()));
 }
 

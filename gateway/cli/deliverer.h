@@ -36,7 +36,7 @@ class Deliverer final : public JobAdapters {
 
   /// Messages of one content take turns: of two at once, one would find the other at work.
   std::unique_ptr<JobAdapter> make(const host::message::Message& message,
-                                   const std::string& inputName) override;
+                                   const InputMessage& input) override;
 
   /// Keeps what \p result has unanswered.
   void keep(const MessageResult& result);

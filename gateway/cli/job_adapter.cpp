@@ -20,10 +20,17 @@ class DryJob final : public JobAdapter {
   DryAdapter adapter_;
 };
 
+/// What the adapter's files are called: messages of an mbox are told apart by their number.
+std::string adapterName(const InputMessage& input) {
+  const std::string& name = input.file->outputName;
+  if (input.number == 0) return name;
+  return name + "-" + std::to_string(input.number) + ".eml";
+}
+
 class RecordingJob final : public JobAdapter {
  public:
-  RecordingJob(const OutputFolder& out, const std::string& inputName)
-      : out_(out), adapter_(out.path(), inputName) {}
+  RecordingJob(const OutputFolder& out, const InputMessage& input)
+      : out_(out), adapter_(out.path(), {adapterName(input), input.file->path, input.number}) {}
 
   OvIsAdapter& adapter() override { return adapter_; }
 
@@ -61,13 +68,13 @@ std::vector<AdapterCall> callsOf(const engine::Outcome& outcome) {
   return calls;
 }
 
-std::unique_ptr<JobAdapter> DryAdapters::make(const host::message::Message&, const std::string&) {
+std::unique_ptr<JobAdapter> DryAdapters::make(const host::message::Message&, const InputMessage&) {
   return std::make_unique<DryJob>();
 }
 
 std::unique_ptr<JobAdapter> RecordingAdapters::make(const host::message::Message&,
-                                                    const std::string& inputName) {
-  return std::make_unique<RecordingJob>(out_, inputName);
+                                                    const InputMessage& input) {
+  return std::make_unique<RecordingJob>(out_, input);
 }
 
 }  // namespace gateway::cli

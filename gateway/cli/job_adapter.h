@@ -47,17 +47,17 @@ class JobAdapter {
 class JobAdapters {
  public:
   virtual ~JobAdapters() = default;
-  /// \param message    as it came, with its envelope
-  /// \param inputName  where it comes from: a file name, or a word for it
+  /// \param message  as it came, with its envelope
+  /// \param input    where it comes from
   virtual std::unique_ptr<JobAdapter> make(const host::message::Message& message,
-                                           const std::string& inputName) = 0;
+                                           const InputMessage& input) = 0;
 };
 
 /// For runs that leave no files behind.
 class DryAdapters final : public JobAdapters {
  public:
   std::unique_ptr<JobAdapter> make(const host::message::Message& message,
-                                   const std::string& inputName) override;
+                                   const InputMessage& input) override;
 };
 
 /// For runs that write what would be sent or filed into the output folder.
@@ -66,7 +66,7 @@ class RecordingAdapters final : public JobAdapters {
   /// \param out  borrowed
   explicit RecordingAdapters(const OutputFolder& out) : out_(out) {}
   std::unique_ptr<JobAdapter> make(const host::message::Message& message,
-                                   const std::string& inputName) override;
+                                   const InputMessage& input) override;
 
  private:
   const OutputFolder& out_;

@@ -22,13 +22,6 @@ std::string nameOf(const InputMessage& input) {
   return name;
 }
 
-/// The input name for the adapter's files: messages of an mbox are told apart by their number.
-std::string adapterName(const InputMessage& input) {
-  const std::string& name = input.file->outputName;
-  if (input.number == 0) return name;
-  return name + "-" + std::to_string(input.number) + ".eml";
-}
-
 /// Keeps the first fault.
 void noteFault(MessageResult& result, const std::string& fault) {
   if (result.error.empty()) result.error = fault;
@@ -36,10 +29,9 @@ void noteFault(MessageResult& result, const std::string& fault) {
 
 std::unique_ptr<JobAdapter> adapterFor(const Message& message, const InputMessage& input,
                                        const JobSettings& settings) {
-  const std::string name = adapterName(input);
-  if (settings.adapters != nullptr) return settings.adapters->make(message, name);
-  if (settings.out != nullptr) return RecordingAdapters(*settings.out).make(message, name);
-  return DryAdapters().make(message, name);
+  if (settings.adapters != nullptr) return settings.adapters->make(message, input);
+  if (settings.out != nullptr) return RecordingAdapters(*settings.out).make(message, input);
+  return DryAdapters().make(message, input);
 }
 
 void act(Message& message, const InputMessage& input, const JobSettings& settings,

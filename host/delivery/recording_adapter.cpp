@@ -61,11 +61,12 @@ namespace {
 
 // What is written down of a call before it is tried.
 core::JsonObject callHead(const char* operation, const OvMsgMailMessage* msg,
-                          const std::string& inputName, const core::JsonObject& arguments) {
+                          const RecordedInput& input, const core::JsonObject& arguments) {
   core::JsonObject head;
   head.text("operation", operation);
   head.textOrNull("message_id", msg != nullptr ? msg->id() : nullptr);
-  head.text("input", inputName);
+  head.text("input", input.path);
+  if (input.number != 0) head.number("message", static_cast<std::int64_t>(input.number));
   if (msg != nullptr) {
     head.object("envelope", toJson(readEnvelope(*msg)));
   } else {
@@ -129,8 +130,12 @@ class Recorder {
 
 }  // namespace
 
-RecordingAdapter::RecordingAdapter(std::string outFolder, std::string inputName, core::FileOps& ops)
-    : outFolder_(std::move(outFolder)), inputName_(std::move(inputName)), ops_(ops) {}
+RecordingAdapter::RecordingAdapter(std::string outFolder, RecordedInput input, core::FileOps& ops)
+    : outFolder_(std::move(outFolder)), input_(std::move(input)), ops_(ops) {}
+
+RecordingAdapter::RecordingAdapter(std::string outFolder, const std::string& inputName,
+                                   core::FileOps& ops)
+    : RecordingAdapter(std::move(outFolder), RecordedInput{inputName, inputName}, ops) {}
 
 // One call: what it is called and where its message goes.
 struct RecordingAdapter::Request {
@@ -150,12 +155,12 @@ int RecordingAdapter::run(unsigned int& error, const Request& request, Describe 
     calls_.reserve(calls_.size() + 1);
     core::JsonObject arguments;
     describe(arguments);
-    const core::JsonObject head = callHead(request.operation, request.msg, inputName_, arguments);
+    const core::JsonObject head = callHead(request.operation, request.msg, input_, arguments);
     Recorder recorder(ops_, outFolder_);
     AdapterError stored = AdapterError::InvalidArgument;
     if (request.msg != nullptr && request.valid) {
       stored = guardedOutcome([&] {
-        return recorder.store(*request.msg, request.folder, safeFileName(inputName_), head,
+        return recorder.store(*request.msg, request.folder, safeFileName(input_.name), head,
                               call.file, request.path);
       });
     }

@@ -1,6 +1,7 @@
 // The adapter of dry runs: it writes down what a real one would have done.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -16,9 +17,16 @@ struct RecordedCall {
   unsigned int error = 0;  ///< 0 for success, else an AdapterError
 };
 
+/// Where a message comes from.
+struct RecordedInput {
+  std::string name;        ///< what its files are called: a file name, or a word for it
+  std::string path;        ///< what calls name as their input
+  std::size_t number = 0;  ///< in its mailbox, counted from 1; 0 for a file of its own
+};
+
 /// Writes each message that it is given as it stands into a folder under the out folder (deleted,
 /// postponed, handoff, quarantine, archive, resend, delivered) and one line of JSON for the call
-/// into "calls.jsonl" there: operation, message id, input name, envelope, arguments, file, result,
+/// into "calls.jsonl" there: operation, message id, input, envelope, arguments, file, result,
 /// error. Touches nothing else and sends nothing. Nothing is made before the first call.
 ///
 /// File names come from the input's name (`safeFileName`); one that is taken gets a number. Any
@@ -29,8 +37,10 @@ struct RecordedCall {
 class KAVI_API RecordingAdapter final : public OvIsAdapter {
  public:
   /// \param outFolder  made when it is missing, with mode 0700
-  /// \param inputName  where the message comes from: a file name, or a word for it
-  RecordingAdapter(std::string outFolder, std::string inputName,
+  RecordingAdapter(std::string outFolder, RecordedInput input,
+                   core::FileOps& ops = core::FileOps::system());
+  /// \param inputName  the name and the path of the input
+  RecordingAdapter(std::string outFolder, const std::string& inputName,
                    core::FileOps& ops = core::FileOps::system());
 
   int deleteMessage(unsigned int& error, OvMsgMailMessage* msg) override;
@@ -56,7 +66,7 @@ class KAVI_API RecordingAdapter final : public OvIsAdapter {
   int run(unsigned int& error, const Request& request, Describe describe);
 
   std::string outFolder_;
-  std::string inputName_;
+  RecordedInput input_;
   core::FileOps& ops_;
   std::vector<RecordedCall> calls_;
 };

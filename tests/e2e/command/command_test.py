@@ -206,6 +206,22 @@ class RunTest(KaviTest):
                          b"Subject: two\nX-A: b\n\nx\n")
         calls = [json.loads(line) for line in (out / "calls.jsonl").read_text().splitlines()]
         self.assertEqual(sorted(c["operation"] for c in calls), ["delete", "postpone"])
+        self.assertEqual(sorted(c["input"] for c in calls),
+                         [str(self.folder / "in/one.eml"), str(self.folder / "in/two.eml")])
+
+    def test_calls_name_the_input_that_they_came_from(self):
+        box = self.put("box.mbox", b"From a Mon Jan  1 00:00:00 2024\nSubject: 1\n\nx\n\n"
+                                   b"From a Mon Jan  1 00:00:00 2024\nSubject: 2\n\nx\n")
+        inputs = [self.put(f"{name}/m.eml", MESSAGE) for name in "ab"]
+        out = self.folder / "out"
+        self.run_json("--policy", self.always("delete"), "--out", out, *inputs, box, "-",
+                      stdin=MESSAGE)
+        calls = [json.loads(line) for line in (out / "calls.jsonl").read_text().splitlines()]
+        named = {(c["input"], c.get("message")): c["file"] for c in calls}
+        self.assertEqual(named, {
+            (str(inputs[0]), None): "deleted/m.eml", (str(inputs[1]), None): "deleted/m-2.eml",
+            (str(box), 1): "deleted/box.mbox-1.eml", (str(box), 2): "deleted/box.mbox-2.eml",
+            ("-", None): "deleted/stdin.eml"})
 
     def test_a_second_run_replaces_the_results_of_the_first(self):
         out, message = self.folder / "out", self.put("m.eml", MESSAGE)
