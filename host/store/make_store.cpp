@@ -37,14 +37,21 @@ std::string faultOf(const std::string& location) {
 
 }  // namespace
 
-std::unique_ptr<Database> makeStore(const std::string& location, StoreStatus& status) {
+std::unique_ptr<Database> makeStore(const std::string& location, StoreStatus& status,
+                                    Upkeep upkeep) {
   try {
     status = {};
     if (location.compare(0, kSqlitePrefix.size(), kSqlitePrefix) == 0 &&
         location.size() > kSqlitePrefix.size()) {
-      return std::make_unique<SqliteStore>(location.substr(kSqlitePrefix.size()));
+      SqliteOptions options;
+      options.upkeep = upkeep;
+      return std::make_unique<SqliteStore>(location.substr(kSqlitePrefix.size()), options);
     }
-    if (isPostgres(location)) return std::make_unique<PostgresStore>(location);
+    if (isPostgres(location)) {
+      PostgresOptions options;
+      options.upkeep = upkeep;
+      return std::make_unique<PostgresStore>(location, options);
+    }
     status.error = StoreError::InvalidArgument;
     status.text = "the location of the store: " + faultOf(location) + "; write " + kForms;
   } catch (const StoreFailure& failure) {

@@ -95,8 +95,8 @@ std::string shownText(const std::map<std::string, std::string>& parameters) {
 
 }  // namespace
 
-PostgresPool::PostgresPool(const std::string& location, int lockTimeoutMs)
-    : lockTimeoutMs_(lockTimeoutMs) {
+PostgresPool::PostgresPool(const std::string& location, int lockTimeoutMs, Upkeep upkeep)
+    : lockTimeoutMs_(lockTimeoutMs), upkeep_(upkeep) {
   std::map<std::string, std::string> parameters = parametersOf(location);
   shown_ = shownText(parameters);
   parameters.emplace("connect_timeout", kConnectSeconds);
@@ -115,7 +115,11 @@ std::unique_ptr<Connection> PostgresPool::take() {
     }
   }
   std::unique_ptr<Connection> connection = look();
-  migrate(*connection, schemaSteps());
+  if (upkeep_ == Upkeep::Refuse) {
+    requireNewest(*connection, schemaSteps());
+  } else {
+    migrate(*connection, schemaSteps());
+  }
   return connection;
 }
 

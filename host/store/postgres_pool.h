@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/store/connection.h"
+#include "host/store/store_status.h"
 
 namespace host::store {
 
@@ -14,7 +15,7 @@ class PostgresPool final : public ConnectionPool {
  public:
   /// \param location  "postgresql://user@host:port/database?..." \throw StoreFailure when it is no
   ///   such text
-  PostgresPool(const std::string& location, int lockTimeoutMs);
+  PostgresPool(const std::string& location, int lockTimeoutMs, Upkeep upkeep);
 
   std::unique_ptr<Connection> take() override;
   std::unique_ptr<Connection> look() override;
@@ -27,6 +28,7 @@ class PostgresPool final : public ConnectionPool {
   std::string location_;
   std::string shown_;
   int lockTimeoutMs_;
+  Upkeep upkeep_;
   std::mutex mutex_;
   std::vector<std::unique_ptr<Connection>> idle_;
 };

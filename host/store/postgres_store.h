@@ -9,6 +9,7 @@ namespace host::store {
 
 struct PostgresOptions {
   int lockTimeoutMs = 10'000;  ///< how long to wait for others
+  Upkeep upkeep = Upkeep::MakeAndMigrate;
 };
 
 /// A schema of a PostgreSQL database, version 15 or later; the tables stand in the first schema of

@@ -91,6 +91,16 @@ std::int64_t versionOf(Connection& connection, std::span<const SchemaStep> steps
   return version;
 }
 
+void requireNewest(Connection& connection, std::span<const SchemaStep> steps) {
+  const std::int64_t version = versionOf(connection, steps);
+  if (version == 0) throw StoreFailure(StoreError::Unavailable, kMissingStore);
+  if (version != static_cast<std::int64_t>(steps.size())) {
+    throw StoreFailure(StoreError::Unavailable,
+                       "it has version " + std::to_string(version) + ", this program needs " +
+                           std::to_string(steps.size()) + "; kavi store migrate brings it there");
+  }
+}
+
 void migrate(Connection& connection, std::span<const SchemaStep> steps) {
   const auto newest = static_cast<std::int64_t>(steps.size());
   // Without the lock, tables may appear between two looks; a version is looked at once.

@@ -83,14 +83,14 @@ void requireOwnFile(const core::Folder& folder, const std::string& name) {
 
 }  // namespace
 
-SqlitePool::SqlitePool(std::string path, int busyTimeoutMs, core::FileOps& ops)
-    : path_(asFileName(path)), busyTimeoutMs_(busyTimeoutMs), ops_(ops) {}
+SqlitePool::SqlitePool(std::string path, int busyTimeoutMs, Upkeep upkeep, core::FileOps& ops)
+    : path_(asFileName(path)), busyTimeoutMs_(busyTimeoutMs), upkeep_(upkeep), ops_(ops) {}
 
 std::unique_ptr<Connection> SqlitePool::take() {
   const std::lock_guard lock(mutex_);
   // A file that was moved away or replaced would go on taking what nobody ever reads again.
   if (!idle_.empty() && identity() != opened_) idle_.clear();
-  if (idle_.empty()) return open();
+  if (idle_.empty()) return upkeep_ == Upkeep::Refuse ? openExisting() : open();
   std::unique_ptr<Connection> connection = std::move(idle_.back());
   idle_.pop_back();
   return connection;
@@ -125,6 +125,16 @@ std::unique_ptr<Connection> SqlitePool::look() {
   if (!there || status.st_size == 0) return nullptr;
   requireAccess(folder, name);
   return std::make_unique<SqliteConnection>(path_, busyTimeoutMs_);
+}
+
+std::unique_ptr<Connection> SqlitePool::openExisting() {
+  const Identity present = identity();
+  std::unique_ptr<Connection> connection = look();
+  if (connection == nullptr) throw StoreFailure(StoreError::Unavailable, kMissingStore);
+  requireNewest(*connection, schemaSteps());
+  // What was put in its place meanwhile is found with the next connection.
+  opened_ = present;
+  return connection;
 }
 
 std::unique_ptr<Connection> SqlitePool::open() {

@@ -10,14 +10,15 @@
 
 #include "host/core/file_ops.h"
 #include "host/store/connection.h"
+#include "host/store/store_status.h"
 
 namespace host::store {
 
 class SqlitePool final : public ConnectionPool {
  public:
-  SqlitePool(std::string path, int busyTimeoutMs, core::FileOps& ops);
+  SqlitePool(std::string path, int busyTimeoutMs, Upkeep upkeep, core::FileOps& ops);
 
-  /// The file is made (mode 0600, in a folder of mode 0700) when it is missing.
+  /// The file is made (mode 0600, in a folder of mode 0700) when it is missing, if that is wanted.
   std::unique_ptr<Connection> take() override;
   std::unique_ptr<Connection> look() override;
   void giveBack(std::unique_ptr<Connection> connection) override;
@@ -33,10 +34,12 @@ class SqlitePool final : public ConnectionPool {
   };
 
   std::unique_ptr<Connection> open();
+  std::unique_ptr<Connection> openExisting();
   Identity identity() const;
 
   std::string path_;
   int busyTimeoutMs_;
+  Upkeep upkeep_;
   core::FileOps& ops_;
   std::mutex mutex_;
   std::vector<std::unique_ptr<Connection>> idle_;

@@ -7,6 +7,6 @@
 namespace host::store {
 
 SqliteStore::SqliteStore(const std::string& path, const SqliteOptions& options, core::FileOps& ops)
-    : SqlStore(std::make_unique<SqlitePool>(path, options.busyTimeoutMs, ops)) {}
+    : SqlStore(std::make_unique<SqlitePool>(path, options.busyTimeoutMs, options.upkeep, ops)) {}
 
 }  // namespace host::store

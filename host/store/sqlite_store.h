@@ -10,6 +10,7 @@ namespace host::store {
 
 struct SqliteOptions {
   int busyTimeoutMs = 10'000;  ///< how long to wait for other processes
+  Upkeep upkeep = Upkeep::MakeAndMigrate;
 };
 
 /// A SQLite file with a write-ahead log beside it ("-wal", "-shm").

@@ -42,7 +42,8 @@ class KAVI_API Database : public Store, public PolicyStore {
 /// The database that \p location names: "sqlite:PATH" or "postgresql://...".
 /// \return null, with \p status saying why, when it names none. The database itself is not
 ///   touched.
-KAVI_API std::unique_ptr<Database> makeStore(const std::string& location, StoreStatus& status);
+KAVI_API std::unique_ptr<Database> makeStore(const std::string& location, StoreStatus& status,
+                                             Upkeep upkeep = Upkeep::MakeAndMigrate);
 
 /// An empty database in memory, gone with the object: for rules that somebody keeps elsewhere. One
 /// thread at a time.

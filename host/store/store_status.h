@@ -27,6 +27,14 @@ enum class StoreError {
   Internal,  ///< a fault of the program
 };
 
+/// What a store does when it is missing, or has an older form than this program's.
+enum class Upkeep {
+  MakeAndMigrate,  ///< makes it, or brings it forward
+  /// Every operation fails as Unavailable. An empty store that nobody asked for would look like a
+  /// policy without rules.
+  Refuse,
+};
+
 /// A short text in English; never null.
 KAVI_API const char* storeErrorText(StoreError error);
 

@@ -95,6 +95,21 @@ TEST_F(Postgres, GivesOlderRulesTheAnswerThatTheyAlwaysHad) {
   EXPECT_EQ(policy.rules[0].verdict, RuleVerdict());
 }
 
+TEST_F(Postgres, IsNeitherMadeNorBroughtForwardForWhoMayNot) {
+  PostgresOptions options;
+  options.upkeep = Upkeep::Refuse;
+  std::int64_t revision = -1;
+  PostgresConnection connection(location_, 1000);
+  EXPECT_EQ(PostgresStore(location_, options).readRevision(revision).error,
+            StoreError::Unavailable);
+  EXPECT_EQ(connection.countTables(), 0);
+  migrate(connection, schemaSteps().first(2));
+  EXPECT_EQ(PostgresStore(location_, options).readRevision(revision).error,
+            StoreError::Unavailable);
+  ASSERT_TRUE(PostgresStore(location_).prepare().ok());
+  EXPECT_TRUE(PostgresStore(location_, options).readRevision(revision).ok());
+}
+
 TEST_F(Postgres, IsMadeOnceByManyAtOnce) {
   std::atomic<int> ready = 0;
   std::vector<std::jthread> threads;

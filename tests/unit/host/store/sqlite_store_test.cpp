@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <string>
 
+#include "host/store/schema.h"
 #include "host/store/sqlite_connection.h"
 #include "library/platform/kavi_named_obj.h"
 #include "tests/unit/host/core/cpu_time.h"
@@ -55,6 +56,55 @@ TEST(SqliteStore, MakesItsFileAndFolderForItsUserOnly) {
   ::umask(before);
   EXPECT_EQ(modeOf(temp / "new"), 0700u);
   EXPECT_EQ(modeOf(temp / "new/deep"), 0700u);
+}
+
+// A store for whoever must not make one: that it is missing has to be seen.
+SqliteStore existing(const std::string& path) {
+  SqliteOptions options;
+  options.upkeep = Upkeep::Refuse;
+  return SqliteStore(path, options);
+}
+
+TEST(ExistingSqliteStore, IsNeverMade) {
+  const TempFolder temp;
+  SqliteStore store = existing(temp / "new/store.sqlite");
+  std::int64_t revision = -1;
+  const StoreStatus status = store.readRevision(revision);
+  EXPECT_EQ(status.error, StoreError::Unavailable);
+  EXPECT_THAT(status.text, HasSubstr("kavi store init"));
+  EXPECT_EQ(revision, -1);
+  EXPECT_FALSE(std::filesystem::exists(temp / "new"));
+}
+
+TEST(ExistingSqliteStore, IsNotThereOnceItsFileIsGoneAndIsThereAgainWithIt) {
+  const TempFolder temp;
+  const std::string path = temp / "store.sqlite";
+  ASSERT_TRUE(SqliteStore(path).prepare().ok());
+  SqliteStore store = existing(path);
+  std::int64_t revision = -1;
+  ASSERT_TRUE(store.readRevision(revision).ok());
+  std::filesystem::rename(path, path + ".away");
+  EXPECT_EQ(store.readRevision(revision).error, StoreError::Unavailable);
+  EXPECT_FALSE(std::filesystem::exists(path));
+  testing_host::writeFile(path, "");
+  EXPECT_EQ(store.readRevision(revision).error, StoreError::Unavailable) << "an empty file";
+  std::filesystem::rename(path + ".away", path);
+  EXPECT_TRUE(store.readRevision(revision).ok());
+}
+
+TEST(ExistingSqliteStore, IsNotBroughtForward) {
+  const TempFolder temp;
+  const std::string path = temp / "store.sqlite";
+  testing_host::writeFile(path, "");
+  {
+    SqliteConnection connection(path, 1000);
+    migrate(connection, schemaSteps().first(2));
+  }
+  std::int64_t revision = -1;
+  const StoreStatus status = existing(path).readRevision(revision);
+  EXPECT_EQ(status.error, StoreError::Unavailable);
+  EXPECT_THAT(status.text, HasSubstr("it has version 2"));
+  EXPECT_THAT(status.text, HasSubstr("kavi store migrate"));
 }
 
 TEST(SqliteStore, KeepsRowsForTheNextProcess) {
