@@ -1,6 +1,6 @@
 # The front doors. `make demo` and `make check` do all set-up themselves on Debian 12.
 .DEFAULT_GOAL := help
-.PHONY: help demo build check quick-check campaign look lint tidy format asan tsan fuzz bench install clean
+.PHONY: help demo build check quick-check campaign look lint tidy format asan tsan fuzz bench bench-peers install clean
 
 JOBS ?= $(shell nproc)
 PREFIX ?= /usr/local
@@ -13,7 +13,8 @@ help:
 	@echo "make quick-check  the tests of one plain build"
 	@echo "make campaign     every change to every message of the folder MAIL=..., examined part by part"
 	@echo "make look         pictures of mails before and after a stamp, drawn by a browser"
-	@echo "make bench        speed, as ratios against the MIME library in the same run"
+	@echo "make bench        speed, as ratios to something in the same run"
+	@echo "make bench-peers  kavi-milter beside other mail filters, where they are installed"
 	@echo "make fuzz         every fuzz target for FUZZ_TIME=$(FUZZ_TIME) seconds"
 	@echo "make tsan         the tests that use threads, under the thread sanitizer"
 	@echo "make tidy         clang-tidy over the product's sources"
@@ -78,6 +79,11 @@ bench:
 	@scripts/install-packages build bench
 	@scripts/build release -DKAVI_BUILD_BENCH=ON
 	@scripts/bench build/release/bin
+
+bench-peers:
+	@scripts/install-packages build bench
+	@scripts/build release -DKAVI_BUILD_BENCH=ON
+	@python3 -B bench/peers.py build/release/bin
 
 install: build
 	@cmake --install build/release --prefix $(PREFIX)

@@ -95,6 +95,16 @@ class Sink:
         return found
 
 
+def socket_folder(folder):
+    """Where a milter puts its socket, so that Postfix can reach it."""
+    sockets = folder / "socket"
+    if not sockets.exists():
+        sockets.mkdir()
+        shutil.chown(sockets, "root", "postfix")
+        sockets.chmod(0o2755)  # the socket gets the folder's group
+    return sockets
+
+
 class Milter:
     """kavi-milter, ready once the object is there. Without `program` it is KAVI_MILTER. `settings`
     and `delivery` are lines of the sections milter and delivery, `sections` are whole ones, and
@@ -107,12 +117,7 @@ class Milter:
         self.log_begin = 0
         self.policy = folder / "policy.yaml"
         self.policy.write_text(policy)
-        sockets = folder / "socket"
-        if not sockets.exists():
-            sockets.mkdir()
-            shutil.chown(sockets, "root", "postfix")
-            sockets.chmod(0o2755)  # the socket gets the folder's group
-        self.socket = sockets / "milter"
+        self.socket = socket_folder(folder) / "milter"
         self.state = folder / "state"
         self.quarantine = folder / "quarantine"
         self.config = folder / "kavi.ini"
@@ -178,7 +183,7 @@ class Milter:
 
 
 MASTER = """
-{plain} inet n - n - - smtpd -o smtpd_milters=
+{plain} inet n - n - - smtpd -o smtpd_milters= -o smtpd_proxy_filter=
 {checked} inet n - n - - smtpd -o milter_macro_daemon_name=outside
 {scan} inet n - n - - smtpd -o milter_macro_daemon_name=kavi-scan
 cleanup unix n - n - 0 cleanup
