@@ -61,6 +61,8 @@ std::vector<AdapterCall> callsOf(const engine::Outcome& outcome) {
         call.operation = handOver.operation;
         call.file = handOver.place;
         call.error = handOver.error;
+        call.sender = handOver.sender;
+        call.recipients = handOver.recipients;
         if (call.error != 0) call.reason = host::delivery::adapterErrorText(call.error);
       }
     }

@@ -22,6 +22,9 @@ struct AdapterCall {
   std::string file;
   unsigned int error = 0;
   std::string reason;  ///< of an error
+  /// The envelope that the message had then.
+  std::string sender;
+  std::vector<std::string> recipients;
 };
 
 /// The calls that \p outcome tells of, in order.

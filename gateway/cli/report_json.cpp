@@ -157,6 +157,8 @@ void addRun(const MessageResult& result, ordered_json& json) {
     ordered_json entry = {{"operation", call.operation}, {"error", call.error}};
     if (!call.reason.empty()) entry["error_text"] = call.reason;
     if (!call.file.empty()) addBytes("file", call.file, entry);
+    entry["from"] = call.sender;
+    entry["rcpt"] = call.recipients;
     calls.push_back(std::move(entry));
   }
   json["calls"] = std::move(calls);

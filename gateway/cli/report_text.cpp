@@ -171,7 +171,11 @@ class TextReport {
               style_.dim(" left in the stream") + "\n";
     }
     for (const engine::HandOver& handOver : action.handOvers) {
-      if (handOver.mail) writeMail(*handOver.mail);
+      if (handOver.mail) {
+        writeMail(*handOver.mail);
+      } else if (isSent(handOver)) {
+        writeEnvelope(handOver.operation, handOver.sender, handOver.recipients);
+      }
     }
     for (const host::trap::RecordedTrap& trap : action.traps) {
       out_ += std::string(13, ' ') + style_.dim("trap to ") + printable(trap.server) +
@@ -186,11 +190,22 @@ class TextReport {
     }
   }
 
+  static bool isSent(const engine::HandOver& handOver) {
+    const std::string& what = handOver.operation;
+    return handOver.error == 0 && (what == "resend" || what == "deliver" || what == "handoff");
+  }
+
+  /// "WHAT from <a@x.example> to <b@x.example>".
+  void writeEnvelope(const std::string& what, const std::string& sender,
+                     const std::vector<std::string>& rcpt) {
+    out_ += std::string(13, ' ') + style_.dim(what + " from ") + address(sender) +
+            style_.dim(" to ") + recipients(rcpt) + "\n";
+  }
+
   /// A mail that an action made: whom it goes to and, when asked for, how it begins.
   void writeMail(const engine::OwnMail& mail) {
     const std::string margin(13, ' ');
-    out_ += margin + style_.dim("mail from ") + recipients({mail.sender}) + style_.dim(" to ") +
-            recipients(mail.recipients) + "\n";
+    writeEnvelope("mail", mail.sender, mail.recipients);
     if (!verbose_) return;
     std::size_t lines = 0;
     for (std::size_t at = 0; at < mail.bytes.size(); ++lines) {

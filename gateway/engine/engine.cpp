@@ -80,7 +80,8 @@ class Run {
         policy_(policy),
         surroundings_(surroundings),
         outcome_(outcome),
-        adapter_(surroundings.adapter, surroundings.isRehearsal ? &message : nullptr),
+        adapter_(surroundings.adapter, surroundings.isRehearsal ? &message : nullptr,
+                 surroundings.adapterRun),
         adapterRun_(surroundings.adapterRun != nullptr ? *surroundings.adapterRun : untold_),
         records_(policy) {}
 

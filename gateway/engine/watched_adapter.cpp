@@ -17,12 +17,13 @@ int WatchedAdapter::watch(const char* operation, unsigned int& error, OvMsgMailM
     msgu::getHeader(root, host::delivery::kReprocessRules, seen.rules);
     msgu::getHeader(root, host::delivery::kReprocessType, seen.type);
   }
-  const auto* own = scanned_ != nullptr && msg != scanned_
-                        ? dynamic_cast<const host::message::Message*>(msg)
-                        : nullptr;
-  if (own != nullptr) {
-    const host::message::Envelope& envelope = own->envelope();
-    seen.mail = OwnMail{envelope.sender.value_or(""), envelope.recipients, own->toString()};
+  if (const auto* mail = dynamic_cast<const host::message::Message*>(msg); mail != nullptr) {
+    const host::message::Envelope envelope = mail->envelope();
+    seen.sender = envelope.sender.value_or("");
+    seen.recipients = envelope.recipients;
+    if (scanned_ != nullptr && msg != scanned_) {
+      seen.mail = OwnMail{seen.sender, seen.recipients, mail->toString()};
+    }
   }
   // Before the call: what happened there must be in the list, whatever memory there is.
   handOvers_.push_back(std::move(seen));
@@ -62,8 +63,12 @@ int WatchedAdapter::quarantineMessage(unsigned int& error, OvMsgMailMessage* msg
 int WatchedAdapter::archiveMessage(unsigned int& error, OvMsgMailMessage* msg, const char* reserved,
                                    const char* directory,
                                    const char (&area)[kArchiveAreaNameSize]) {
-  return watch("archive", error, msg,
-               [&] { return adapter_.archiveMessage(error, msg, reserved, directory, area); });
+  const int result = watch("archive", error, msg, [&] {
+    return adapter_.archiveMessage(error, msg, reserved, directory, area);
+  });
+  // The operation itself does not say where.
+  if (result == 0 && run_ != nullptr) handOvers_.back().place = run_->lastPlace();
+  return result;
 }
 
 int WatchedAdapter::resendMessage(unsigned int& error, OvMsgMailMessage* msg, int flag) {

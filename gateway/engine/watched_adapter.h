@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "host/delivery/message_run.h"
 #include "library/platform/is_adapter.h"
 
 namespace gateway::engine {
@@ -18,9 +19,11 @@ struct OwnMail {
 
 /// One call on the adapter, with the reprocessing fields of the message as it was handed over.
 struct HandOver {
-  std::string operation;          ///< "delete", "postpone", "handoff", "quarantine", ...
-  std::string rules;              ///< ids separated by blanks; empty when there is no such field
-  std::string type;               ///< the word of the action that wrote them
+  std::string operation;  ///< "delete", "postpone", "handoff", "quarantine", ...
+  std::string rules;      ///< ids separated by blanks; empty when there is no such field
+  std::string type;       ///< the word of the action that wrote them
+  std::string sender{};   ///< the envelope that the message had
+  std::vector<std::string> recipients{};
   unsigned int error = 0;         ///< an AdapterError; 0 for success
   std::string place{};            ///< where the adapter stored the message, if it says so
   std::optional<OwnMail> mail{};  ///< where those are kept
@@ -31,8 +34,10 @@ class WatchedAdapter final : public OvIsAdapter {
  public:
   /// \param adapter  borrowed
   /// \param scanned  every other message is an action's own, and is kept; null keeps none.
-  explicit WatchedAdapter(OvIsAdapter& adapter, const OvMsgMailMessage* scanned = nullptr)
-      : adapter_(adapter), scanned_(scanned) {}
+  /// \param run      the same adapter, asked where it put a message; borrowed, may be null
+  explicit WatchedAdapter(OvIsAdapter& adapter, const OvMsgMailMessage* scanned = nullptr,
+                          const host::delivery::MessageRun* run = nullptr)
+      : adapter_(adapter), scanned_(scanned), run_(run) {}
 
   int deleteMessage(unsigned int& error, OvMsgMailMessage* msg) override;
   int postponeMessage(unsigned int& error, OvMsgMailMessage* msg, unsigned char fromHour,
@@ -56,6 +61,7 @@ class WatchedAdapter final : public OvIsAdapter {
 
   OvIsAdapter& adapter_;
   const OvMsgMailMessage* scanned_;
+  const host::delivery::MessageRun* run_;
   std::vector<HandOver> handOvers_;
 };
 

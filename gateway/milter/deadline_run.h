@@ -33,6 +33,7 @@ class DeadlineRun final : public host::delivery::MessageRun {
     return run_.finalAnswer(answer);
   }
   const std::string& lastFault() const override { return run_.lastFault(); }
+  std::string lastPlace() const override { return run_.lastPlace(); }
 
  private:
   host::delivery::MessageRun& run_;

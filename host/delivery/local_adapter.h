@@ -34,6 +34,7 @@ class KAVI_API LocalAdapter final : public OvIsAdapter, public MessageRun {
                            std::string_view setting) override;
   AdapterError finalAnswer(FinalAnswer answer) override;
   const std::string& lastFault() const override { return effects_.lastFault(); }
+  std::string lastPlace() const override { return lastPlace_; }
   /// Instead of `finalAnswer`, when many messages get theirs at once (DeliveryState).
   /// \return the message as the ledger knows it; nothing when it had no effects.
   std::optional<store::Digest> leaveUnanswered() { return effects_.leaveUnanswered(); }
@@ -70,6 +71,7 @@ class KAVI_API LocalAdapter final : public OvIsAdapter, public MessageRun {
   MessageEffects effects_;
   Outbox outbox_;
   unsigned int passes_ = 0;
+  std::string lastPlace_;  ///< of the last copy that was filed
   const Kavi::TokenMap<Kavi::ScanToken>* tokens_ = nullptr;
 };
 

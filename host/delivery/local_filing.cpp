@@ -56,10 +56,14 @@ std::string LocalAdapter::tokenOrEmpty(ScanToken token) const {
 
 AdapterError LocalAdapter::file(FilingRequest& request, ScanToken aging, OvMsgMailMessage& msg,
                                 std::string& stored) {
+  lastPlace_.clear();
+  lastPlace_.reserve(request.maxPathBytes);  // nothing may fail once the copy is there
   if (state_.filing() == nullptr) return AdapterError::MissingFolder;
   request.rule = tokenOrEmpty(ScanToken::RuleId);
   request.agingDays = daysIn(tokenOrEmpty(aging));
-  return state_.filing()->file(request, msg, effects_, stored);
+  const AdapterError outcome = state_.filing()->file(request, msg, effects_, stored);
+  if (outcome == AdapterError::None) lastPlace_ = stored;
+  return outcome;
 }
 
 int LocalAdapter::quarantineMessage(unsigned int& error, OvMsgMailMessage* msg,

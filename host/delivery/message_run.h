@@ -58,6 +58,10 @@ class KAVI_API MessageRun {
   /// The last failure of an operation of the present action in words, when there is more to say
   /// than its code does.
   virtual const std::string& lastFault() const = 0;
+
+  /// Where the last operation that succeeded put the message, when it has a place that people may
+  /// look at: an absolute path. Else empty.
+  virtual std::string lastPlace() const { return {}; }
 };
 
 }  // namespace host::delivery

@@ -53,6 +53,29 @@ class DeliveryTest(DeliveryCase):
                          MESSAGE.replace(b"\r\n\r\n", b"\r\nX-A: b\r\n\r\n"))
         self.assertEqual(spool["sent"], 0)
 
+    def test_reports_say_where_copies_lie_and_whom_mail_goes_to(self):
+        sink = Sink(self, "scan")
+        self.sends_to(scan=sink)
+        self.areas("{archive: journal}", "{quarantine: virus}", "{readdress: c@y.example}")
+        [report], _ = self.deliver("--from", "a@x.example", "--rcpt", "b@x.example", self.message)
+        archive, quarantine, resend = report["calls"]
+        self.assertEqual([archive["file"], quarantine["file"]],
+                         [str(path) for folder in ("archive", "quarantine")
+                          for path in self.stored(folder)])
+        self.assertNotIn("file", resend)
+        self.assertEqual((archive["from"], archive["rcpt"]), ("a@x.example", ["b@x.example"]))
+        self.assertEqual((resend["from"], resend["rcpt"]), ("a@x.example", ["c@y.example"]))
+        self.assertEqual([sink.commands("RCPT")], [["RCPT TO:<c@y.example>"]])
+        done = kavi("run", "--deliver", "--config", self.config, "--policy",
+                    self.folder / "policy.yaml", "--out", self.out,
+                    self.put("n.eml", b"To: b@x.example\n\n"))
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertIn(b"resend from <> to <c@y.example>\n", done.stdout)
+        self.assertEqual(sorted(re.findall(r"filed +(/.*)", done.stdout.decode())),
+                         sorted(str(path) for folder in ("archive", "quarantine")
+                                for path in self.stored(folder)
+                                if str(path) not in (archive["file"], quarantine["file"])))
+
     def test_mail_that_went_on_is_not_replaced_by_a_later_run(self):
         self.always("{x_header: 'X-A: b'}")
         self.deliver(self.message)
