@@ -71,6 +71,10 @@ class KAVI_API ObjectStore {
   /// NotFound when there is none.
   virtual StoreStatus findObject(std::uint32_t id, ObjectRecord& object) = 0;
 
+  /// The id of the object of that owner, type and name. NotFound when there is none.
+  virtual StoreStatus findObjectNamed(std::uint32_t owner, std::uint32_t type,
+                                      const std::string& name, std::uint32_t& id) = 0;
+
   /// \param objects  receives the page, without the contents
   virtual StoreStatus listObjects(const ObjectPage& page, std::vector<ObjectRecord>& objects) = 0;
 

@@ -14,12 +14,19 @@ namespace {
 constexpr char kObjectChange[] = "changing the named objects";
 constexpr char kObjectRead[] = "reading the named objects";
 
+// The object of that owner, type and name; 0 when there is none.
+std::uint32_t findNamed(Connection& connection, std::uint32_t owner, std::uint32_t type,
+                        const std::string& name) {
+  Query query(connection, sql::kFindObjectName);
+  query.bind(std::int64_t{owner}).bind(std::int64_t{type}).bind(name);
+  return query.next() ? numberOf<std::uint32_t>(query, 0) : 0;
+}
+
 // Refuses a name that another object of the same owner and type has.
 void requireFreeName(Connection& connection, const ObjectRecord& object) {
-  Query query(connection, sql::kFindObjectName);
-  query.bind(std::int64_t{object.owner}).bind(std::int64_t{object.type}).bind(object.name);
-  if (query.next() && query.number(0) != object.id) {
-    throw StoreFailure(StoreError::NameTaken, "object " + std::to_string(query.number(0)));
+  const std::uint32_t id = findNamed(connection, object.owner, object.type, object.name);
+  if (id != 0 && id != object.id) {
+    throw StoreFailure(StoreError::NameTaken, "object " + std::to_string(id));
   }
 }
 
@@ -67,6 +74,15 @@ StoreStatus SqlStore::removeObject(std::uint32_t id, std::uint32_t owner, const 
 StoreStatus SqlStore::findObject(std::uint32_t id, ObjectRecord& object) {
   return run(kObjectRead, Access::Single,
              [&](Connection& connection) { object = findOne(connection, id); });
+}
+
+StoreStatus SqlStore::findObjectNamed(std::uint32_t owner, std::uint32_t type,
+                                      const std::string& name, std::uint32_t& id) {
+  return run(kObjectRead, Access::Single, [&](Connection& connection) {
+    const std::uint32_t found = findNamed(connection, owner, type, name);
+    if (found == 0) throw StoreFailure(StoreError::NotFound, {});
+    id = found;
+  });
 }
 
 StoreStatus SqlStore::listObjects(const ObjectPage& page, std::vector<ObjectRecord>& objects) {

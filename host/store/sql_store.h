@@ -53,6 +53,8 @@ class KAVI_API SqlStore : public Database {
   StoreStatus changeObject(const ObjectRecord& object, const ChangeNote& note) override;
   StoreStatus removeObject(std::uint32_t id, std::uint32_t owner, const ChangeNote& note) override;
   StoreStatus findObject(std::uint32_t id, ObjectRecord& object) override;
+  StoreStatus findObjectNamed(std::uint32_t owner, std::uint32_t type, const std::string& name,
+                              std::uint32_t& id) override;
   StoreStatus listObjects(const ObjectPage& page, std::vector<ObjectRecord>& objects) override;
   StoreStatus listReferrers(std::uint32_t id, std::vector<RuleName>& rules) override;
 

@@ -381,6 +381,22 @@ TEST_F(PolicyContract, KeepsAnObjectThatARuleRefersTo) {
   EXPECT_TRUE(store_->removeObject(1, 1, note_).ok());
 }
 
+TEST_F(PolicyContract, FindsAnObjectByItsName) {
+  const std::string name("'; --\0\xFF", 7);
+  const std::uint32_t id = add(objectOf(1, kStamp, name));
+  add(objectOf(2, kStamp, name));
+  add(objectOf(1, kNotification, name));
+  std::uint32_t found = 99;
+  ASSERT_TRUE(store_->findObjectNamed(1, kStamp, name, found).ok());
+  EXPECT_EQ(found, id);
+  found = 99;
+  for (const std::string& other : {std::string("'; --"), std::string(), name + "x"}) {
+    EXPECT_EQ(store_->findObjectNamed(1, kStamp, other, found).error, StoreError::NotFound);
+  }
+  EXPECT_EQ(store_->findObjectNamed(3, kStamp, name, found).error, StoreError::NotFound);
+  EXPECT_EQ(found, 99u);
+}
+
 TEST_F(PolicyContract, IsSoundAfterEveryChange) {
   const auto faults = [&] {
     std::vector<std::string> found = {"left as it was"};

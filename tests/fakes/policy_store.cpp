@@ -157,6 +157,18 @@ MemoryPolicyStore::Status MemoryPolicyStore::findObject(std::uint32_t id, Object
   return {};
 }
 
+MemoryPolicyStore::Status MemoryPolicyStore::findObjectNamed(std::uint32_t owner,
+                                                             std::uint32_t type,
+                                                             const std::string& name,
+                                                             std::uint32_t& id) {
+  for (const Object& object : policy_.objects) {
+    if (object.owner != owner || object.type != type || object.name != name) continue;
+    id = object.id;
+    return {};
+  }
+  return failed(StoreError::NotFound);
+}
+
 MemoryPolicyStore::Status MemoryPolicyStore::listObjects(const ObjectPage& page,
                                                          std::vector<Object>& objects) {
   objects.clear();

@@ -20,6 +20,8 @@ class MemoryPolicyStore final : public host::store::PolicyStore {
   Status changeObject(const Object& object, const Note& note) override;
   Status removeObject(std::uint32_t id, std::uint32_t owner, const Note& note) override;
   Status findObject(std::uint32_t id, Object& object) override;
+  Status findObjectNamed(std::uint32_t owner, std::uint32_t type, const std::string& name,
+                         std::uint32_t& id) override;
   Status listObjects(const host::store::ObjectPage& page, std::vector<Object>& objects) override;
   Status listReferrers(std::uint32_t id, std::vector<host::store::RuleName>& rules) override;
   Status readPolicy(host::store::PolicyRecord& policy) override;
