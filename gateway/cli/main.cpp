@@ -43,6 +43,7 @@ int main(int argc, char** argv) {
     addLookupCommands(app, chosen);
     addSpoolCommands(app, chosen);
     addStoreCommands(app, chosen);
+    addObjectCommands(app, chosen);
     // Last: a subcommand starts with the examples that its parent has by then.
     app.footer(kExamples);
     try {

@@ -37,5 +37,6 @@ void addPolicyCommands(CLI::App& app, Chosen& chosen);
 void addLookupCommands(CLI::App& app, Chosen& chosen);  ///< actions, tokens, setting
 void addSpoolCommands(CLI::App& app, Chosen& chosen);
 void addStoreCommands(CLI::App& app, Chosen& chosen);
+void addObjectCommands(CLI::App& app, Chosen& chosen);
 
 }  // namespace gateway::cli

@@ -57,6 +57,6 @@ std::string shortened(const std::string& bytes, std::size_t most) {
   return text;
 }
 
-std::string quoted(const std::string& name) { return "'" + shortened(name, kMostColumns) + "'"; }
+std::string nameText(const std::string& name) { return "'" + shortened(name, kMostColumns) + "'"; }
 
 }  // namespace gateway::cli

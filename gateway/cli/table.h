@@ -27,6 +27,6 @@ class Table {
 std::string shortened(const std::string& bytes, std::size_t most);
 
 /// A name of an object or a rule, whatever its bytes, in quotes.
-std::string quoted(const std::string& name);
+std::string nameText(const std::string& name);
 
 }  // namespace gateway::cli

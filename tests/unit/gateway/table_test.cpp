@@ -41,6 +41,6 @@ TEST(Shortened, NeverCutsACharacter) {
   EXPECT_EQ(shortened(emoji, 60), emoji.substr(0, 240) + "…");
 }
 
-TEST(Quoted, SaysNamesOfAnyBytes) { EXPECT_EQ(quoted("a'\x01"), "'a'\\x01'"); }
+TEST(NameText, SaysNamesOfAnyBytes) { EXPECT_EQ(nameText("a'\x01"), "'a'\\x01'"); }
 
 }  // namespace

@@ -1,0 +1,262 @@
+#include "gateway/cli/object_commands.h"
+
+#include <cstdio>
+#include <list>
+#include <nlohmann/json.hpp>
+
+#include "gateway/cli/json_output.h"
+#include "gateway/cli/object_report.h"
+#include "gateway/cli/object_target.h"
+#include "gateway/cli/operation_result.h"
+#include "gateway/cli/startup.h"
+#include "gateway/cli/table.h"
+#include "host/core/text_escape.h"
+#include "library/namedobj/name_object_access.h"
+
+namespace gateway::cli {
+namespace {
+
+using host::core::printable;
+using host::store::Database;
+using host::store::ObjectRecord;
+using host::store::RuleName;
+using host::store::StoreStatus;
+using nlohmann::ordered_json;
+using policy::ObjectKind;
+
+/// The library and the store, as the records and operations need them.
+struct Session {
+  std::unique_ptr<Startup> startup;
+  std::shared_ptr<Database> store;
+
+  int open(const StoreOptions& options) {
+    startup = Startup::begin(options.config);
+    return startup != nullptr ? openStore(options, store) : static_cast<int>(ExitUsage);
+  }
+};
+
+KaviNamedObj::NaObjType accessType(std::uint32_t type) {
+  return static_cast<KaviNamedObj::NaObjType>(type);
+}
+
+void print(const std::string& text) { std::fwrite(text.data(), 1, text.size(), stdout); }
+
+/// Tells how an operation ended. \param json  what belongs to it, for programs
+/// \param done  what it did, for people
+int report(const OperationResult& result, bool asJson, const ordered_json& json,
+           const std::string& done) {
+  if (asJson) {
+    ordered_json all = toJson(result);
+    all.update(json);
+    printJson(all);
+  } else if (result.ok()) {
+    printLine(resultText(result) + ": " + done);
+  }
+  if (!result.ok()) complain(resultText(result));
+  return result.ok() ? ExitDone : ExitFailed;
+}
+
+/// All that an owner has of one type, through the operation that lists it.
+OperationResult listAll(const ObjectKind& kind, std::uint32_t owner,
+                        std::vector<ObjectRecord>& objects) {
+  NameObjectAccess access(kind.type);
+  std::list<NameObjectSummary> rows;
+  const OperationResult result = resultOf(access.getList(owner, rows));
+  for (NameObjectSummary& row : rows) {
+    ObjectRecord& object = objects.emplace_back();
+    object.id = row.id;
+    object.type = kind.type;
+    object.name = std::move(row.name);
+    object.inUse = row.firstFlag != 0;
+    object.builtIn = row.secondFlag != 0;
+  }
+  return result;
+}
+
+/// A part. The operation that lists cannot give one, and all of a large store takes its time.
+OperationResult listPage(Database& store, const ObjectKind* kind, const ObjectOptions& options,
+                         const ObjectListOptions& list, std::vector<ObjectRecord>& objects) {
+  constexpr std::size_t kUsual = 100;
+  host::store::ObjectPage page;
+  page.owner = options.owner.value_or(policy::kPolicyOwner);
+  if (kind != nullptr) page.type = kind->type;
+  page.afterId = list.after.value_or(0);
+  page.limit = list.limit.value_or(kUsual);
+  const StoreStatus status = store.listObjects(page, objects);
+  if (status.ok()) return {0, "Success", ""};
+  return {NameObjectAccess::ListFailed, "ListFailed", status.text};
+}
+
+void warnOfDoubts(const ObjectKind& kind, const ObjectTexts& texts) {
+  if (kind.doubt == nullptr) return;
+  if (const std::string doubt = kind.doubt(texts.setting); !doubt.empty()) {
+    complain("warning: the " + std::string(kind.word) + " " + nameText(texts.name) + " " +
+             printable(doubt));
+  }
+}
+
+/// The operations end a text at its NUL: half a name would be stored without a word.
+bool canTravel(const ObjectTexts& texts) {
+  if (texts.name.find('\0') == std::string::npos) return true;
+  complain("the name " + nameText(texts.name) + " holds a NUL, where it would end (leave it out)");
+  return false;
+}
+
+ordered_json identity(std::uint32_t id, std::uint32_t type, const std::string& name) {
+  ordered_json json = {{"id", id}, {"type", kindWord(type)}};
+  addBytes("name", name, json);
+  return json;
+}
+
+}  // namespace
+
+int objectListCommand(const ObjectOptions& options, const ObjectListOptions& list) {
+  const ObjectKind* kind = nullptr;
+  if (!list.type.empty() && (kind = requireKind(list.type)) == nullptr) return ExitUsage;
+  Session session;
+  if (const int status = session.open(options.store); status != ExitDone) return status;
+  std::vector<ObjectRecord> objects;
+  OperationResult result;
+  const bool isPage = list.after || list.limit;
+  if (isPage) {
+    result = listPage(*session.store, kind, options, list, objects);
+  } else {
+    for (const ObjectKind& each : policy::allObjectKinds()) {
+      if (kind != nullptr && kind != &each) continue;
+      result = listAll(each, options.owner.value_or(policy::kPolicyOwner), objects);
+      if (!result.ok()) break;
+    }
+  }
+  if (!result.ok()) return report(result, options.json, ordered_json::object(), "");
+  if (options.json) {
+    printJson(objectListJson(objects));
+    return ExitDone;
+  }
+  print(objectListText(objects));
+  if (isPage && !objects.empty() && objects.size() == list.limit.value_or(objects.size())) {
+    printLine("there may be more: --after " + std::to_string(objects.back().id));
+  }
+  return ExitDone;
+}
+
+int objectShowCommand(const ObjectOptions& options, const std::vector<std::string>& target) {
+  Session session;
+  if (const int status = session.open(options.store); status != ExitDone) return status;
+  ObjectRecord object;
+  std::size_t used = 0;
+  const int status = findTarget(*session.store, target, options.owner, object, used);
+  if (status != ExitDone) return status;
+  if (used != target.size()) {
+    complain("one object at a time (write its ID, or its TYPE and NAME)");
+    return ExitUsage;
+  }
+  NameObjectAccess access(accessType(object.type));
+  const OperationResult result = resultOf(access.get(object.id, object.name, object.content));
+  if (!result.ok()) return report(result, options.json, ordered_json::object(), "");
+  std::vector<RuleName> rules;
+  if (const StoreStatus read = session.store->listReferrers(object.id, rules); !read.ok()) {
+    complain(read.text);
+    return ExitFailed;
+  }
+  if (options.json) {
+    printJson(objectShowJson(object, rules));
+  } else {
+    print(objectShowText(object, rules));
+  }
+  return ExitDone;
+}
+
+int objectAddCommand(const ObjectOptions& options, const std::vector<std::string>& arguments,
+                     const ContentOptions& content) {
+  if (arguments.empty()) {
+    complain("nothing is named (write the TYPE and NAME of the new object)");
+    return ExitUsage;
+  }
+  const ObjectKind* kind = requireKind(arguments[0]);
+  if (kind == nullptr) return ExitUsage;
+  if (arguments.size() < 2 && content.entryFile.empty()) {
+    complain("what is the " + std::string(kind->word) +
+             " called? (write its NAME behind the type)");
+    return ExitUsage;
+  }
+  ContentOptions given = content;
+  if (arguments.size() > 2) given.fields.assign(arguments.begin() + 2, arguments.end());
+  Session session;
+  if (const int status = session.open(options.store); status != ExitDone) return status;
+  ObjectTexts texts;
+  if (arguments.size() > 1) texts.name = arguments[1];
+  if (!makeContent(*kind, given, nullptr, texts) || !canTravel(texts)) return ExitUsage;
+  NameObjectAccess access(kind->type);
+  unsigned int id = 0;
+  const OperationResult result = resultOf(access.add(
+      options.owner.value_or(policy::kPolicyOwner), texts.name.c_str(), texts.setting.c_str(), id));
+  if (result.ok()) warnOfDoubts(*kind, texts);
+  return report(
+      result, options.json,
+      result.ok() ? identity(id, kind->type, texts.name) : ordered_json::object(),
+      std::string(kind->word) + " " + nameText(texts.name) + " added, id " + std::to_string(id));
+}
+
+int objectUpdateCommand(const ObjectOptions& options, const std::vector<std::string>& arguments,
+                        const ContentOptions& content, const std::optional<std::string>& name) {
+  Session session;
+  if (const int status = session.open(options.store); status != ExitDone) return status;
+  ObjectRecord object;
+  std::size_t used = 0;
+  const int status = findTarget(*session.store, arguments, options.owner, object, used);
+  if (status != ExitDone) return status;
+  const ObjectKind* kind = policy::findObjectKind(object.type);
+  if (kind == nullptr) {
+    complain(objectText(object) + " cannot be changed: its type is none that this program knows");
+    return ExitFailed;
+  }
+  ContentOptions given = content;
+  given.fields.assign(arguments.begin() + static_cast<std::ptrdiff_t>(used), arguments.end());
+  if (given.isEmpty() && !name) {
+    complain(
+        "nothing to change (write KEY=VALUE for fields, --name, --from, --setting or "
+        "--setting-file)");
+    return ExitUsage;
+  }
+  const ObjectTexts present{object.name, object.content};
+  ObjectTexts texts{name.value_or(""), ""};
+  if (!makeContent(*kind, given, &present, texts)) return ExitUsage;
+  if (name && name->empty()) texts.name.clear();
+  if (!canTravel(texts)) return ExitUsage;
+  NameObjectAccess access(kind->type);
+  const OperationResult result =
+      resultOf(access.update(object.owner, object.id, texts.name.c_str(), texts.setting.c_str()));
+  if (result.ok()) warnOfDoubts(*kind, texts);
+  return report(result, options.json, identity(object.id, object.type, texts.name),
+                objectText(object) + " changed" +
+                    (texts.name != object.name ? ", now " + nameText(texts.name) : ""));
+}
+
+int objectRemoveCommand(const ObjectOptions& options, const std::vector<std::string>& target) {
+  Session session;
+  if (const int status = session.open(options.store); status != ExitDone) return status;
+  ObjectRecord object;
+  std::size_t used = 0;
+  const int status = findTarget(*session.store, target, options.owner, object, used);
+  if (status != ExitDone) return status;
+  if (used != target.size()) {
+    complain("one object at a time (write its ID, or its TYPE and NAME)");
+    return ExitUsage;
+  }
+  NameObjectAccess access(accessType(object.type));
+  OperationResult result = removalOf(access.remove(object.id, object.owner));
+  ordered_json json = identity(object.id, object.type, object.name);
+  if (result.code == static_cast<int>(host::store::StoreError::InUse)) {
+    std::vector<RuleName> rules;
+    if (session.store->listReferrers(object.id, rules).ok()) {
+      result.meaning = objectText(object) + " stays: it is used by " + referrersText(rules) +
+                       " (bind them to another one with kavi rule bind, or take it out of them "
+                       "with kavi policy apply, and remove it then)";
+      json["rules"] = ordered_json::array();
+      for (const RuleName& rule : rules) json["rules"].push_back(rule.id);
+    }
+  }
+  return report(result, options.json, json, objectText(object) + " removed");
+}
+
+}  // namespace gateway::cli
