@@ -14,4 +14,10 @@ namespace gateway::cli {
 bool readDelivery(Kavi::GlobalSetting& settings, const std::string& state,
                   host::delivery::DeliverySettings& found);
 
+/// Whether results may be written to \p out: not into a folder of the gateway's own (state,
+/// quarantine, archive) or below it, where they would be taken for its mail.
+/// \param settings  read, with the defaults of the folders \param state  as in `readDelivery`
+/// \return false after writing the reason to standard error.
+bool mayWriteTo(const std::string& out, Kavi::GlobalSetting& settings, const std::string& state);
+
 }  // namespace gateway::cli

@@ -232,6 +232,9 @@ int runCommand(const RunOptions& options) {
     if (!readDelivery(startup->settings(), options.state, delivery)) return ExitUsage;
     keys.emplace(delivery.sealKeyPath());
   }
+  if (!options.out.empty() && !mayWriteTo(options.out, startup->settings(), options.state)) {
+    return ExitUsage;
+  }
   settings.log = &startup->log();
   settings.logLevel = options.verbose ? 3 : 2;
   settings.hostName = hostName();

@@ -72,6 +72,30 @@ class OutputFolderTest(KaviTest):
         self.assertEqual(done.returncode, 2)
         self.assertEqual((self.out / "calls.jsonl").read_bytes(), b"precious")
 
+    def test_the_folders_of_the_gateway_itself_take_no_results(self):
+        config = self.put("kavi.ini", f"[general]\nqueue_quarantine = {self.folder}/q\n"
+                          f"queue_archive = {self.folder}/a\n"
+                          f"[delivery]\nstate_folder = {self.folder}/state\n")
+        (self.folder / "q").mkdir()
+        (self.folder / "link").symlink_to(self.folder / "q")
+        run = ["run", "--policy", self.policy(), "--config", config]
+        for out, key, more in (("state", "state_folder", []), ("state/spool", "state_folder", []),
+                               ("q", "queue_quarantine", []), ("a/", "queue_archive", []),
+                               ("link/x", "queue_quarantine", []), ("q/../a", "queue_archive", []),
+                               ("state", "state_folder", ["--deliver"]),
+                               ("other/x", "state_folder", ["--state", self.folder / "other"])):
+            with self.subTest(out):
+                done = kavi(*run, "--out", f"{self.folder}/{out}", *more, self.message)
+                self.assertEqual(done.returncode, 2)
+                self.assertIn(f"--out {self.folder}/{out}: lies in the gateway's".encode(),
+                              done.stderr)
+                self.assertIn(f"({key} in section".encode(), done.stderr)
+        self.assertEqual(list((self.folder / "q").iterdir()), [])
+        self.assertFalse((self.folder / "state").exists())
+        for out in ("state-2", "qq", "."):
+            with self.subTest(out):
+                self.run_json(*run[1:], "--out", self.folder / "results" / out, self.message)
+
     def test_a_folder_under_the_name_of_a_result_is_named(self):
         self.put("out/m.eml/x", b"")
         done = kavi("run", "--policy", self.policy(), "--out", self.out, self.message)
