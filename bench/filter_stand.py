@@ -1,5 +1,6 @@
 """A stand for mail filters: a private Postfix with a filter in it, smtp-source before it, smtp-sink
 behind it. Messages of 10,000 bytes in 20 sessions. Needs root, for Postfix."""
+import os
 import pathlib
 import statistics
 import subprocess
@@ -7,8 +8,8 @@ import sys
 import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests" / "stack"))
-from clean_end import run_cleanly  # noqa: E402, F401  (the benchmarks take it from here)
-from mail_servers import (  # noqa: E402, F401
+from clean_end import run_cleanly  # noqa: E402
+from mail_servers import (  # noqa: E402, F401  (the benchmarks take them from here)
     Milter, Postfix, Sink, end_process, free_port, socket_folder, wait_until)
 
 RUNS = 5
@@ -131,3 +132,16 @@ def report(rates, count):
         print(f"{name}: {medians[name]:.0f} messages/s (median of {RUNS} runs of {count} messages of "
               f"{BYTES} bytes: {', '.join(f'{each:.0f}' for each in found)})", flush=True)
     return medians
+
+
+def bench(target, default_count, contenders):
+    """A benchmark's whole run, from the words of its command line: BIN_DIR [MESSAGES].
+    \param contenders  (folder, bin_dir) -> what measure() takes. \return {name: median}, or None
+    when it was left out"""
+    if os.geteuid() != 0:
+        print(f"left out: Postfix can be started by root only (sudo make {target})")
+        return None
+    bin_dir = pathlib.Path(sys.argv[1]).resolve()
+    count = int(sys.argv[2]) if len(sys.argv) > 2 else default_count
+    return report(run_cleanly("kavi-bench-",
+                              lambda folder: measure(contenders(folder, bin_dir), count)), count)

@@ -7,7 +7,6 @@ folder, on a socket or a port of 127.0.0.1 of its own, with as many processes as
 neither looks for viruses or spam. Installs nothing (scripts/install-packages bench-peers does). Needs
 root, for Postfix: without, it says that it was left out.
 """
-import os
 import pathlib
 import shutil
 import subprocess
@@ -15,8 +14,7 @@ import sys
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
 from filter_stand import (  # noqa: E402
-    NOTE, SESSIONS, KaviMilter, NullMilter, Stand, end_process, free_port, measure, report,
-    run_cleanly, wait_until)
+    NOTE, SESSIONS, KaviMilter, NullMilter, Stand, bench, end_process, free_port, wait_until)
 
 MIMEDEFANG_FILTER = """
 $Features{'Path:SPOOLDIR'} = $Features{'Path:QUARANTINEDIR'} = '%s';
@@ -164,26 +162,16 @@ def is_there(peer):
     return not missing
 
 
-def main():
-    if os.geteuid() != 0:
-        print("left out: Postfix can be started by root only (sudo make bench-peers)")
-        return 0
-    bin_dir = pathlib.Path(sys.argv[1]).resolve()
-    count = int(sys.argv[2]) if len(sys.argv) > 2 else 500
-
-    def run(folder):
-        stand = Stand(folder)
-        contenders = [lambda: NullMilter(stand, bin_dir), lambda: KaviMilter(stand, bin_dir)]
-        if is_there(MimeDefang):
-            contenders.append(lambda: MimeDefang(stand))
-        if is_there(Amavis):
-            (folder / "before-amavis").mkdir()
-            contenders.append(Amavis(folder / "before-amavis").start)
-        return measure(contenders, count)
-
-    report(run_cleanly("kavi-bench-", run), count)
-    return 0
+def contenders(folder, bin_dir):
+    stand = Stand(folder)
+    found = [lambda: NullMilter(stand, bin_dir), lambda: KaviMilter(stand, bin_dir)]
+    if is_there(MimeDefang):
+        found.append(lambda: MimeDefang(stand))
+    if is_there(Amavis):
+        (folder / "before-amavis").mkdir()
+        found.append(Amavis(folder / "before-amavis").start)
+    return found
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    bench("bench-peers", 500, contenders)
