@@ -41,6 +41,7 @@ PROMISES = {
                                       '-Content-Disposition: attachment; filename="price-list',
                                       "+<div><br>--<br>This message came from outside"]),
     "macros.eml": (QUARANTINED, None),
+    "forged.eml": (REFUSED, None),
     "broken.eml": (POSTPONED, None),
 }
 PICTURE = """\
@@ -173,7 +174,7 @@ class Demo:
             return f"accepted, and put into quarantine (rule {rules.split(' ', maxsplit=1)[0]})"
         if fate == POSTPONED and self.is_held_back(mail):
             return f"accepted, and held back until {POSTPONED_UNTIL} (rule 20)"
-        mark = f"id {mail.queue_id}" if fate == ARRIVES else "Scan for B"
+        mark = f"id {mail.queue_id}" if fate == ARRIVES else "The page was scanned."
         mail.arrived = without_trace(self.wait_for(lambda: self.at_sink(mark), mail.name))
         if fate == POSTPONED:
             return f"arrived at once: it is past {POSTPONED_UNTIL} (rule 20)"

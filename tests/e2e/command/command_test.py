@@ -393,8 +393,8 @@ class TextTest(KaviTest):
         self.assertEqual(done.stderr, b"")
         self.assertNotIn(b"\x1b", done.stdout)
         self.assertIn("rule     30 quotations\n", done.stdout.decode())
-        self.assertRegex(done.stdout.decode(), r"6 messages in [0-9.]+ s: 2 unchanged, 2 changed, "
-                         r"2 disposed of\n")
+        self.assertRegex(done.stdout.decode(), r"7 messages in [0-9.]+ s: 2 unchanged, 2 changed, "
+                         r"2 disposed of, 1 rejected\n")
 
     def test_quiet_leaves_out_what_no_rule_matched(self):
         done = kavi("run", "--quiet", "--policy", EXAMPLES / "policy.yaml", EXAMPLES / "mail")
@@ -444,7 +444,7 @@ class AdministrationTest(KaviTest):
     def test_policy_check(self):
         good = kavi("policy", "check", EXAMPLES / "policy.yaml")
         self.assertEqual((good.returncode, good.stdout.decode()),
-                         (0, f"{EXAMPLES}/policy.yaml: can be used, 5 rules\n"))
+                         (0, f"{EXAMPLES}/policy.yaml: can be used, 6 rules\n"))
         doubtful = self.always("virus_clean", "delete", "{postpone: '8:30'}")
         done = kavi("policy", "check", doubtful)
         self.assertEqual(done.returncode, 0)
