@@ -23,8 +23,9 @@ constexpr char kExamples[] = R"(Examples:
   kavi spool list --config kavi.ini                what waits to be sent
   kavi run --help                                  more of a command, with examples
 
-Exit status: 0 all done, 1 an action failed or a message could not be read or written,
-2 usage or policy error, 3 not everything in the spool that was due could be sent.)";
+Exit status: 0 all done, 1 an action failed, or a message, folder or store could not be used,
+2 wrong or unreadable command line, settings or policy, 3 not everything in the spool that was due
+could be sent.)";
 
 }  // namespace
 

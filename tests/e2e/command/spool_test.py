@@ -163,6 +163,19 @@ class SpoolTest(GatewayTest):
         self.assertIn(b"state_folder in section delivery, or --state", done.stderr)
         self.assertFalse((self.folder / "nowhere").exists())
 
+    def test_a_state_folder_that_cannot_be_opened_is_a_failure_of_every_command(self):
+        self.policy()
+        message = self.put("m.eml", b"To: a@x.example\n\n")
+        nowhere = self.put("file", b"") / "state"
+        run = self.arguments(message)
+        for command in (run, ["spool", "list"], ["spool", "show", "x"], ["spool", "retry", "--all"],
+                        ["spool", "delete", "--yes", "x"], ["spool", "send"]):
+            with self.subTest(command[:2]):
+                done = kavi(*command, "--state", nowhere)
+                self.assertEqual(done.returncode, 1, done.stderr)
+                self.assertIn(b"state_folder in section delivery, or --state", done.stderr)
+        self.assertFalse(self.out.exists())
+
     def test_damaged_and_unreadable_entries_are_listed(self):
         self.fill("one", "two", "three", at={"mail": {"reply": "451 4.3.0 come back"}})
         damaged, unreadable, good = self.ids()
