@@ -35,6 +35,17 @@ struct Session {
   }
 };
 
+/// Opens the store and finds the one object that `target` names. \return the exit status
+int openOne(const ObjectOptions& options, const std::vector<std::string>& target, Session& session,
+            ObjectRecord& object) {
+  if (const int status = session.open(options.store); status != ExitDone) return status;
+  std::size_t used = 0;
+  const int status = findTarget(*session.store, target, options.owner, object, used);
+  if (status != ExitDone || used == target.size()) return status;
+  complain("one object at a time (write its ID, or its TYPE and NAME)");
+  return ExitUsage;
+}
+
 KaviNamedObj::NaObjType accessType(std::uint32_t type) {
   return static_cast<KaviNamedObj::NaObjType>(type);
 }
@@ -141,14 +152,9 @@ int objectListCommand(const ObjectOptions& options, const ObjectListOptions& lis
 
 int objectShowCommand(const ObjectOptions& options, const std::vector<std::string>& target) {
   Session session;
-  if (const int status = session.open(options.store); status != ExitDone) return status;
   ObjectRecord object;
-  std::size_t used = 0;
-  const int status = findTarget(*session.store, target, options.owner, object, used);
-  if (status != ExitDone) return status;
-  if (used != target.size()) {
-    complain("one object at a time (write its ID, or its TYPE and NAME)");
-    return ExitUsage;
+  if (const int status = openOne(options, target, session, object); status != ExitDone) {
+    return status;
   }
   NameObjectAccess access(accessType(object.type));
   const OperationResult result = resultOf(access.get(object.id, object.name, object.content));
@@ -234,14 +240,9 @@ int objectUpdateCommand(const ObjectOptions& options, const std::vector<std::str
 
 int objectRemoveCommand(const ObjectOptions& options, const std::vector<std::string>& target) {
   Session session;
-  if (const int status = session.open(options.store); status != ExitDone) return status;
   ObjectRecord object;
-  std::size_t used = 0;
-  const int status = findTarget(*session.store, target, options.owner, object, used);
-  if (status != ExitDone) return status;
-  if (used != target.size()) {
-    complain("one object at a time (write its ID, or its TYPE and NAME)");
-    return ExitUsage;
+  if (const int status = openOne(options, target, session, object); status != ExitDone) {
+    return status;
   }
   NameObjectAccess access(accessType(object.type));
   OperationResult result = removalOf(access.remove(object.id, object.owner));

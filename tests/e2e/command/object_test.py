@@ -135,7 +135,7 @@ class ObjectCommand:
                  (["add", "stamp", "b", "text=x", "position=left"], "write top or end"),
                  (["add", "stamp", "b", "--setting", "0:1:1:x:0::"], "refuses the settings string"),
                  (["add", "quarantine-area", "b", "aging_days=-1"], "whole number"),
-                 (["add", "notification", "b", "recipients=nobody"], "nobody"),
+                 (["add", "notification", "b", "type=x"], "type"),
                  (["add", "stamp", "b", "--from", "/nonexistent"], "cannot be read"),
                  (["add", "stamp", "b", "--setting-file", "/"], "is a folder"),
                  (["update", "1"], "nothing to change"), (["show", "stamp"], "which stamp?"),
