@@ -46,6 +46,9 @@ class Connection {
   /// Runs a text that has no parameters and whose rows nobody wants.
   virtual void execute(const std::string& text) = 0;
 
+  /// Whether the other side is still there, as far as can be told without asking it anything.
+  virtual bool isOpen() const = 0;
+
   virtual void begin(TransactionMode mode) = 0;
   virtual void commit() = 0;
   /// Takes back what is not committed, if there is anything. Never throws.

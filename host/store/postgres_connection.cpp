@@ -1,6 +1,9 @@
 #include "host/store/postgres_connection.h"
 
+#include <poll.h>
+
 #include <array>
+#include <chrono>
 #include <new>
 #include <optional>
 #include <utility>
@@ -65,6 +68,20 @@ auto translated(Body&& body) {
   }
 }
 
+/// Runs `body`, which waits for the server, no longer than the line's patience.
+template <class Body>
+auto answered(Patience::Line& line, Body&& body) {
+  const Patience::Line::Waiting waiting(line);
+  try {
+    return translated(std::forward<Body>(body));
+  } catch (const StoreFailure&) {
+    if (!line.isGivenUp()) throw;
+    const auto seconds = std::chrono::ceil<std::chrono::seconds>(line.longest()).count();
+    throw StoreFailure(StoreError::Unavailable,
+                       "no answer within " + std::to_string(seconds) + " s");
+  }
+}
+
 std::string asHex(std::string_view bytes) {
   constexpr char kDigits[] = "0123456789abcdef";
   std::string text = "\\x";
@@ -79,8 +96,8 @@ std::string asHex(std::string_view bytes) {
 
 class PostgresStatement final : public Statement {
  public:
-  PostgresStatement(pqxx::nontransaction& session, const std::string& name)
-      : session_(session), name_(name) {}
+  PostgresStatement(pqxx::nontransaction& session, Patience::Line& line, const std::string& name)
+      : session_(session), line_(line), name_(name) {}
 
   void bind(std::int64_t number) override { values_.emplace_back(std::to_string(number)); }
   void bind(std::string_view bytes) override {
@@ -122,12 +139,13 @@ class PostgresStatement final : public Statement {
     std::vector<const char*> parameters;
     parameters.reserve(values_.size());
     for (const auto& value : values_) parameters.push_back(value ? value->c_str() : nullptr);
-    translated([&] {
+    answered(line_, [&] {
       rows_ = session_.exec_prepared(name_, pqxx::prepare::make_dynamic_params(parameters));
     });
   }
 
   pqxx::nontransaction& session_;
+  Patience::Line& line_;
   const std::string& name_;
   std::vector<std::optional<std::string>> values_;
   std::optional<pqxx::result> rows_;
@@ -144,8 +162,11 @@ StoreError postgresErrorOf(std::string_view sqlState) {
   return StoreError::Internal;
 }
 
-PostgresConnection::PostgresConnection(const std::string& location, int lockTimeoutMs)
-    : connection_(translated([&] { return pqxx::connection(location); })),
+PostgresConnection::PostgresConnection(const std::string& location, int lockTimeoutMs,
+                                       std::shared_ptr<Patience> patience)
+    : patience_(std::move(patience)),
+      connection_(translated([&] { return pqxx::connection(location); })),
+      line_(*patience_, connection_.sock()),
       quiet_(connection_),
       session_(connection_) {
   const std::string timeout = std::to_string(lockTimeoutMs);
@@ -160,25 +181,40 @@ std::unique_ptr<Statement> PostgresConnection::statement(const char* text) {
   auto name = names_.find(std::string_view(text));
   if (name == names_.end()) {
     const std::string next = "kavi" + std::to_string(names_.size());
-    translated([&] { connection_.prepare(next, text); });
+    answered(line_, [&] { connection_.prepare(next, text); });
     name = names_.emplace(text, next).first;
   }
-  return std::make_unique<PostgresStatement>(session_, name->second);
+  return std::make_unique<PostgresStatement>(session_, line_, name->second);
 }
 
 void PostgresConnection::execute(const std::string& text) {
-  translated([&] { session_.exec(text); });
+  answered(line_, [&] { session_.exec(text); });
+}
+
+bool PostgresConnection::isOpen() const {
+  // A server that goes away says so on each connection, and says nothing otherwise.
+  pollfd waiting{connection_.sock(), POLLIN, 0};
+  return waiting.fd >= 0 && ::poll(&waiting, 1, 0) == 0;
 }
 
 void PostgresConnection::begin(TransactionMode mode) {
   execute(mode == TransactionMode::Write ? kBeginWrite : kBeginRead);
 }
 
-void PostgresConnection::commit() { execute("COMMIT"); }
+void PostgresConnection::commit() {
+  try {
+    execute("COMMIT");
+  } catch (const StoreFailure& failure) {
+    if (failure.error() != StoreError::Unavailable) throw;
+    throw StoreFailure(
+        failure.error(),
+        failure.what() + std::string(", and whether the change was made is unknown"));
+  }
+}
 
 void PostgresConnection::rollback() noexcept {
   try {
-    session_.exec("ROLLBACK");
+    execute("ROLLBACK");
   } catch (...) {
     return;  // the connection is gone, and the transaction with it
   }

@@ -1,6 +1,7 @@
 // One connection to a PostgreSQL database.
 #pragma once
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <pqxx/pqxx>
@@ -8,6 +9,7 @@
 #include <string_view>
 
 #include "host/store/connection.h"
+#include "host/store/patience.h"
 #include "host/store/store_status.h"
 
 namespace host::store {
@@ -16,16 +18,22 @@ namespace host::store {
 /// without a code never reached the server.
 StoreError postgresErrorOf(std::string_view sqlState);
 
+/// A statement takes seconds at the very most.
+inline constexpr std::chrono::milliseconds kPatience{60'000};
+
 /// A connection whose commits are on the server's disk when they succeed. When the connection
 /// breaks during a commit nobody knows whether it counted; it is a failure here.
 class PostgresConnection final : public Connection {
  public:
   /// \param location  a connection string as libpq takes it
   /// \param lockTimeoutMs  how long to wait for others
-  PostgresConnection(const std::string& location, int lockTimeoutMs);
+  /// \param patience  how long to wait for an answer; connections may share it
+  PostgresConnection(const std::string& location, int lockTimeoutMs,
+                     std::shared_ptr<Patience> patience = std::make_shared<Patience>(kPatience));
 
   std::unique_ptr<Statement> statement(const char* text) override;
   void execute(const std::string& text) override;
+  bool isOpen() const override;
   void begin(TransactionMode mode) override;
   void commit() override;
   void rollback() noexcept override;
@@ -36,7 +44,9 @@ class PostgresConnection final : public Connection {
   std::string inDialect(std::string_view text) const override;
 
  private:
+  std::shared_ptr<Patience> patience_;
   pqxx::connection connection_;
+  Patience::Line line_;
   pqxx::quiet_errorhandler quiet_;  ///< notices are nobody's business
   pqxx::nontransaction session_;    ///< transactions are begun and ended by statements of ours
   std::map<std::string, std::string, std::less<>> names_;

@@ -95,8 +95,10 @@ std::string shownText(const std::map<std::string, std::string>& parameters) {
 
 }  // namespace
 
-PostgresPool::PostgresPool(const std::string& location, int lockTimeoutMs, Upkeep upkeep)
-    : lockTimeoutMs_(lockTimeoutMs), upkeep_(upkeep) {
+PostgresPool::PostgresPool(const std::string& location, const PostgresOptions& options)
+    : lockTimeoutMs_(options.lockTimeoutMs),
+      patience_(std::make_shared<Patience>(options.patience)),
+      upkeep_(options.upkeep) {
   std::map<std::string, std::string> parameters = parametersOf(location);
   shown_ = shownText(parameters);
   parameters.emplace("connect_timeout", kConnectSeconds);
@@ -108,10 +110,10 @@ PostgresPool::PostgresPool(const std::string& location, int lockTimeoutMs, Upkee
 std::unique_ptr<Connection> PostgresPool::take() {
   {
     const std::lock_guard lock(mutex_);
-    if (!idle_.empty()) {
+    while (!idle_.empty()) {
       std::unique_ptr<Connection> connection = std::move(idle_.back());
       idle_.pop_back();
-      return connection;
+      if (connection->isOpen()) return connection;
     }
   }
   std::unique_ptr<Connection> connection = look();
@@ -124,7 +126,7 @@ std::unique_ptr<Connection> PostgresPool::take() {
 }
 
 std::unique_ptr<Connection> PostgresPool::look() {
-  return std::make_unique<PostgresConnection>(location_, lockTimeoutMs_);
+  return std::make_unique<PostgresConnection>(location_, lockTimeoutMs_, patience_);
 }
 
 void PostgresPool::giveBack(std::unique_ptr<Connection> connection) {

@@ -7,7 +7,8 @@
 #include <vector>
 
 #include "host/store/connection.h"
-#include "host/store/store_status.h"
+#include "host/store/patience.h"
+#include "host/store/postgres_store.h"
 
 namespace host::store {
 
@@ -15,7 +16,7 @@ class PostgresPool final : public ConnectionPool {
  public:
   /// \param location  "postgresql://user@host:port/database?..." \throw StoreFailure when it is no
   ///   such text
-  PostgresPool(const std::string& location, int lockTimeoutMs, Upkeep upkeep);
+  PostgresPool(const std::string& location, const PostgresOptions& options);
 
   std::unique_ptr<Connection> take() override;
   std::unique_ptr<Connection> look() override;
@@ -28,6 +29,7 @@ class PostgresPool final : public ConnectionPool {
   std::string location_;
   std::string shown_;
   int lockTimeoutMs_;
+  std::shared_ptr<Patience> patience_;
   Upkeep upkeep_;
   std::mutex mutex_;
   std::vector<std::unique_ptr<Connection>> idle_;

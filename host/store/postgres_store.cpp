@@ -7,6 +7,6 @@
 namespace host::store {
 
 PostgresStore::PostgresStore(const std::string& location, const PostgresOptions& options)
-    : SqlStore(std::make_unique<PostgresPool>(location, options.lockTimeoutMs, options.upkeep)) {}
+    : SqlStore(std::make_unique<PostgresPool>(location, options)) {}
 
 }  // namespace host::store

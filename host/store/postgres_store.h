@@ -1,6 +1,7 @@
 // The store in a PostgreSQL database, for more than one gateway.
 #pragma once
 
+#include <chrono>
 #include <string>
 
 #include "host/store/sql_store.h"
@@ -10,6 +11,7 @@ namespace host::store {
 struct PostgresOptions {
   int lockTimeoutMs = 10'000;  ///< how long to wait for others
   Upkeep upkeep = Upkeep::MakeAndMigrate;
+  std::chrono::milliseconds patience{60'000};  ///< how long to wait for one answer
 };
 
 /// A schema of a PostgreSQL database, version 15 or later; the tables stand in the first schema of

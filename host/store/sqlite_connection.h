@@ -30,6 +30,7 @@ class SqliteConnection final : public Connection {
 
   std::unique_ptr<Statement> statement(const char* text) override;
   void execute(const std::string& text) override;
+  bool isOpen() const override { return true; }
   void begin(TransactionMode mode) override;
   void commit() override;
   void rollback() noexcept override;

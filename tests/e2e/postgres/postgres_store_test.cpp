@@ -1,9 +1,13 @@
 // What only a server does: many gateways at once, going away and coming back, refusing.
 #include "host/store/postgres_store.h"
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <csignal>
 #include <set>
 #include <string>
 #include <thread>
@@ -198,6 +202,94 @@ TEST(PostgresRestart, IsAClearErrorAndThenOver) {
   const StoreStatus back = store.findObject(id, object);
   EXPECT_TRUE(back.ok()) << back.text;
   EXPECT_EQ(object.name, "a");
+}
+
+TEST(PostgresRestart, IsNoErrorWhenNobodyAskedMeanwhile) {
+  PostgresServer server;
+  PostgresStore store(server.makeDatabase());
+  std::uint32_t id = 0;
+  ASSERT_TRUE(store.addObject(stampOf("a"), {"x", 1}, id).ok());
+  server.stopAtOnce();
+  server.start();
+  const StoreStatus status = store.addObject(stampOf("b"), {"x", 1}, id);
+  EXPECT_TRUE(status.ok()) << status.text;
+}
+
+// Stops the server's processes that serve `database`; they go on with this object's end.
+class Stall {
+ public:
+  explicit Stall(const std::string& location) {
+    PostgresConnection other(location, 1000);
+    Query query(other,
+                "SELECT pid FROM pg_stat_activity WHERE datname = current_database() AND "
+                "pid <> pg_backend_pid()");
+    while (query.next()) pids_.push_back(static_cast<pid_t>(query.number(0)));
+    for (const pid_t pid : pids_) EXPECT_EQ(::kill(pid, SIGSTOP), 0);
+  }
+  ~Stall() {
+    for (const pid_t pid : pids_) ::kill(pid, SIGCONT);
+  }
+  Stall(const Stall&) = delete;
+  Stall& operator=(const Stall&) = delete;
+
+  std::size_t size() const { return pids_.size(); }
+
+ private:
+  std::vector<pid_t> pids_;
+};
+
+TEST_F(Postgres, GivesUpOnAServerThatDoesNotAnswer) {
+  PostgresOptions options;
+  options.patience = std::chrono::milliseconds(400);
+  PostgresStore store(location_, options);
+  std::uint32_t id = 0;
+  ASSERT_TRUE(store.addObject(stampOf("a"), {"x", 1}, id).ok());
+  {
+    const Stall stall(location_);
+    ASSERT_EQ(stall.size(), 1u);
+    ObjectRecord object;
+    const StoreStatus status = store.findObject(id, object);
+    EXPECT_EQ(status.error, StoreError::Unavailable);
+    EXPECT_NE(status.text.find("no answer within 1 s"), std::string::npos) << status.text;
+    EXPECT_NE(status.text.find("check that the server runs"), std::string::npos) << status.text;
+    // The server as a whole is fine: the next one is served on a connection of its own.
+    EXPECT_TRUE(store.findObject(id, object).ok());
+  }
+}
+
+TEST_F(Postgres, GivesUpOnWhatAcceptsAndSaysNothing) {
+  const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), size), 0);
+  ASSERT_EQ(::listen(listener, 8), 0);
+  ASSERT_EQ(::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size), 0);
+  PostgresStore store("postgresql://kavi@127.0.0.1:" + std::to_string(ntohs(address.sin_port)) +
+                      "/x?connect_timeout=2");
+  const StoreStatus status = store.prepare();
+  EXPECT_EQ(status.error, StoreError::Unavailable);
+  EXPECT_NE(status.text.find("timeout expired"), std::string::npos) << status.text;
+  ::close(listener);
+}
+
+TEST_F(Postgres, SaysThatACommitMayHaveBeenMade) {
+  ASSERT_TRUE(PostgresStore(location_).prepare().ok());
+  PostgresConnection connection(location_, 1000);
+  connection.begin(TransactionMode::Write);
+  connection.execute("UPDATE policy_state SET revision = revision + 1");
+  PostgresConnection(location_, 1000)
+      .execute(
+          "SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE "
+          "datname = current_database() AND pid <> pg_backend_pid()");
+  try {
+    connection.commit();
+    ADD_FAILURE() << "the server had gone";
+  } catch (const StoreFailure& failure) {
+    EXPECT_EQ(failure.error(), StoreError::Unavailable);
+    EXPECT_NE(std::string(failure.what()).find("is unknown"), std::string::npos) << failure.what();
+  }
 }
 
 TEST(PostgresErrors, AreToldApart) {
