@@ -1,34 +1,71 @@
 #include "host/delivery/time_window.h"
 
+#include <algorithm>
 #include <ctime>
 
 namespace host::delivery {
 
 namespace {
 
-constexpr int kMinutesPerHour = 60;
+constexpr std::int64_t kMinute = 60;
+constexpr std::int64_t kHour = 60 * kMinute;
+constexpr std::int64_t kDay = 24 * kHour;
+constexpr std::int64_t kLatest = 8000 * 366 * kDay;  // what lies beyond is no time of a clock
+constexpr TimeWindow kWholeDay{0, 0, 23, 59};
 
-int minutesOf(int hour, int minute) { return hour * kMinutesPerHour + minute; }
+// How far local time is ahead of UTC at a moment, in seconds.
+std::int64_t offsetAt(std::int64_t moment) {
+  const std::time_t time = moment;
+  std::tm local{};
+  return ::localtime_r(&time, &local) == nullptr ? 0 : local.tm_gmtoff;
+}
+
+enum class Which { First, Last };  // of two moments at which the clock shows the same
+
+struct Moment {
+  std::int64_t at = 0;
+  bool isShown = true;  // false: a change of the clocks leaves it out, and `at` is that change
+};
+
+// When the local clock shows `local` (the seconds that would have passed since 1970 if the zone
+// were UTC). There is one change in two days at most.
+Moment momentOf(std::int64_t local, Which which) {
+  const std::int64_t before = offsetAt(local - kDay);
+  const std::int64_t behind = offsetAt(local + kDay);
+  const std::int64_t byBefore = local - before;
+  const std::int64_t byBehind = local - behind;
+  const bool early = offsetAt(byBefore) == before;
+  const bool late = offsetAt(byBehind) == behind;
+  if (early && late) {
+    return {which == Which::First ? std::min(byBefore, byBehind) : std::max(byBefore, byBehind)};
+  }
+  if (early || late) return {early ? byBefore : byBehind};
+  std::int64_t least = std::min(byBefore, byBehind);
+  std::int64_t most = std::max(byBefore, byBehind);
+  while (most - least > 1) {
+    const std::int64_t middle = least + (most - least) / 2;
+    (offsetAt(middle) == behind ? most : least) = middle;
+  }
+  return {most, false};
+}
 
 }  // namespace
 
 std::int64_t nextOpening(const TimeWindow& window, std::int64_t from) {
-  const std::time_t start = from;
-  std::tm local{};
-  if (::localtime_r(&start, &local) == nullptr) return from;
-  const int now = minutesOf(local.tm_hour, local.tm_min);
-  const int begin = minutesOf(window.fromHour, window.fromMinute);
-  const int end = minutesOf(window.toHour, window.toMinute);
-  const bool overMidnight = end < begin;
-  const bool open = overMidnight ? now >= begin || now <= end : now >= begin && now <= end;
-  if (open) return from;
-  if (now > begin) ++local.tm_mday;
-  local.tm_hour = window.fromHour;
-  local.tm_min = window.fromMinute;
-  local.tm_sec = 0;
-  local.tm_isdst = -1;  // the clocks may change until then
-  const std::time_t opening = std::mktime(&local);
-  return opening < start ? from : opening;
+  if (window == kWholeDay || from < 0 || from > kLatest) return from;
+  ::tzset();  // the zone may have been changed since
+  const std::int64_t begin = window.fromHour * kHour + window.fromMinute * kMinute;
+  std::int64_t end = window.toHour * kHour + window.toMinute * kMinute;
+  if (end < begin) end += kDay;
+  const std::int64_t today = (from + offsetAt(from)) / kDay * kDay;
+  // From yesterday, whose window may reach over midnight, to the first day that has one again.
+  for (std::int64_t day = today - kDay; day <= today + 3 * kDay; day += kDay) {
+    const std::int64_t opens = momentOf(day + begin, Which::First).at;
+    const Moment last = momentOf(day + end, Which::Last);
+    const std::int64_t closes = last.isShown ? last.at + kMinute : last.at;
+    if (from < closes && opens < closes) return std::max(from, opens);
+  }
+  return from;
 }
 
 }  // namespace host::delivery

@@ -33,7 +33,10 @@ struct TimeWindow {
 };
 
 /// The first moment at or after \p from (seconds since 1970) that lies in \p window, which is
-/// valid.
+/// valid. A day's window opens when the clock shows its begin for the first time, or, if a change
+/// of the clocks leaves that out, at that change; it stays open as long as its last minute is
+/// shown, the second time too. Moments that no clock shows (before 1970, behind the year 9000) are
+/// open.
 KAVI_API std::int64_t nextOpening(const TimeWindow& window, std::int64_t from);
 
 }  // namespace host::delivery
