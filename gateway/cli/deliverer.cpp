@@ -94,7 +94,7 @@ void Deliverer::keep(const MessageResult& result) {
 }
 
 Submission Deliverer::submit(bool verbose) {
-  return submitSpool(state_.spool(), settings_, keys_, log_, verbose);
+  return submitSpool(state_, settings_, keys_, log_, verbose);
 }
 
 void Deliverer::answer() {

@@ -39,7 +39,8 @@ class OpenSpool {
     std::error_code none;
     AdapterError error = AdapterError::MissingFolder;
     // What only looks must not make a folder in the wrong place.
-    if (std::filesystem::is_directory(delivery_.stateFolder, none)) error = spool_.open(path());
+    if (std::filesystem::is_directory(delivery_.stateFolder, none))
+      error = state_.open(delivery_.stateFolder);
     if (error == AdapterError::None) return ExitDone;
     complain(printable(path()) + ": " + textOf(error) +
              " (the state folder: state_folder in section delivery, or --state)");
@@ -47,10 +48,11 @@ class OpenSpool {
   }
 
   host::core::IniSettings& settings() { return settings_; }
-  host::delivery::Spool& spool() { return spool_; }
+  host::delivery::DeliveryState& state() { return state_; }
+  host::delivery::Spool& spool() { return state_.spool(); }
   const host::delivery::DeliverySettings& delivery() const { return delivery_; }
   host::delivery::SpoolControl control() {
-    return host::delivery::SpoolControl(spool_, delivery_.retry);
+    return host::delivery::SpoolControl(spool(), delivery_.retry);
   }
   std::string path() const {
     return host::delivery::DeliveryState::spoolPath(delivery_.stateFolder);
@@ -58,6 +60,22 @@ class OpenSpool {
 
   static std::string textOf(AdapterError error) {
     return host::delivery::adapterErrorText(static_cast<unsigned int>(error));
+  }
+
+  /// Removes a message for good, and its row of the index.
+  AdapterError remove(const SpoolItem& item) {
+    const AdapterError removed = control().remove(item.id);
+    if (removed != AdapterError::None || item.entry.kind != host::delivery::kPostponedKind) {
+      return removed;
+    }
+    const host::store::StoreStatus status = state_.spoolIndex()->remove(item.id);
+    if (!status.ok()) {
+      complain(printable(item.id) +
+               ": deleted, but its row of the index stays until the next "
+               "start: " +
+               printable(status.text));
+    }
+    return removed;
   }
 
   /// Says what went wrong with a message. \return ExitFailed
@@ -72,7 +90,7 @@ class OpenSpool {
  private:
   host::core::IniSettings settings_;
   host::delivery::DeliverySettings delivery_;
-  host::delivery::Spool spool_;
+  host::delivery::DeliveryState state_;
 };
 
 bool agreed(const std::vector<SpoolItem>& items) {
@@ -177,7 +195,7 @@ int spoolDeleteCommand(const SpoolOptions& options, const std::vector<std::strin
   }
   std::size_t done = 0;
   for (const SpoolItem& item : items) {
-    const AdapterError error = open.control().remove(item.id);
+    const AdapterError error = open.remove(item);
     if (error == AdapterError::None) ++done;
     if (error != AdapterError::None) status = open.complainOf(item.id, error);
   }
@@ -191,7 +209,7 @@ int spoolSendCommand(const SpoolOptions& options, bool verbose) {
   const host::delivery::SealKeys keys(open.delivery().sealKeyPath());
   // Says nothing by itself unless it is told to: the report carries its lines.
   host::core::ProcessLog log(engine::readLogOptions(open.settings(), 0));
-  const Submission submission = submitSpool(open.spool(), open.delivery(), keys, log, verbose);
+  const Submission submission = submitSpool(open.state(), open.delivery(), keys, log, verbose);
   const std::string text = options.json
                                ? jsonReport(submission) + "\n"
                                : textReport(submission, Style(Colour::Auto, STDOUT_FILENO));

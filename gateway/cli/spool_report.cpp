@@ -53,6 +53,7 @@ ordered_json toJson(const SpoolItem& item, std::int64_t now) {
     json["from"] = sender ? ordered_json(*sender) : ordered_json(nullptr);
     json["rcpt"] = item.entry.envelope.recipients;
     json["passes"] = item.entry.passes;
+    if (item.entry.rule != 0) json["rule"] = item.entry.rule;
     if (item.condition == Condition::Waiting) json["due"] = item.due;
   }
   json["attempts"] = item.state.attempts;
@@ -138,6 +139,7 @@ std::string spoolShowText(const SpoolItem& item, const std::vector<SpoolEvent>& 
   if (isKnown(item)) {
     text += row("message", printable(item.entry.messageId));
     text += row("window", item.entry.window.fromText() + " to " + item.entry.window.toText());
+    if (item.entry.rule != 0) text += row("rule", std::to_string(item.entry.rule));
     if (item.entry.passes != 0) text += row("passes", std::to_string(item.entry.passes));
   }
   for (const SpoolEvent& event : events) {

@@ -25,13 +25,13 @@ bool Submission::good() const {
   return counts.deferred == 0 && counts.failed == 0 && counts.skipped == 0 && counts.troubled == 0;
 }
 
-Submission submitSpool(host::delivery::Spool& spool,
+Submission submitSpool(host::delivery::DeliveryState& state,
                        const host::delivery::DeliverySettings& settings,
                        const host::delivery::SealKeys& keys, host::core::ProcessLog& log,
                        bool verbose) {
   Submission submission;
   const host::core::LogCapture capture(log, verbose ? 3 : 2);
-  host::delivery::SubmissionWorker worker(spool, settings, keys, &log);
+  host::delivery::SubmissionWorker worker(state.spool(), settings, keys, &log, state.spoolIndex());
   submission.counts = worker.runOnce(std::time(nullptr));
   submission.lines = capture.lines();
   return submission;

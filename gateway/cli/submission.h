@@ -7,8 +7,8 @@
 #include "gateway/cli/terminal.h"
 #include "host/core/log.h"
 #include "host/delivery/delivery_settings.h"
+#include "host/delivery/delivery_state.h"
 #include "host/delivery/seal_keys.h"
-#include "host/delivery/spool.h"
 #include "host/delivery/submission_worker.h"
 
 namespace gateway::cli {
@@ -23,7 +23,7 @@ struct Submission {
 
 /// Sends what is due in the spool, once.
 /// \param verbose  collects the lines of what was sent, too
-Submission submitSpool(host::delivery::Spool& spool,
+Submission submitSpool(host::delivery::DeliveryState& state,
                        const host::delivery::DeliverySettings& settings,
                        const host::delivery::SealKeys& keys, host::core::ProcessLog& log,
                        bool verbose);

@@ -36,13 +36,30 @@ std::string prepare(const char* key, MessageKind kind, Kavi::GlobalSetting& sett
   return {};
 }
 
+std::string prepareSpool(host::delivery::DeliveryState& state, std::vector<std::string>& notes) {
+  host::delivery::SpoolSweepReport report;
+  std::string words;
+  const AdapterError error = state.prepareSpool(report, words);
+  if (error != AdapterError::None) {
+    return std::string("the spool: ") +
+           host::delivery::adapterErrorText(static_cast<unsigned int>(error)) +
+           (words.empty() ? "" : " (" + words + ")");
+  }
+  if (report.rowsRemoved + report.rowsAdded != 0) {
+    notes.push_back("the spool: brought in line with the index: " +
+                    std::to_string(report.rowsAdded) + " postponed messages added to it, " +
+                    std::to_string(report.rowsRemoved) + " rows without a message removed");
+  }
+  return {};
+}
+
 }  // namespace
 
 std::string prepareFilingFolders(const policy::Snapshot& policy, Kavi::GlobalSetting& settings,
                                  host::delivery::DeliveryState& state,
                                  std::vector<std::string>& notes) {
-  std::string fault;
-  if (uses(policy, KaviAction::Quarantine)) {
+  std::string fault = prepareSpool(state, notes);
+  if (fault.empty() && uses(policy, KaviAction::Quarantine)) {
     fault = prepare("queue_quarantine", MessageKind::Quarantined, settings, state, notes);
   }
   if (fault.empty() && uses(policy, KaviAction::Archive)) {

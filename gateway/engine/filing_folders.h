@@ -10,9 +10,8 @@
 
 namespace gateway::engine {
 
-/// Opens the folders that \p policy needs and brings them in line with the index. To be called
-/// before \p policy is used; may run while messages are filed.
-/// \param state  open
+/// Opens the folders that \p policy needs and brings them, and the spool, in line with the index.
+/// To be called before \p policy is used; may run while messages are filed. \param state  open
 /// \param notes  receives what was brought in line, a line each
 /// \return what is wrong; empty for success.
 std::string prepareFilingFolders(const policy::Snapshot& policy, Kavi::GlobalSetting& settings,

@@ -86,7 +86,8 @@ class Daemon {
     policy_->use(std::move(first_));
     const host::delivery::SealKeys keys(delivery_.sealKeyPath());
     if (const std::string fault = beginMetrics(); !fault.empty()) return refuse(fault);
-    host::delivery::SubmissionWorker sender(state_.spool(), delivery_, keys, log_.get());
+    host::delivery::SubmissionWorker sender(state_.spool(), delivery_, keys, log_.get(),
+                                            state_.spoolIndex());
     const Gateway gateway{milter_,
                           *policy_,
                           *log_,

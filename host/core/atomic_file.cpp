@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <ctime>
+#include <utility>
 #include <vector>
 
 #include "host/core/unique_id.h"
@@ -78,7 +79,7 @@ FileError AtomicFile::flush() {
   return FileError::None;
 }
 
-FileError AtomicFile::commit(const std::string& name) {
+FileError AtomicFile::commit(const std::string& name, Descriptor* locked) {
   if (error_ != FileError::None) return error_;
   if (temporary_.empty()) return fail(-EBADF);
   if (flush() != FileError::None) return error_;
@@ -96,6 +97,7 @@ FileError AtomicFile::commit(const std::string& name) {
       return error_;
     }
   }
+  if (locked != nullptr) *locked = std::move(file_);
   file_.reset();
   return FileError::None;
 }

@@ -38,7 +38,8 @@ class KAVI_API AtomicFile {
 
   /// Gives the file its name. On success it is there; on failure nothing of it is, but with
   /// Exists (the name is taken), when another name can be tried.
-  FileError commit(const std::string& name);
+  /// \param locked  receives the file, still locked; may be null
+  FileError commit(const std::string& name, Descriptor* locked = nullptr);
 
  private:
   FileError flush();

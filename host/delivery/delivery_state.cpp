@@ -30,6 +30,7 @@ AdapterError DeliveryState::open(const std::string& path) {
           std::make_shared<store::SqliteStore>(path + kStoreFile, store::SqliteOptions{}, ops_);
     }
     filing_ = std::make_unique<Filing>(*store_, ops_);
+    spoolIndex_ = std::make_unique<SpoolIndex>(*store_, spoolPath(path));
     return spool_.open(spoolPath(path));
   });
 }
@@ -38,6 +39,11 @@ AdapterError DeliveryState::prepareFiling(store::MessageKind kind, const std::st
                                           SweepReport& report, std::string& fault) {
   if (store_ == nullptr) return AdapterError::MissingFolder;
   return FilingSweep(*store_, ops_).run(kind, directory, report, fault);
+}
+
+AdapterError DeliveryState::prepareSpool(SpoolSweepReport& report, std::string& fault) {
+  if (spoolIndex_ == nullptr) return AdapterError::MissingFolder;
+  return SpoolSweep(spool_, *spoolIndex_).run(report, fault);
 }
 
 AdapterError DeliveryState::answer(const std::vector<store::Digest>& messages, std::string& fault) {

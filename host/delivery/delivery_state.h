@@ -11,6 +11,8 @@
 #include "host/delivery/filing.h"
 #include "host/delivery/filing_sweep.h"
 #include "host/delivery/spool.h"
+#include "host/delivery/spool_index.h"
+#include "host/delivery/spool_sweep.h"
 #include "host/store/store.h"
 
 namespace host::delivery {
@@ -38,6 +40,10 @@ class KAVI_API DeliveryState {
   AdapterError prepareFiling(store::MessageKind kind, const std::string& directory,
                              SweepReport& report, std::string& fault);
 
+  /// Brings the spool and the index in line (see SpoolSweep). To be called at the start; may run
+  /// while messages are filed and sent. \param fault  as above
+  AdapterError prepareSpool(SpoolSweepReport& report, std::string& fault);
+
   /// Forgets the effects of messages that got a final answer other than a temporary failure; of all
   /// of them or of none. \param fault  receives the words of a failure
   AdapterError answer(const std::vector<store::Digest>& messages, std::string& fault);
@@ -51,6 +57,8 @@ class KAVI_API DeliveryState {
   AdapterError recordDecision(const std::string& line);
 
   Spool& spool() { return spool_; }
+  /// The rows of what waits in the spool; null before `open`.
+  SpoolIndex* spoolIndex() { return spoolIndex_.get(); }
   /// The store; null before `open`, unless one was given.
   store::Store* store() { return store_.get(); }
   /// What files messages; null before `open`.
@@ -62,6 +70,7 @@ class KAVI_API DeliveryState {
   Spool spool_;
   std::shared_ptr<store::Store> store_;
   std::unique_ptr<Filing> filing_;
+  std::unique_ptr<SpoolIndex> spoolIndex_;
 };
 
 }  // namespace host::delivery

@@ -9,8 +9,8 @@
 
 #include "host/core/atomic_file.h"
 #include "host/core/guard.h"
+#include "host/delivery/index_subject.h"
 #include "host/delivery/message_file.h"
-#include "library/platform/msgu.h"
 #include "library/platform/ov_msg_mail_message.h"
 
 namespace host::delivery {
@@ -18,21 +18,10 @@ namespace host::delivery {
 namespace {
 
 constexpr unsigned int kMaxCopies = 1000;  // of one message, in one folder
-constexpr std::size_t kMaxSubjectBytes = std::size_t{8} * 1024;
 constexpr std::size_t kDurableFolders = 4096;
 
 const char* operationOf(store::MessageKind kind) {
   return kind == store::MessageKind::Archived ? "archive" : "quarantine";
-}
-
-// The subject for the index: in UTF-8, and not longer than anybody reads.
-std::string subjectOf(OvMsgMailMessage& msg) {
-  std::string subject;
-  if (!msgu::getSubject(&msg, nullptr, nullptr, subject)) return {};
-  if (subject.size() <= kMaxSubjectBytes) return subject;
-  std::size_t end = kMaxSubjectBytes;
-  while (end > 0 && (static_cast<unsigned char>(subject[end]) & 0xC0) == 0x80) --end;
-  return subject.substr(0, end);
 }
 
 // 0 if the file is there, -ENOENT if it is not, or why that cannot be said.
@@ -217,7 +206,7 @@ class FilingAttempt {
     Envelope envelope = readEnvelope(msg_);
     entry.sender = std::move(envelope.sender);
     entry.recipients = std::move(envelope.recipients);
-    entry.subject = subjectOf(msg_);
+    entry.subject = indexSubject(msg_);
     entry.size = size;
     entry.storedAt = effects_.now();
     return entry;

@@ -4,9 +4,13 @@
 #include <cstdint>
 #include <ctime>
 #include <string>
+#include <utility>
+#include <vector>
 
+#include "host/core/guard.h"
 #include "host/core/json_object.h"
 #include "host/delivery/adapter_guard.h"
+#include "host/delivery/reprocessing.h"
 #include "library/platform/ov_msg_mail_message.h"
 
 namespace host::delivery {
@@ -47,10 +51,36 @@ int LocalAdapter::postponeMessage(unsigned int& error, OvMsgMailMessage* msg,
   return spool(error, kPostponedKind, [&](const SpoolSlot& slot) {
     SpoolEntry entry;
     entry.kind = kPostponedKind;
-    entry.queuedAt = std::time(nullptr);
     entry.window = {fromHour, fromMinute, toHour, toMinute};
-    return outbox_.file(std::move(entry), *msg, slot);
+    entry.passes = passes_;
+    std::vector<unsigned int> rules;
+    if (parseRuleIds(tokenOrEmpty(Kavi::ScanToken::RuleId), rules)) entry.rule = rules.front();
+    return holdBack(std::move(entry), *msg, slot);
   });
+}
+
+// The file comes first and its row after it, under the hold: nobody sends it in between.
+AdapterError LocalAdapter::holdBack(SpoolEntry entry, OvMsgMailMessage& msg,
+                                    const SpoolSlot& slot) {
+  Spool& spool = state_.spool();
+  FiledEntry filed;
+  const AdapterError outcome = outbox_.file(std::move(entry), msg, slot, &filed);
+  if (outcome != AdapterError::None) return outcome;
+  const bool isNew = filed.hold.isOpen();
+  const std::string& id = isNew ? slot.id : slot.earlier;
+  // What is being sent, or was, gets no row any more.
+  if (!isNew && spool.hold(id, filed.hold) != AdapterError::None) return AdapterError::None;
+  const AdapterError listed = guardedOutcome([&] {
+    if (!isNew && spool.readHead(id, filed.entry) != AdapterError::None) return AdapterError::None;
+    bool added = false;
+    return effects_.note(state_.spoolIndex()->addMissing(id, filed.entry, msg, added));
+  });
+  if (listed == AdapterError::None) return listed;
+  // Its sender will send it again, so it must not go out from here. One that stays will: that is
+  // as good as success, and the next start adds its row.
+  if (!isNew) return AdapterError::None;
+  core::guardedVoid([&] { static_cast<void>(state_.spoolIndex()->remove(id)); });
+  return spool.remove(id) == AdapterError::None ? listed : AdapterError::None;
 }
 
 int LocalAdapter::handoffMessage(unsigned int& error, OvMsgMailMessage* msg, const char* host,
@@ -73,8 +103,13 @@ int LocalAdapter::deliverMessage(unsigned int& error, OvMsgMailMessage* msg) {
 
 int LocalAdapter::queue(unsigned int& error, const OvMsgMailMessage* msg, const char* kind) {
   if (msg == nullptr) return finish(error, AdapterError::InvalidArgument);
-  return spool(error, kind,
-               [&](const SpoolSlot& slot) { return outbox_.queue(*msg, kind, passes_, slot); });
+  return spool(error, kind, [&](const SpoolSlot& slot) {
+    SpoolEntry entry;
+    entry.kind = kind;
+    entry.window = kAnyTime;
+    entry.passes = passes_;
+    return outbox_.file(std::move(entry), *msg, slot);
+  });
 }
 
 // The id is chosen before the effect is begun, so that a retry can look for what was filed.

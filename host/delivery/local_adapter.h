@@ -14,10 +14,11 @@
 namespace host::delivery {
 
 /// Deletes (a flushed line in the decisions file says which message went, from whom, to whom),
-/// postpones (the message waits in the spool), quarantines and archives (see Filing), files what is
-/// to be sent in the spool, and hands messages off at once (see Outbox). Without settings the last
-/// three fail with AdapterError::NotAvailable and do nothing. Made for one message: what the engine
-/// tells it as a MessageRun says which rule asks, and lets a retry find what was done.
+/// postpones (the message waits in the spool, with a row in the index), quarantines and archives
+/// (see Filing), files what is to be sent in the spool, and hands messages off at once (see
+/// Outbox). Without settings the last three fail with AdapterError::NotAvailable and do nothing.
+/// Made for one message: what the engine tells it as a MessageRun says which rule asks, and lets a
+/// retry find what was done.
 class KAVI_API LocalAdapter final : public OvIsAdapter, public MessageRun {
  public:
   /// \param state  open; must outlive the adapter.
@@ -62,6 +63,7 @@ class KAVI_API LocalAdapter final : public OvIsAdapter, public MessageRun {
   AdapterError file(FilingRequest& request, Kavi::ScanToken aging, OvMsgMailMessage& msg,
                     std::string& stored);
 
+  AdapterError holdBack(SpoolEntry entry, OvMsgMailMessage& msg, const SpoolSlot& slot);
   int queue(unsigned int& error, const OvMsgMailMessage* msg, const char* kind);
   /// One effect that puts something into the spool. \param body  takes its SpoolSlot
   template <class Body>

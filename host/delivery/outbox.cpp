@@ -1,7 +1,6 @@
 #include "host/delivery/outbox.h"
 
 #include <algorithm>
-#include <cstring>
 #include <ctime>
 
 #include "host/core/text_escape.h"
@@ -68,32 +67,30 @@ void Outbox::warnOfDouble(const OvMsgMailMessage& msg, const char* why) const {
               why);
 }
 
-AdapterError Outbox::queue(const OvMsgMailMessage& msg, const char* kind, unsigned int passes,
-                           const SpoolSlot& slot) {
-  if (settings_ == nullptr) return AdapterError::NotAvailable;
-  const bool rescan = std::strcmp(kind, kResentKind) == 0;
-  const SmtpDestination& to = rescan ? settings_->scan : settings_->plain;
+AdapterError Outbox::check(const SpoolEntry& entry, const OvMsgMailMessage& msg) const {
+  if (settings_ == nullptr) {
+    return entry.kind == kPostponedKind ? AdapterError::None : AdapterError::NotAvailable;
+  }
+  const SmtpDestination& to = entry.isForScanning() ? settings_->scan : settings_->plain;
   SmtpOutcome refused;
   std::string_view faulty;
   refused.error =
       to.isSet() ? checkEnvelope(readEnvelope(msg), faulty) : AdapterError::NoDestination;
-  if (!refused.isSent()) return refuse(msg, refused);
-  SpoolEntry entry;
-  entry.kind = kind;
-  entry.queuedAt = std::time(nullptr);
-  entry.window = kAnyTime;
-  entry.passes = passes;
-  return file(std::move(entry), msg, slot);
+  return refused.isSent() ? AdapterError::None : refuse(msg, refused);
 }
 
-AdapterError Outbox::file(SpoolEntry entry, const OvMsgMailMessage& msg, const SpoolSlot& slot) {
+AdapterError Outbox::file(SpoolEntry entry, const OvMsgMailMessage& msg, const SpoolSlot& slot,
+                          FiledEntry* filed) {
+  const AdapterError checked = check(entry, msg);
+  if (checked != AdapterError::None) return checked;
   if (!slot.earlier.empty()) {
-    SpoolEntry filed;
-    const AdapterError found = spool_.readHead(slot.earlier, filed);
+    SpoolEntry present;
+    const AdapterError found = spool_.readHead(slot.earlier, present);
     if (found != AdapterError::NotFound) return found;
     warnOfDouble(msg, "an earlier attempt to file it was cut off, and it may have been sent since");
   }
-  return spool_.putAs(slot.id, std::move(entry), msg);
+  entry.queuedAt = std::time(nullptr);
+  return spool_.putAs(slot.id, std::move(entry), msg, filed);
 }
 
 AdapterError Outbox::handOff(const OvMsgMailMessage& msg, std::string host, int port, bool tried) {

@@ -23,23 +23,21 @@ struct SpoolSlot {
 /// one. One thread at a time.
 class KAVI_API Outbox {
  public:
-  /// \param settings  null: every operation answers NotAvailable
+  /// \param settings  null: postponed messages are filed unchecked, and everything else answers
+  ///   NotAvailable
   /// \param log       may be null
   Outbox(Spool& spool, const DeliverySettings* settings, Kavi::LogMsg* log)
       : spool_(spool), settings_(settings), log_(log) {}
 
-  /// Files \p msg in the spool, due at once. What could never be sent (an address that SMTP cannot
-  /// carry, no recipients, no server to send to) is refused here, while somebody can still act.
-  /// \param kind    kResentKind or kDeliveredKind
-  /// \param passes  those through scanning that it has behind it
-  /// \param slot    where in the spool
-  AdapterError queue(const OvMsgMailMessage& msg, const char* kind, unsigned int passes,
-                     const SpoolSlot& slot);
-
-  /// Files \p entry in the spool under the id of \p slot. What an earlier attempt filed and is
-  /// still there counts instead; of one that was cut off and left nothing, the log says that the
-  /// message may be doubled: it may have been sent meanwhile.
-  AdapterError file(SpoolEntry entry, const OvMsgMailMessage& msg, const SpoolSlot& slot);
+  /// Files \p msg in the spool under the id of \p slot. What could never be sent (an address that
+  /// SMTP cannot carry, no recipients, no server to send to) is refused here, while somebody can
+  /// still act. What an earlier attempt filed and is still there counts instead; of one that was
+  /// cut off and left nothing, the log says that the message may be doubled: it may have been sent
+  /// meanwhile.
+  /// \param entry  its kind, window, passes and rule
+  /// \param filed  receives a new entry; nobody sends it while its hold lasts. May be null
+  AdapterError file(SpoolEntry entry, const OvMsgMailMessage& msg, const SpoolSlot& slot,
+                    FiledEntry* filed = nullptr);
 
   /// Sends \p msg to \p host and \p port within the deadline that the settings give, without its
   /// reprocessing fields. \param host  a name or an address; an IPv6 address may have brackets
@@ -50,6 +48,7 @@ class KAVI_API Outbox {
   std::int64_t handOffLeaseSeconds() const;
 
  private:
+  AdapterError check(const SpoolEntry& entry, const OvMsgMailMessage& msg) const;
   void warnOfDouble(const OvMsgMailMessage& msg, const char* why) const;
   AdapterError refuse(const OvMsgMailMessage& msg, const SmtpOutcome& outcome) const;
   SmtpOutcome send(const OvMsgMailMessage& msg, const SmtpDestination& to) const;

@@ -23,6 +23,10 @@ class KAVI_API OutgoingMail {
   /// For a server that is not ours: without the fields.
   void withoutFields();
 
+  /// Has the rule that held the message back join those that the fields name, with the type
+  /// "postpone", when it is sealed. A message without a header gets one.
+  void heldBackBy(unsigned int rule) { rule_ = rule; }
+
   /// For the listener that scans: the fields, when there is exactly one of rules and type, with a
   /// seal; otherwise without any.
   /// \param passes  those through scanning that the message has behind it
@@ -34,6 +38,7 @@ class KAVI_API OutgoingMail {
 
  private:
   std::string_view mail_;
+  unsigned int rule_ = 0;  ///< that held the message back; 0: none did
   std::string_view lead_;
   std::string header_;  ///< in place of the message's own
   std::string_view rest_;

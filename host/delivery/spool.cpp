@@ -24,7 +24,6 @@ constexpr std::string_view kLogSuffix = ".log";
 constexpr std::size_t kMaxIdBytes = 36;
 constexpr std::size_t kPieceBytes = std::size_t{16} << 10;
 
-std::string fileNameOf(const std::string& id) { return id + std::string(kSuffix); }
 std::string logNameOf(const std::string& id) { return id + std::string(kLogSuffix); }
 
 // Ids become file names: only what `put` makes is one.
@@ -66,16 +65,24 @@ AdapterError Spool::put(SpoolEntry entry, const OvMsgMailMessage& msg, std::stri
   });
 }
 
-AdapterError Spool::putAs(const std::string& id, SpoolEntry entry, const OvMsgMailMessage& msg) {
+AdapterError Spool::putAs(const std::string& id, SpoolEntry entry, const OvMsgMailMessage& msg,
+                          FiledEntry* filed) {
   return guardedOutcome([&] {
     if (!folder_.isOpen()) return AdapterError::MissingFolder;
-    return isId(id) ? store(entry, msg, fileNameOf(id)) : AdapterError::InvalidArgument;
+    return isId(id) ? store(entry, msg, fileNameOf(id), filed) : AdapterError::InvalidArgument;
   });
+}
+
+std::string Spool::fileNameOf(const std::string& id) { return id + std::string(kSuffix); }
+
+std::string Spool::idOf(const std::string& fileName) {
+  return std::string(idIn(fileName, kSuffix));
 }
 
 std::string Spool::newId() { return core::makeUniqueId(); }
 
-AdapterError Spool::store(SpoolEntry& entry, const OvMsgMailMessage& msg, const std::string& name) {
+AdapterError Spool::store(SpoolEntry& entry, const OvMsgMailMessage& msg, const std::string& name,
+                          FiledEntry* filed) {
   const char* messageId = msg.id();
   entry.messageId = messageId != nullptr ? messageId : "";
   entry.messageBytes = msg.renderedSize();
@@ -94,7 +101,10 @@ AdapterError Spool::store(SpoolEntry& entry, const OvMsgMailMessage& msg, const 
   const AdapterError outcome = writeMessage(msg, file, written);
   if (outcome != AdapterError::None) return outcome;
   if (written != entry.messageBytes) return AdapterError::MessageUnreadable;
-  return adapterErrorOf(file.commit(name));
+  if (filed == nullptr) return adapterErrorOf(file.commit(name));
+  const AdapterError committed = adapterErrorOf(file.commit(name, &filed->hold));
+  if (committed == AdapterError::None) filed->entry = std::move(entry);
+  return committed;
 }
 
 AdapterError Spool::list(std::vector<std::string>& ids) const {

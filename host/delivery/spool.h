@@ -14,6 +14,12 @@ class OvMsgMailMessage;
 
 namespace host::delivery {
 
+/// An entry that was just filed.
+struct FiledEntry {
+  core::Descriptor hold;  ///< taken before anybody could see it (see Spool::hold)
+  SpoolEntry entry;       ///< as it was written
+};
+
 /// A folder with one file for each waiting message, "<id>.msg" (see SpoolEntry), and beside it,
 /// once something was tried, "<id>.log" with what came of it (see SpoolState). An entry is
 /// written under a temporary name, flushed, renamed, and the folder flushed: after `put` succeeded
@@ -38,7 +44,9 @@ class KAVI_API Spool {
   /// \param id  receives the new entry's id; left as it was on failure, when nothing is stored.
   AdapterError put(SpoolEntry entry, const OvMsgMailMessage& msg, std::string& id);
   /// The same under an id that the caller had from `newId`, once.
-  AdapterError putAs(const std::string& id, SpoolEntry entry, const OvMsgMailMessage& msg);
+  /// \param filed  receives the entry; may be null
+  AdapterError putAs(const std::string& id, SpoolEntry entry, const OvMsgMailMessage& msg,
+                     FiledEntry* filed = nullptr);
   /// An id for an entry; no two are the same. \throw std::system_error without randomness
   static std::string newId();
 
@@ -64,8 +72,14 @@ class KAVI_API Spool {
   /// Adds a line to the log of an entry, durably. \param line  without line break
   AdapterError appendLog(const std::string& id, std::string_view line);
 
+  /// The name of an entry's file in the folder.
+  static std::string fileNameOf(const std::string& id);
+  /// The id of the entry whose file has the name \p fileName; empty when it is no entry's.
+  static std::string idOf(const std::string& fileName);
+
  private:
-  AdapterError store(SpoolEntry& entry, const OvMsgMailMessage& msg, const std::string& name);
+  AdapterError store(SpoolEntry& entry, const OvMsgMailMessage& msg, const std::string& name,
+                     FiledEntry* filed);
   core::FileError removeOrphans() const;
 
   core::Folder folder_;

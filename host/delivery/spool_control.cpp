@@ -1,10 +1,13 @@
 #include "host/delivery/spool_control.h"
 
 #include <algorithm>
+#include <ctime>
 
 #include "host/delivery/adapter_guard.h"
 
 namespace host::delivery {
+
+std::int64_t SpoolControl::systemClock() { return std::time(nullptr); }
 
 AdapterError SpoolControl::look(const std::string& id, SpoolItem& item,
                                 std::vector<SpoolEvent>& events) const {
@@ -31,7 +34,7 @@ AdapterError SpoolControl::look(const std::string& id, SpoolItem& item,
   } else if (found.state.failed) {
     found.condition = SpoolItem::Condition::Failed;
   } else {
-    found.due = dueTime(found.entry, found.state, schedule_);
+    found.due = dueTime(found.entry, found.state, schedule_, clock_());
   }
   item = std::move(found);
   return AdapterError::None;

@@ -39,9 +39,12 @@ struct SpoolSummary {
 /// Lists, shows, retries and deletes. Safe from any thread, and while workers run.
 class KAVI_API SpoolControl {
  public:
+  using Clock = std::int64_t (*)();  ///< seconds since 1970
+
   /// \param schedule  the one that the worker goes by
-  explicit SpoolControl(Spool& spool, const RetrySchedule& schedule = {})
-      : spool_(spool), schedule_(schedule) {}
+  /// \param clock     says when it is now, for what is due
+  explicit SpoolControl(Spool& spool, const RetrySchedule& schedule = {}, Clock clock = systemClock)
+      : spool_(spool), schedule_(schedule), clock_(clock) {}
 
   /// Replaces \p items by what is in the spool, the oldest first. An entry that cannot be read is
   /// among them.
@@ -60,11 +63,14 @@ class KAVI_API SpoolControl {
   /// Removes a message for good. UnderWay while it is being sent.
   AdapterError remove(const std::string& id);
 
+  static std::int64_t systemClock();
+
  private:
   AdapterError look(const std::string& id, SpoolItem& item, std::vector<SpoolEvent>& events) const;
 
   Spool& spool_;
   RetrySchedule schedule_;
+  Clock clock_;
 };
 
 }  // namespace host::delivery

@@ -69,6 +69,7 @@ bool readEnvelopeFields(const Fields& fields, Envelope& envelope) {
     ++known;
   }
   if (fields.contains("passes")) ++known;
+  if (fields.contains("rule")) ++known;
   std::size_t count = 0;
   FieldReader(fields).number("rcpts", count);
   // Every other field is a recipient: a count that does not fit is refused before it is counted.
@@ -94,6 +95,10 @@ std::optional<Fields> readHead(std::string_view head) {
 
 }  // namespace
 
+bool SpoolEntry::isForScanning() const {
+  return kind == kResentKind || (kind == kPostponedKind && rule != 0);
+}
+
 std::string writeSpoolHead(const SpoolEntry& entry) {
   Fields fields{{"kind", entry.kind},
                 {"id", entry.messageId},
@@ -103,6 +108,7 @@ std::string writeSpoolHead(const SpoolEntry& entry) {
                 {"to", entry.window.toText()},
                 {"rcpts", std::to_string(entry.envelope.recipients.size())}};
   if (entry.passes != 0) fields["passes"] = std::to_string(entry.passes);
+  if (entry.rule != 0) fields["rule"] = std::to_string(entry.rule);
   if (entry.envelope.sender) fields["sender"] = *entry.envelope.sender;
   for (std::size_t index = 0; index < entry.envelope.recipients.size(); ++index) {
     fields[recipientKey(index)] = entry.envelope.recipients[index];
@@ -127,6 +133,7 @@ bool parseSpoolHead(std::string_view head, SpoolEntry& entry, std::size_t& headB
   reader.timeOfDay("from", read.window.fromHour, read.window.fromMinute);
   reader.timeOfDay("to", read.window.toHour, read.window.toMinute);
   if (fields->contains("passes")) reader.number("passes", read.passes);
+  if (fields->contains("rule")) reader.number("rule", read.rule);
   if (!reader.good() || !read.window.isValid()) return false;
   if (!readEnvelopeFields(*fields, read.envelope)) return false;
   entry = std::move(read);

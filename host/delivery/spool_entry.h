@@ -16,7 +16,7 @@ namespace host::delivery {
 ///     file   = "kavi-spool-1 " record LF message
 ///     record = a Blob record (host/core/blob.cpp) with the fields
 ///              kind, id, queued, bytes, from, to, rcpts, rcpt0, rcpt1, ... and, unless the
-///              envelope has no sender at all, sender, and, if it is not 0, passes
+///              envelope has no sender at all, sender, and, if they are not 0, passes and rule
 ///
 /// with decimal numbers ("queued" in seconds since 1970, "bytes" the message's length, "rcpts" the
 /// number of recipients) and times as "HH:MM". The message is everything behind the first LF and
@@ -28,12 +28,17 @@ struct SpoolEntry {
   std::uint64_t messageBytes = 0;
   TimeWindow window;        ///< when it may go on
   unsigned int passes = 0;  ///< how often it came back for scanning before it was filed
+  unsigned int rule = 0;    ///< of a postponed message: the one that held it back; 0: not known
   Envelope envelope;
 
   bool operator==(const SpoolEntry&) const = default;
+
+  /// Whether it goes to the listener that scans. A postponed message whose rule is not known does
+  /// not: the rule would hold it back again, every day.
+  KAVI_API bool isForScanning() const;
 };
 
-inline constexpr char kPostponedKind[] = "postpone";  ///< goes on without scanning, in its window
+inline constexpr char kPostponedKind[] = "postpone";  ///< goes back to scanning, in its window
 inline constexpr char kResentKind[] = "resend";       ///< goes back to scanning
 inline constexpr char kDeliveredKind[] = "deliver";   ///< goes on without scanning
 

@@ -121,11 +121,13 @@ void SpoolState::apply(const SpoolEvent& event) {
       uncertain = uncertain || open;
       open = true;
       lastAttempt = event.at;
+      if (recentAttempts == 1) firstAttempt = event.at;
       return;
     case SpoolEvent::Kind::Deferred:
     case SpoolEvent::Kind::Failed:
       failed = event.kind == SpoolEvent::Kind::Failed;
       due = event.due;
+      dueSaid = event.at;
       code = event.code;
       text = event.text;
       open = false;
@@ -134,8 +136,10 @@ void SpoolState::apply(const SpoolEvent& event) {
     case SpoolEvent::Kind::Retry:
       failed = false;
       due = event.at;
+      dueSaid = event.at;
       retryAsked = event.at;
       recentAttempts = 0;
+      firstAttempt = 0;
       return;
     case SpoolEvent::Kind::Sent:
       sent = true;
@@ -158,15 +162,20 @@ std::int64_t RetrySchedule::pauseAfter(unsigned int attempt) const {
 }
 
 std::int64_t dueTime(const SpoolEntry& entry, const SpoolState& state,
-                     const RetrySchedule& schedule) {
-  std::int64_t due = std::max(entry.queuedAt, state.due);
+                     const RetrySchedule& schedule, std::int64_t now) {
+  std::int64_t due = std::min(entry.queuedAt, now);
+  if (state.dueSaid <= now) due = std::max(due, state.due);
   // One that ends the process each time must not do so all the time.
-  if (state.open && state.recentAttempts > 0) {
+  if (state.open && state.recentAttempts > 0 && state.lastAttempt <= now) {
     due = std::max(due, state.lastAttempt + schedule.pauseAfter(state.recentAttempts));
   }
   // An administrator who asks for a retry does not want to wait for the window.
   const bool asked = state.retryAsked != 0 && state.due == state.retryAsked;
-  return asked ? due : nextOpening(entry.window, due);
+  if (asked) return due;
+  const std::int64_t opening = nextOpening(entry.window, due);
+  // Nobody was there while the window was open.
+  const std::int64_t present = nextOpening(entry.window, std::max(opening, now));
+  return opening <= now && present == now ? opening : present;
 }
 
 }  // namespace host::delivery

@@ -47,7 +47,9 @@ struct KAVI_API SpoolState {
   unsigned int attempts = 0;        ///< all
   unsigned int recentAttempts = 0;  ///< since an administrator asked for a retry
   std::int64_t retryAsked = 0;      ///< when that was; 0: never
+  std::int64_t firstAttempt = 0;    ///< of the recent ones; 0: there was none
   std::int64_t due = 0;             ///< not before that; 0: nothing was said
+  std::int64_t dueSaid = 0;         ///< when that was said
   bool failed = false;
   bool sent = false;
   bool open = false;       ///< the last attempt has no end: it is under way, or was cut off
@@ -67,16 +69,17 @@ struct KAVI_API SpoolState {
 struct KAVI_API RetrySchedule {
   std::int64_t firstPause = 60;  ///< doubled from attempt to attempt
   std::int64_t longestPause = 3600;
-  /// Since it was filed, or its retry was asked for.
+  /// Since its first attempt, or the first since its retry was asked for.
   std::int64_t giveUpAfter = std::int64_t{5} * 24 * 3600;
 
   /// The pause behind the \p attempt -th attempt, counted from 1.
   std::int64_t pauseAfter(unsigned int attempt) const;
 };
 
-/// When an entry is to be tried next, seconds since 1970; it may be past. For one that has not
-/// failed.
+/// When an entry is to be tried next, seconds since 1970; past only if its window is open now. For
+/// one that has not failed. What was written down by a clock that was ahead of \p now does not put
+/// it off: clocks that jump hold nothing back.
 KAVI_API std::int64_t dueTime(const SpoolEntry& entry, const SpoolState& state,
-                              const RetrySchedule& schedule);
+                              const RetrySchedule& schedule, std::int64_t now);
 
 }  // namespace host::delivery

@@ -98,14 +98,15 @@ class SubmissionWorker::Run {
     // Whoever held it before may have changed its state.
     if (error == AdapterError::None) error = readState(entry);
     if (error != AdapterError::None) return error;
-    if (entry.state.sent) return worker_.spool_.remove(id);
+    if (entry.state.sent) return remove(entry);
     if (entry.state.failed || !isDue(entry)) return AdapterError::None;
     return submit(entry);
   }
 
   bool isDue(const Entry& entry) {
-    const std::int64_t due = dueTime(entry.head, entry.state, worker_.settings_.retry);
-    if (due <= begin_) return true;
+    const std::int64_t present = now();
+    const std::int64_t due = dueTime(entry.head, entry.state, worker_.settings_.retry, present);
+    if (due <= present) return true;
     ++counts_.waiting;
     noteDue(due);
     return false;
@@ -123,7 +124,7 @@ class SubmissionWorker::Run {
   }
 
   AdapterError submit(Entry& entry) {
-    const bool rescan = entry.head.kind == kResentKind;
+    const bool rescan = entry.head.isForScanning();
     const SmtpDestination& to = rescan ? worker_.settings_.scan : worker_.settings_.plain;
     if (down_.contains(&to)) {
       ++counts_.skipped;
@@ -137,6 +138,7 @@ class SubmissionWorker::Run {
     if (error != AdapterError::None) return error;
     OutgoingMail mail(message);
     if (rescan) {
+      if (entry.head.kind == kPostponedKind) mail.heldBackBy(entry.head.rule);
       outcome.error = mail.seal(entry.head.envelope, entry.head.passes, worker_.keys_, now());
     } else {
       mail.withoutFields();
@@ -161,8 +163,8 @@ class SubmissionWorker::Run {
     if (outcome.isFinal()) return fail(entry, outcome);
     // It is the server that is not there, and not this message that it does not like.
     if (!outcome.server.empty() && outcome.stage < SmtpStage::Sender) down_.insert(&to);
-    const std::int64_t begin = std::max(entry.head.queuedAt, entry.state.retryAsked);
-    if (now() - begin >= worker_.settings_.retry.giveUpAfter) {
+    const bool isFirst = entry.state.recentAttempts == 0;
+    if (!isFirst && now() - entry.state.firstAttempt >= worker_.settings_.retry.giveUpAfter) {
       SmtpOutcome last = outcome;
       last.error = AdapterError::GaveUp;
       return fail(entry, last, outcome.text());
@@ -173,7 +175,7 @@ class SubmissionWorker::Run {
   AdapterError finish(const Entry& entry, const SmtpOutcome& outcome) {
     ++counts_.sent;
     log(kDetail, "Message %s sent: %s.", entry.id.c_str(), outcome.reply.c_str());
-    const AdapterError removed = worker_.spool_.remove(entry.id);
+    const AdapterError removed = remove(entry);
     if (removed == AdapterError::None) return removed;
     // It went out, and must not go out again because its file cannot be removed just now.
     const AdapterError recorded = record(entry, {SpoolEvent::Kind::Sent, now(), 0, {}, 0, false});
@@ -181,6 +183,20 @@ class SubmissionWorker::Run {
         entry.id.c_str(), adapterErrorText(static_cast<unsigned int>(removed)),
         recorded == AdapterError::None ? "" : "; it will be sent again");
     return AdapterError::None;
+  }
+
+  // Takes a message that went out of the spool, and of the index. A row that stays is removed at
+  // the next start.
+  AdapterError remove(const Entry& entry) const {
+    const AdapterError removed = worker_.spool_.remove(entry.id);
+    if (removed != AdapterError::None || entry.head.kind != kPostponedKind) return removed;
+    if (worker_.index_ == nullptr) return removed;
+    const store::StoreStatus status = worker_.index_->remove(entry.id);
+    if (!status.ok()) {
+      log(kNotices, "Message %s is gone, its row of the index is not: %s.", entry.id.c_str(),
+          status.text.c_str());
+    }
+    return removed;
   }
 
   AdapterError defer(Entry& entry, const SmtpOutcome& outcome) {
@@ -221,8 +237,8 @@ class SubmissionWorker::Run {
 };
 
 SubmissionWorker::SubmissionWorker(Spool& spool, const DeliverySettings& settings,
-                                   const SealKeys& keys, Kavi::LogMsg* log)
-    : spool_(spool), settings_(settings), keys_(keys), log_(log) {}
+                                   const SealKeys& keys, Kavi::LogMsg* log, SpoolIndex* index)
+    : spool_(spool), settings_(settings), keys_(keys), log_(log), index_(index) {}
 
 SubmissionCounts SubmissionWorker::runOnce(std::int64_t now, const std::stop_token& stop) {
   SubmissionCounts counts;

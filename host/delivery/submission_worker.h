@@ -14,6 +14,7 @@
 #include "host/delivery/seal_keys.h"
 #include "host/delivery/smtp_client.h"
 #include "host/delivery/spool.h"
+#include "host/delivery/spool_index.h"
 #include "host/delivery/spool_state.h"
 #include "library/platform/api.h"
 #include "library/platform/log_msg.h"
@@ -33,21 +34,23 @@ struct SubmissionCounts {
   std::optional<std::int64_t> nextDue;  ///< of those waiting or deferred
 };
 
-/// Submits the spool's messages: "resend" to the server that scans, everything else to the one
-/// that does not. One message is sent at a time and goes to all its recipients or to none. What is
-/// refused for now is tried again after growing pauses; what is refused for good, for whatever
-/// recipient, stays in the spool as failed, is logged at level 1, and waits for an administrator
-/// (SpoolControl). Any number of workers, in any processes, may share a spool: no entry is in the
-/// hands of two.
+/// Submits the spool's messages: "resend", and "postpone" in its window, to the server that scans,
+/// everything else to the one that does not. One message is sent at a time and goes to all its
+/// recipients or to none. What is refused for now is tried again after growing pauses; what is
+/// refused for good, for whatever recipient, stays in the spool as failed, is logged at level 1,
+/// and waits for an administrator (SpoolControl). Any number of workers, in any processes, may
+/// share a spool: no entry is in the hands of two.
 ///
 /// A message is marked before it is sent. One whose end is not written down, because the process
 /// was killed or the server went away behind the final dot, is sent again and may arrive twice:
 /// that is logged at level 1.
 class KAVI_API SubmissionWorker {
  public:
-  /// All but \p log, which may be null, must outlive the worker.
+  /// All of it must outlive the worker.
+  /// \param log    may be null
+  /// \param index  the rows of postponed messages, which go with them; may be null
   SubmissionWorker(Spool& spool, const DeliverySettings& settings, const SealKeys& keys,
-                   Kavi::LogMsg* log);
+                   Kavi::LogMsg* log, SpoolIndex* index = nullptr);
 
   /// Tries every entry that is due, once, the oldest first. \param now  seconds since 1970
   /// \param stop  ends the run between two messages
@@ -68,6 +71,7 @@ class KAVI_API SubmissionWorker {
   const DeliverySettings& settings_;
   const SealKeys& keys_;
   Kavi::LogMsg* log_;
+  SpoolIndex* index_;
   std::mutex mutex_;
   std::condition_variable_any changed_;
   bool awake_ = false;

@@ -46,11 +46,14 @@ class SpoolBench {
     return host::delivery::SubmissionWorker(spool, settings, keys, &log).runOnce(now);
   }
 
-  host::delivery::SpoolItem show(const std::string& id) {
+  /// \param now  when it is looked at
+  host::delivery::SpoolItem show(const std::string& id, std::int64_t now = kFiled) {
+    static std::int64_t present;
+    present = now;
     host::delivery::SpoolItem item;
     std::vector<host::delivery::SpoolEvent> events;
-    EXPECT_EQ(host::delivery::SpoolControl(spool, settings.retry).show(id, item, events),
-              host::delivery::AdapterError::None);
+    const host::delivery::SpoolControl control(spool, settings.retry, [] { return present; });
+    EXPECT_EQ(control.show(id, item, events), host::delivery::AdapterError::None);
     return item;
   }
 

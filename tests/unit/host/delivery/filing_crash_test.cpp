@@ -103,7 +103,8 @@ bool runAttempt(DeliveryState& state, const std::string& folder, const std::stri
   message.setId(attempt + name);
   message.setEnvelope(name + "@example.org", {"a@example.org", name + "@example.com"});
   LocalAdapter adapter(state);
-  const Tokens tokens;
+  Tokens tokens;
+  tokens.set(Kavi::ScanToken::RuleId, "15");
   if (adapter.beginMessage(message, bytes, tokens) != AdapterError::None) return false;
   if (adapter.beginAction(15, 0, "7") != AdapterError::None) return false;
   unsigned int error = 0;
@@ -188,10 +189,18 @@ class FilingCrash : public ::testing::Test {
   void readBack(DeliveryState& state) {
     rows_.clear();
     spooled_.clear();
+    waiting_.clear();
     ASSERT_TRUE(state.store()->list({{}, {}, 0, 1000}, rows_).ok());
     for (const IndexEntry& row : rows_) {
       const std::string name = row.messageId.substr(1);
-      EXPECT_EQ(contentOf(row.path), bytesOf(name)) << row.path;
+      const bool waits = row.kind == MessageKind::Postponed;
+      if (waits) {
+        EXPECT_TRUE(contentOf(row.path).ends_with("\n" + bytesOf(name))) << row.path;
+        EXPECT_EQ(row.rule, "15");
+        ++waiting_[name];
+      } else {
+        EXPECT_EQ(contentOf(row.path), bytesOf(name)) << row.path;
+      }
       EXPECT_EQ(row.size, bytesOf(name).size());
       EXPECT_EQ(row.sender, name + "@example.org");
       EXPECT_EQ(row.recipients.size(), 2u);
@@ -236,12 +245,29 @@ class FilingCrash : public ::testing::Test {
     return strangers;
   }
 
+  // At the next start every postponed message has its row.
+  void checkSpoolSweep(DeliveryState& state) {
+    const std::size_t without = spooled_.size() - waiting_.size();
+    EXPECT_LE(without, 1u) << "no more than the one that was cut off";
+    spooledWithoutRow_ += without;
+    host::delivery::SpoolSweepReport report;
+    std::string fault;
+    EXPECT_EQ(state.prepareSpool(report, fault), AdapterError::None) << fault;
+    EXPECT_EQ(report.rowsRemoved, 0u);
+    EXPECT_EQ(report.rowsAdded, without);
+    readBack(state);
+    EXPECT_EQ(waiting_, spooled_);
+  }
+
   void checkReports(const std::string& reported) {
     std::istringstream lines(reported);
     for (std::string line; std::getline(lines, line);) {
       const std::string name = line.substr(1, line.find(' ') - 1);
       const std::string path = line.substr(line.find(' ') + 1);
       EXPECT_EQ(copiesOf(name, line[0]), 1) << line;
+      if (line[0] == 'P') {
+        EXPECT_EQ(waiting_[name], 1) << line;
+      }
       if (line[0] == 'Q') {
         EXPECT_EQ(contentOf(path), bytesOf(name)) << line;
       }
@@ -251,7 +277,9 @@ class FilingCrash : public ::testing::Test {
 
   std::vector<IndexEntry> rows_;
   std::map<std::string, int> spooled_;
+  std::map<std::string, int> waiting_;  ///< those with a row
   int reports_ = 0;
+  std::size_t spooledWithoutRow_ = 0;
 };
 
 TEST_F(FilingCrash, LosesNothingThatWasReportedAndCountsNothingUnfinished) {
@@ -279,6 +307,7 @@ TEST_F(FilingCrash, LosesNothingThatWasReportedAndCountsNothingUnfinished) {
     readBack(state);
     if (HasFatalFailure()) return;
     checkReports(reported);
+    checkSpoolSweep(state);
     const std::size_t left = filesWithoutRow(temp / "q");
     EXPECT_LE(left, 1u) << "no more than the one that was cut off";
     strangers += left;
@@ -294,6 +323,7 @@ TEST_F(FilingCrash, LosesNothingThatWasReportedAndCountsNothingUnfinished) {
   // The test would show nothing if no writer had come far enough, or none too far.
   EXPECT_GT(reports_, wanted);
   EXPECT_GT(strangers, 0u);
+  EXPECT_GT(spooledWithoutRow_, 0u);
   EXPECT_GT(unfinished, 0u);
   RecordProperty("reported", reports_);
   RecordProperty("without_row", static_cast<int>(strangers));
@@ -337,6 +367,7 @@ TEST_F(FilingCrash, EndsWithOneCopyForARetry) {
       EXPECT_EQ(copiesOf(name, operationOf(number)), 1) << name << " of round " << round;
     }
     EXPECT_EQ(filesWithoutRow(temp / "q"), 0u) << "round " << round;
+    EXPECT_EQ(waiting_, spooled_) << "round " << round;
     if (HasFailure()) return;
   }
   EXPECT_GT(retries, wanted);

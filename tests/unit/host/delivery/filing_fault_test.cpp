@@ -2,6 +2,7 @@
 // copy stays, and no row.
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <functional>
 #include <string>
 
@@ -19,7 +20,9 @@ using testing_host::Tokens;
 
 constexpr unsigned int kMostAllocations = 10'000;
 
-class FilingFault : public ::testing::TestWithParam<bool> {
+enum class Way { Quarantine, Archive, Postpone };
+
+class FilingFault : public ::testing::TestWithParam<Way> {
  protected:
   FilingFault() {
     tokens_.set(Kavi::ScanToken::RuleId, "15");
@@ -36,7 +39,9 @@ class FilingFault : public ::testing::TestWithParam<bool> {
     auto outcome = adapter.beginMessage(bench_.message, bench_.message.bytes(), tokens_);
     if (outcome == AdapterError::None) outcome = adapter.beginAction(15, 0, kSetting);
     if (outcome == AdapterError::None) {
-      if (GetParam()) {
+      if (GetParam() == Way::Postpone) {
+        adapter.postponeMessage(error, &bench_.message, 8, 30, 23, 59);
+      } else if (GetParam() == Way::Quarantine) {
         char path[kQuarantinePathSize];
         adapter.quarantineMessage(error, &bench_.message, "", bench_.folder.c_str(), path);
       } else {
@@ -55,6 +60,14 @@ class FilingFault : public ::testing::TestWithParam<bool> {
       ASSERT_TRUE(bench_.store->memory().removeEntry(row.row).ok());
       std::filesystem::remove(row.path);
     }
+    // A sender that tries again finds a message postponed, though it is sent since.
+    std::size_t dropped = 0;
+    ASSERT_TRUE(bench_.store->memory().forgetBefore(INT64_MAX, dropped).ok());
+  }
+
+  std::size_t files() const {
+    return filesBelow(GetParam() == Way::Postpone ? bench_.temp / "state/spool" : bench_.folder)
+        .size();
   }
 
   static inline const std::string kArea = "an area with a name longer than a short text";
@@ -80,10 +93,10 @@ TEST_P(FilingFault, LeavesNothingWhereverMemoryRunsOut) {
     const auto rows = bench_.rows();
     if (error != AdapterError::None) {
       EXPECT_EQ(error, AdapterError::OutOfMemory) << call;
-      EXPECT_EQ(filesBelow(bench_.folder).size(), 0u) << call;
+      EXPECT_EQ(files(), 0u) << call;
       EXPECT_TRUE(rows.empty()) << call;
     } else {
-      EXPECT_EQ(filesBelow(bench_.folder).size(), 1u) << call;
+      EXPECT_EQ(files(), 1u) << call;
       EXPECT_EQ(rows.size(), 1u) << call;
     }
     if (!fired) {
@@ -95,8 +108,12 @@ TEST_P(FilingFault, LeavesNothingWhereverMemoryRunsOut) {
   FAIL() << "the operation never succeeded";
 }
 
-INSTANTIATE_TEST_SUITE_P(Both, FilingFault, ::testing::Bool(), [](const auto& which) {
-  return std::string(which.param ? "Quarantine" : "Archive");
-});
+std::string nameOf(const ::testing::TestParamInfo<Way>& way) {
+  constexpr const char* kNames[] = {"Quarantine", "Archive", "Postpone"};
+  return kNames[static_cast<int>(way.param)];
+}
+
+INSTANTIATE_TEST_SUITE_P(All, FilingFault,
+                         ::testing::Values(Way::Quarantine, Way::Archive, Way::Postpone), nameOf);
 
 }  // namespace

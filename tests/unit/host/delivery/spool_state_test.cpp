@@ -2,9 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
-
-#include <ctime>
 
 namespace {
 
@@ -107,79 +104,60 @@ TEST(RetrySchedule, PausesGrow) {
   EXPECT_EQ((RetrySchedule{100, 10, 0}.pauseAfter(1)), 10);
 }
 
+SpoolEntry waitingSince(std::int64_t queued, const TimeWindow& window = kAnyTime) {
+  SpoolEntry entry;
+  entry.queuedAt = queued;
+  entry.window = window;
+  return entry;
+}
+
 TEST(DueTime, FollowsTheLog) {
   const RetrySchedule schedule{60, 3600, 1000};
-  SpoolEntry entry;
-  entry.queuedAt = 1000;
-  entry.window = kAnyTime;
-  EXPECT_EQ(dueTime(entry, {}, schedule), 1000);
+  const SpoolEntry entry = waitingSince(1000);
+  EXPECT_EQ(dueTime(entry, {}, schedule, 5000), 1000);
   SpoolState state;
   state.due = 2000;
-  EXPECT_EQ(dueTime(entry, state, schedule), 2000);
+  EXPECT_EQ(dueTime(entry, state, schedule, 1500), 2000);
+  EXPECT_EQ(dueTime(entry, state, schedule, 5000), 2000);
   // Cut off in the middle of its second attempt.
   state.open = true;
   state.lastAttempt = 2500;
   state.recentAttempts = 2;
-  EXPECT_EQ(dueTime(entry, state, schedule), 2620);
+  EXPECT_EQ(dueTime(entry, state, schedule, 5000), 2620);
   // An administrator looked at it since.
   state.apply({SpoolEvent::Kind::Retry, 2510, 0, {}, 0, false});
-  EXPECT_EQ(dueTime(entry, state, schedule), 2510);
+  EXPECT_EQ(dueTime(entry, state, schedule, 5000), 2510);
 }
 
-class NextOpening : public ::testing::Test {
- protected:
-  void SetUp() override { setZone("UTC"); }
-  void TearDown() override { setZone(nullptr); }
-  static void setZone(const char* zone) {
-    if (zone != nullptr) {
-      ::setenv("TZ", zone, 1);
-    } else {
-      ::unsetenv("TZ");
-    }
-    ::tzset();
+// Everything was written down by a clock that was set back since.
+TEST(DueTime, IsNotPutOffByAClockThatWasAhead) {
+  const RetrySchedule schedule{60, 3600, 1000};
+  constexpr std::int64_t kYear = 365 * 86'400;
+  EXPECT_EQ(dueTime(waitingSince(kYear), {}, schedule, 1000), 1000);
+  SpoolState deferred;
+  deferred.apply({SpoolEvent::Kind::Attempt, kYear, 0, {}, 0, false});
+  EXPECT_EQ(dueTime(waitingSince(500), deferred, schedule, 1000), 500);
+  EXPECT_EQ(dueTime(waitingSince(500), deferred, schedule, kYear), kYear + 60);
+  deferred.apply({SpoolEvent::Kind::Deferred, kYear, 1, {}, kYear + 60, false});
+  EXPECT_EQ(dueTime(waitingSince(500), deferred, schedule, 1000), 500);
+  EXPECT_EQ(dueTime(waitingSince(500), deferred, schedule, kYear), kYear + 60);
+  SpoolState asked;
+  asked.apply({SpoolEvent::Kind::Retry, kYear, 0, {}, 0, false});
+  EXPECT_EQ(dueTime(waitingSince(500), asked, schedule, 1000), 500);
+}
+
+TEST(SpoolState, CountsFromTheFirstAttemptSinceTheLastRetry) {
+  SpoolState state;
+  EXPECT_EQ(state.firstAttempt, 0);
+  for (const std::int64_t at : {100, 200}) {
+    state.apply({SpoolEvent::Kind::Attempt, at, 0, {}, 0, false});
+    state.apply({SpoolEvent::Kind::Deferred, at + 1, 1, {}, at + 50, false});
   }
-  static std::int64_t at(const char* text) {
-    std::tm parts{};
-    ::strptime(text, "%Y-%m-%d %H:%M:%S", &parts);
-    parts.tm_isdst = -1;
-    return std::mktime(&parts);
-  }
-};
-
-TEST_F(NextOpening, IsNowOrTheNextBegin) {
-  const TimeWindow day{8, 30, 23, 59};
-  EXPECT_EQ(nextOpening(day, at("2024-03-05 07:00:01")), at("2024-03-05 08:30:00"));
-  EXPECT_EQ(nextOpening(day, at("2024-03-05 08:29:59")), at("2024-03-05 08:30:00"));
-  EXPECT_EQ(nextOpening(day, at("2024-03-05 08:30:00")), at("2024-03-05 08:30:00"));
-  EXPECT_EQ(nextOpening(day, at("2024-03-05 23:59:59")), at("2024-03-05 23:59:59"));
-  const TimeWindow morning{8, 30, 9, 0};
-  EXPECT_EQ(nextOpening(morning, at("2024-02-29 09:01:00")), at("2024-03-01 08:30:00"));
-  EXPECT_EQ(nextOpening(morning, at("2024-12-31 12:00:00")), at("2025-01-01 08:30:00"));
-}
-
-TEST_F(NextOpening, ReachesOverMidnight) {
-  const TimeWindow night{22, 0, 5, 0};
-  EXPECT_EQ(nextOpening(night, at("2024-03-05 23:00:00")), at("2024-03-05 23:00:00"));
-  EXPECT_EQ(nextOpening(night, at("2024-03-05 04:00:00")), at("2024-03-05 04:00:00"));
-  EXPECT_EQ(nextOpening(night, at("2024-03-05 05:01:00")), at("2024-03-05 22:00:00"));
-}
-
-TEST_F(NextOpening, AnyTimeIsAlwaysOpen) {
-  for (std::int64_t time = 0; time < 2 * 86'400; time += 601) {
-    EXPECT_EQ(nextOpening(kAnyTime, time), time);
-  }
-}
-
-TEST_F(NextOpening, KnowsWhenClocksChange) {
-  setZone("CET-1CEST,M3.5.0,M10.5.0/3");
-  const TimeWindow early{2, 30, 2, 40};
-  // That time of the day does not exist when summer time begins: the next moment will do.
-  const std::int64_t evening = at("2024-03-30 20:00:00");
-  const std::int64_t opening = nextOpening(early, evening);
-  EXPECT_GT(opening, evening);
-  EXPECT_LE(opening, at("2024-03-31 04:00:00"));
-  const TimeWindow morning{8, 0, 9, 0};
-  EXPECT_EQ(nextOpening(morning, evening), at("2024-03-31 08:00:00"));
+  EXPECT_EQ(state.firstAttempt, 100);
+  state.apply({SpoolEvent::Kind::Retry, 300, 0, {}, 0, false});
+  EXPECT_EQ(state.firstAttempt, 0);
+  state.apply({SpoolEvent::Kind::Attempt, 400, 0, {}, 0, false});
+  EXPECT_EQ(state.firstAttempt, 400);
 }
 
 }  // namespace
