@@ -43,6 +43,7 @@ int main(int argc, char** argv) {
     addPolicyCommands(app, chosen);
     addLookupCommands(app, chosen);
     addSpoolCommands(app, chosen);
+    addFiledCommands(app, chosen);
     addStoreCommands(app, chosen);
     addObjectCommands(app, chosen);
     // Last: a subcommand starts with the examples that its parent has by then.

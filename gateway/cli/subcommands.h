@@ -36,6 +36,7 @@ void addMessageCommands(CLI::App& app, Chosen& chosen);  ///< expand, notify
 void addPolicyCommands(CLI::App& app, Chosen& chosen);
 void addLookupCommands(CLI::App& app, Chosen& chosen);  ///< actions, tokens, setting
 void addSpoolCommands(CLI::App& app, Chosen& chosen);
+void addFiledCommands(CLI::App& app, Chosen& chosen);  ///< quarantine, archive
 void addStoreCommands(CLI::App& app, Chosen& chosen);
 void addObjectCommands(CLI::App& app, Chosen& chosen);
 

@@ -15,6 +15,7 @@
 
 #include "gateway/engine/filing_folders.h"
 #include "gateway/engine/library_start.h"
+#include "gateway/milter/housekeeping.h"
 #include "gateway/milter/message_scan.h"
 #include "gateway/milter/milter_settings.h"
 #include "gateway/milter/policy_source.h"
@@ -100,6 +101,8 @@ class Daemon {
     Server server(gateway, [&sender] { sender.wake(); });
     if (const std::string fault = server.open(); !fault.empty()) return refuse(fault);
     const ReloadSignal reloading([this] { reload(); });
+    const std::jthread housekeeping(
+        [this](const std::stop_token& stop) { keepHouse(state_, delivery_, *log_, stop); });
     const std::jthread sending([&sender](const std::stop_token& stop) { sender.run(stop); });
     log_->write(2, "serving on %s with %zu rules", milter_.socket.c_str(),
                 policy_->current()->rules().size());

@@ -1,0 +1,117 @@
+#include "host/delivery/filed_mail.h"
+
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "host/core/folder.h"
+#include "host/delivery/adapter_guard.h"
+#include "host/delivery/outbox.h"
+#include "host/delivery/reprocess_fields.h"
+#include "host/message/message.h"
+
+namespace host::delivery {
+
+namespace {
+
+constexpr std::size_t kPurgeBatch = 200;
+
+bool namesOneRule(std::string_view message) {
+  const DividedMail mail(message);
+  return mail.values(kReprocessRules).size() == 1 && mail.values(kReprocessType).size() == 1;
+}
+
+}  // namespace
+
+AdapterError FiledMail::read(const store::IndexEntry& entry, std::string& message) const {
+  return guardedOutcome([&] {
+    const PathParts parts = splitPath(entry.path);
+    core::Folder folder;
+    core::FileError error = folder.open(parts.folder, false);
+    if (error != core::FileError::None) return adapterErrorOf(error);
+    error = folder.read(parts.name, Spool::kMaxEntryBytes, message);
+    return error == core::FileError::MissingFolder ? AdapterError::NotFound : adapterErrorOf(error);
+  });
+}
+
+AdapterError FiledMail::release(const store::IndexEntry& entry, const ReleaseOrder& order,
+                                bool& scannedAgain) {
+  return guardedOutcome([&] {
+    std::string bytes;
+    const AdapterError error = read(entry, bytes);
+    if (error != AdapterError::None) return error;
+    const bool all = !order.isUnscanned && !namesOneRule(bytes);
+    const auto message = message::Message::parse(message::Buffer::adopt(std::move(bytes)));
+    message->setEnvelope({order.envelope.sender, order.envelope.recipients, {}});
+    Outbox outbox(state_.spool(), &settings_, log_);
+    const char* kind = order.isUnscanned ? kDeliveredKind : kResentKind;
+    const AdapterError queued = outbox.queue(*message, kind, 0, {Spool::newId(), {}});
+    if (queued == AdapterError::None) scannedAgain = all;
+    return queued;
+  });
+}
+
+AdapterError FiledMail::remove(const store::IndexEntry& entry, std::string& fault) {
+  return state_.filing() == nullptr ? AdapterError::MissingFolder
+                                    : state_.filing()->remove(entry, fault);
+}
+
+// One purge: batch by batch, so that a full index takes no memory.
+class FiledMail::Purge {
+ public:
+  Purge(FiledMail& mail, const PurgeOrder& order, PurgeReport& report)
+      : mail_(mail), order_(order), report_(report) {}
+
+  AdapterError run(const std::stop_token& stop, std::string& fault) {
+    std::vector<store::IndexEntry> due;
+    std::size_t limit = 0;
+    do {
+      // Those that stay come first every time.
+      limit = kPurgeBatch + passed_.size();
+      const store::StoreStatus status = mail_.state_.store()->listExpired(order_.now, limit, due);
+      if (!status.ok()) {
+        fault = status.text;
+        return adapterErrorOf(status.error);
+      }
+      for (const store::IndexEntry& entry : due) {
+        if (stop.stop_requested()) return AdapterError::None;
+        if (!passed_.contains(entry.row)) visit(entry);
+      }
+    } while (due.size() == limit);
+    return AdapterError::None;
+  }
+
+ private:
+  void visit(const store::IndexEntry& entry) {
+    if (order_.kind && entry.kind != *order_.kind) {
+      passed_.insert(entry.row);
+      return;
+    }
+    std::string words;
+    const AdapterError error = mail_.remove(entry, words);
+    if (error == AdapterError::None) {
+      ++report_.removed;
+      return;
+    }
+    passed_.insert(entry.row);
+    ++report_.kept;
+    if (!report_.firstFault.empty()) return;
+    report_.firstFault = entry.path + ": " + adapterErrorText(static_cast<unsigned int>(error)) +
+                         (words.empty() ? "" : ": " + words);
+  }
+
+  FiledMail& mail_;
+  const PurgeOrder& order_;
+  PurgeReport& report_;
+  std::set<std::int64_t> passed_;  ///< that stay
+};
+
+AdapterError FiledMail::purge(const PurgeOrder& order, const std::stop_token& stop,
+                              PurgeReport& report, std::string& fault) {
+  return guardedOutcome([&] {
+    if (state_.store() == nullptr) return AdapterError::MissingFolder;
+    return Purge(*this, order, report).run(stop, fault);
+  });
+}
+
+}  // namespace host::delivery
