@@ -14,8 +14,10 @@ namespace host::store {
 
 namespace {
 
-[[noreturn]] void refuse(const std::string& what) {
-  throw StoreFailure(StoreError::InvalidArgument, what);
+constexpr StoreError kWrong = StoreError::InvalidArgument;
+
+[[noreturn]] void refuse(const std::string& what, StoreError error = kWrong) {
+  throw StoreFailure(error, what);
 }
 
 std::string nameOf(const ObjectRecord& object) {
@@ -26,12 +28,16 @@ std::string nameOf(const RuleRecord& rule) {
   return "rule " + std::to_string(rule.id) + " '" + core::printable(rule.name) + "'";
 }
 
+/// \param error  whose fault it is when they cannot be told apart by their ids
 template <class Record>
-std::unordered_map<std::uint32_t, const Record*> byId(const std::vector<Record>& records) {
+std::unordered_map<std::uint32_t, const Record*> byId(const std::vector<Record>& records,
+                                                      StoreError error = kWrong) {
   std::unordered_map<std::uint32_t, const Record*> found;
   for (const Record& record : records) {
-    if (record.id == 0) refuse(nameOf(record) + " has no id");
-    if (!found.emplace(record.id, &record).second) refuse(nameOf(record) + " stands twice");
+    if (record.id == 0) refuse(nameOf(record) + " has no id", error);
+    if (!found.emplace(record.id, &record).second) {
+      refuse(nameOf(record) + " stands twice", error);
+    }
   }
   return found;
 }
@@ -67,7 +73,7 @@ bool isSame(const ObjectRecord& one, const ObjectRecord& other) {
 }
 
 void compareObjects(const PolicyRecord& from, const PolicyRecord& to, PolicyDifference& found) {
-  const auto before = byId(from.objects);
+  const auto before = byId(from.objects, StoreError::Damaged);
   const auto after = byId(to.objects);
   for (const ObjectRecord& object : to.objects) {
     const auto old = before.find(object.id);
@@ -92,7 +98,7 @@ void compareObjects(const PolicyRecord& from, const PolicyRecord& to, PolicyDiff
 }
 
 void compareRules(const PolicyRecord& from, const PolicyRecord& to, PolicyDifference& found) {
-  const auto before = byId(from.rules);
+  const auto before = byId(from.rules, StoreError::Damaged);
   const auto after = byId(to.rules);
   for (const RuleRecord& rule : to.rules) {
     const auto old = before.find(rule.id);
