@@ -23,6 +23,9 @@ struct Segment {
 
 bool looksEncoded(std::string_view text) { return text.find("=?") != std::string_view::npos; }
 
+/// Whether a word does not fit even on a line of its own, behind the blank of a fold.
+bool isBeyondLine(std::string_view word) { return word.size() + 1 > kMaxLine; }
+
 bool needsEncoding(std::string_view word) { return !isAscii(word) || looksEncoded(word); }
 
 /// Cuts one text into encoded words in one charset.
@@ -241,12 +244,17 @@ std::vector<Segment> addressSegments(std::string_view text) {
     if (first == '"' || first == '<' || first == '(') {
       end = enclosedEnd(text, begin);
       segment.text = text.substr(begin, end - begin);
-      segment.encode = first == '"' && !isAscii(segment.text);
+      segment.encode = first == '"' && (!isAscii(segment.text) || hasWordBeyondLine(segment.text));
       if (segment.encode) segment.text = withoutQuotes(segment.text);
     } else if (std::string_view(",;:").find(first) == std::string_view::npos) {
       end = std::min(text.find_first_of(" \t,;:<(\"", begin), text.size());
       segment.text = text.substr(begin, end - begin);
-      segment.encode = !isAscii(segment.text) && segment.text.find('@') == std::string::npos;
+      segment.encode = (!isAscii(segment.text) || isBeyondLine(segment.text)) &&
+                       segment.text.find('@') == std::string::npos;
+    } else if (space.empty() && !segments.empty() && !segments.back().encode) {
+      segments.back().text += first;  // no fold parts it from what it stands behind
+      at = end;
+      continue;
     } else {
       segment.text = first;
     }
@@ -263,12 +271,11 @@ std::vector<Segment> addressSegments(std::string_view text) {
   return segments;
 }
 
-bool holdsAddresses(std::string_view fieldName) {
-  constexpr std::string_view kNames[] = {
-      "from",     "to",          "cc",           "bcc",       "sender",
-      "reply-to", "return-path", "delivered-to", "errors-to", "disposition-notification-to"};
-  if (startsWithIgnoreCase(fieldName, "resent-")) fieldName.remove_prefix(7);
-  return std::any_of(std::begin(kNames), std::end(kNames),
+/// Whether a field is text for people in which any word may be an encoded one.
+bool holdsText(std::string_view fieldName) {
+  constexpr std::string_view kNames[] = {"subject", "comments", "keywords", "content-description"};
+  return startsWithIgnoreCase(fieldName, "x-") ||
+         std::any_of(std::begin(kNames), std::end(kNames),
                      [&](std::string_view name) { return equalsIgnoreCase(name, fieldName); });
 }
 
@@ -278,27 +285,46 @@ int toUtf8(std::string_view text, std::string_view charset, std::string& utf8) {
 
 }  // namespace
 
+bool holdsAddresses(std::string_view fieldName) {
+  constexpr std::string_view kNames[] = {
+      "from",     "to",          "cc",           "bcc",       "sender",
+      "reply-to", "return-path", "delivered-to", "errors-to", "disposition-notification-to"};
+  if (startsWithIgnoreCase(fieldName, "resent-")) fieldName.remove_prefix(7);
+  return std::any_of(std::begin(kNames), std::end(kNames),
+                     [&](std::string_view name) { return equalsIgnoreCase(name, fieldName); });
+}
+
 int encodeFieldValue(std::string_view fieldName, std::string_view text, std::string_view charset,
                      std::string_view lineBreak, std::string& out) {
   std::string utf8;
   if (const int code = toUtf8(text, charset, utf8); code != OVMSGERR::Ok) return code;
+  const bool isList = holdsAddresses(fieldName);
+  const bool isTooLong = (isList || holdsText(fieldName)) && hasWordBeyondLine(utf8);
   // What only looks like an encoded word is encoded, or a reader would decode it. Addresses may
   // hold display names that a caller has encoded.
-  if (isAscii(utf8) && (!looksEncoded(utf8) || holdsAddresses(fieldName))) {
+  if (isAscii(utf8) && !isTooLong && (!looksEncoded(utf8) || isList)) {
     out = foldedValue(fieldName, utf8, lineBreak);
     return OVMSGERR::Ok;
   }
   FieldWriter writer(fieldName, lineBreak);
-  for (const Segment& segment :
-       holdsAddresses(fieldName) ? addressSegments(utf8) : textSegments(utf8)) {
+  for (const Segment& segment : isList ? addressSegments(utf8) : textSegments(utf8)) {
     if (!segment.encode) {
       writer.writePlain(segment);
     } else if (const int code = writer.writeEncoded(segment, charset); code != OVMSGERR::Ok) {
       return code;
     }
   }
-  out = writer.take();
+  out = foldedValue(fieldName, writer.take(), lineBreak);
   return OVMSGERR::Ok;
+}
+
+bool hasWordBeyondLine(std::string_view text) {
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t begin = blankEnd(text, at);
+    at = wordEnd(text, begin);
+    if (isBeyondLine(text.substr(begin, at - begin))) return true;
+  }
+  return false;
 }
 
 int encodeWords(std::string_view text, std::string_view charset, std::string& out) {
@@ -333,7 +359,8 @@ std::string foldedValue(std::string_view fieldName, std::string_view value,
     if (column + (end - at) > limit && wordBegin > at && wordBegin < end && column > 1) {
       result += lineBreak;
       column = 0;
-    } else if (column + (end - at) > limit && at == 0 && limit == kMaxEncodedLine) {
+    } else if (column + (end - at) > limit && at == 0 &&
+               (limit == kMaxEncodedLine || !isBeyondLine(value.substr(0, end)))) {
       result.append(lineBreak).append(" ");
       column = 1;
     }

@@ -1,5 +1,7 @@
 #include "host/message/field_text.h"
 
+#include "host/message/charset.h"
+#include "host/message/encoded_text.h"
 #include "host/message/encoded_word.h"
 #include "host/message/mime_values.h"
 #include "library/platform/ov_msg_error.h"
@@ -34,13 +36,17 @@ std::string withSafeBreaks(std::string_view value, LineBreak lineBreak) {
 
 int composeField(const FieldText& wanted, LineBreak lineBreak, bool terminated, std::string& text) {
   if (!isFieldName(wanted.name)) return OVMSGERR::InvalidArgument;
+  const std::string safe = withSafeBreaks(wanted.value, lineBreak);
   std::string value;
-  if (wanted.charset == nullptr) {
-    const std::string safe = withSafeBreaks(wanted.value, lineBreak);
+  // Bytes as they stand may need a line that is longer than lines may be.
+  const bool isTooLong = wanted.charset == nullptr && hasWordBeyondLine(safe) && isUtf8(safe);
+  if (wanted.charset == nullptr && !isTooLong) {
     value = foldedValue(wanted.name, trimmed(safe), lineBreak.text());
   } else {
-    const std::string plain = mime::unfolded(withSafeBreaks(wanted.value, lineBreak));
-    const int code = encodeFieldValue(wanted.name, plain, wanted.charset, lineBreak.text(), value);
+    std::string plain = mime::unfolded(safe);
+    if (isTooLong && !holdsAddresses(wanted.name)) plain = decodedText(plain);
+    const int code = encodeFieldValue(wanted.name, plain, isTooLong ? "utf-8" : wanted.charset,
+                                      lineBreak.text(), value);
     if (code != OVMSGERR::Ok) return code;
   }
   text.assign(wanted.name).append(value.empty() ? ":" : ": ").append(value);

@@ -12,7 +12,9 @@ namespace host::message {
 struct FieldText {
   std::string_view name;
   std::string_view value;
-  const char* charset;  ///< of the value; null writes its bytes as they stand
+  /// Of the value; null writes its bytes as they stand, but for UTF-8 (or ASCII) with a word that
+  /// no line can hold.
+  const char* charset;
 };
 
 /// Writes a whole field. \param terminated  false leaves the final line break out.

@@ -2,9 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <iterator>
+#include <random>
 #include <string>
+#include <vector>
 
 #include "host/message/field_lookup.h"
+#include "host/message/header_field.h"
 #include "library/platform/msgu.h"
 #include "library/platform/ov_msg_error.h"
 #include "library/platform/ov_msg_header.h"
@@ -24,6 +29,15 @@ std::string setAndRender(std::string_view bytes, const char* name, const char* v
   auto message = mail(bytes);
   EXPECT_TRUE(msgu::setHeader(message->firstEntity(), name, value, charset));
   return message->toString();
+}
+
+std::size_t longestLine(const std::string& text) {
+  std::size_t longest = 0;
+  for (std::size_t from = 0, end = 0; end < text.size(); from = end + 1) {
+    end = std::min(text.find('\n', from), text.size());
+    longest = std::max(longest, end - from);
+  }
+  return longest;
 }
 
 TEST(HeaderField, IsReadUnfoldedAndTrimmed) {
@@ -268,6 +282,77 @@ TEST(SetHeader, FoldsWhatIsTooLongForALine) {
   for (std::size_t from = 0, end; (end = text.find("\r\n", from)) != std::string::npos;
        from = end + 2) {
     EXPECT_LE(end - from, 998u);
+  }
+}
+
+TEST(SetHeader, EncodesWordsThatNoLineCanHold) {
+  const std::string word(997, 'x');
+  EXPECT_EQ(setAndRender("S: 1\n\n", "Subject", word.c_str(), "us-ascii"),
+            "S: 1\nSubject: \n " + word + "\n\n");
+  for (const char* charset : {"us-ascii", "utf-8", static_cast<const char*>(nullptr)}) {
+    const std::string value = "a " + word + "yz b";
+    auto message = mail(setAndRender("S: 1\n\n", "Subject", value.c_str(), charset));
+    EXPECT_LE(longestLine(message->firstEntity()->headerText()), 76u);
+    EXPECT_EQ(message->firstEntity()->field("Subject")->decodedUtf8(), value);
+  }
+  // Bytes of no charset, and what is no text, stay whole.
+  EXPECT_EQ(setAndRender("S: 1\n\n", "X-A", (word + "\xE4").c_str()),
+            "S: 1\nX-A: " + word + "\xE4\n\n");
+  EXPECT_EQ(setAndRender("S: 1\n\n", "Message-ID", ("<" + word + "@x>").c_str()),
+            "S: 1\nMessage-ID: <" + word + "@x>\n\n");
+}
+
+TEST(SetHeader, EncodesDisplayNamesThatNoLineCanHold) {
+  const std::string name(1200, 'n');
+  for (const std::string& written : {name, '"' + name + '"'}) {
+    auto message = mail(setAndRender("S: 1\n\n", "From", (written + " <a@x.example>").c_str()));
+    EXPECT_LE(longestLine(message->firstEntity()->headerText()), 76u);
+    EXPECT_EQ(message->firstEntity()->field("From")->decodedUtf8(), name + " <a@x.example>");
+    EXPECT_STREQ(message->firstEntity()->header("From")->address(), "a@x.example");
+  }
+}
+
+TEST(SetHeader, FoldsListsOfAddressesWithoutBlanks) {
+  std::string list;
+  std::vector<std::string> addresses;
+  for (int i = 0; i < 300; ++i) {
+    addresses.push_back("user" + std::to_string(i) + "@x.example");
+    list += (i == 0 ? "" : ",") + addresses.back();
+  }
+  auto message = mail(setAndRender("S: 1\n\n", "To", list.c_str()));
+  EXPECT_LE(longestLine(message->firstEntity()->headerText()), 78u);
+  EXPECT_EQ(host::message::addressList(*message->firstEntity()->field("To")), addresses);
+}
+
+// Whatever words a value is made of: every line fits, and the value reads as what was set.
+TEST(SetHeader, KeepsEveryLineWithinItsLimit) {
+  std::mt19937 random(20240517);
+  const auto below = [&random](unsigned bound) { return static_cast<unsigned>(random() % bound); };
+  constexpr std::size_t kLengths[] = {1, 5, 60, 75, 76, 77, 500, 985, 996, 997, 998, 999, 3000};
+  const char* const kUnits[] = {"x", "\xC3\xA4", "\xE6\x97\xA5", "=?", "a,", "\"", "\\"};
+  for (int round = 0; round < 400; ++round) {
+    std::string value;
+    for (unsigned words = 1 + below(6); words > 0; --words) {
+      const char* unit = kUnits[below(3) == 0 ? below(7) : 0];
+      std::string word;
+      const std::size_t length = kLengths[below(std::size(kLengths))];
+      while (word.size() < length) word += unit;
+      value += (value.empty() ? "" : " ") + word;
+    }
+    const char* name = below(2) == 0 ? "Subject" : "X-Some-Other-Field";
+    auto message = mail(setAndRender("S: 1\n\n", name, value.c_str(), "utf-8"));
+    ASSERT_LE(longestLine(message->firstEntity()->headerText()), 998u) << value;
+    ASSERT_EQ(message->firstEntity()->field(name)->decodedUtf8(), value);
+    // In quotes, as a display name.
+    std::string quoted = "\"";
+    for (const char c : value) {
+      if (c == '"' || c == '\\') quoted += '\\';
+      quoted += c;
+    }
+    quoted += "\" <a@x.example>";
+    message = mail(setAndRender("S: 1\n\n", "From", quoted.c_str(), "utf-8"));
+    ASSERT_LE(longestLine(message->firstEntity()->headerText()), 998u) << quoted;
+    ASSERT_STREQ(message->firstEntity()->header("From")->address(), "a@x.example") << quoted;
   }
 }
 
