@@ -14,8 +14,8 @@ inline constexpr std::size_t kMaxEncodedLine = 76;
 /// The value of a field named \p fieldName, folded, for \p text (bytes in \p charset). ASCII words
 /// stay as they are; what is not ASCII becomes encoded words of at most 75 characters in \p charset
 /// on lines of at most 76, never splitting a character. In fields that hold addresses only display
-/// names and comments are encoded. ASCII that no fold can bring within a line is encoded, too, where
-/// the field holds text or the word is of a display name; an address that is too long stays.
+/// names and comments are encoded. ASCII that no fold can bring within a line is encoded, too,
+/// where the field holds text or the word is of a display name; an address that is too long stays.
 /// \return 0 or an OVMSGERR code.
 int encodeFieldValue(std::string_view fieldName, std::string_view text, std::string_view charset,
                      std::string_view lineBreak, std::string& out);
