@@ -44,8 +44,10 @@ AdapterError FiledMail::release(const store::IndexEntry& entry, const ReleaseOrd
     const auto message = message::Message::parse(message::Buffer::adopt(std::move(bytes)));
     message->setEnvelope({order.envelope.sender, order.envelope.recipients, {}});
     Outbox outbox(state_.spool(), &settings_, log_);
-    const char* kind = order.isUnscanned ? kDeliveredKind : kResentKind;
-    const AdapterError queued = outbox.queue(*message, kind, 0, {Spool::newId(), {}});
+    SpoolEntry released;
+    released.kind = order.isUnscanned ? kDeliveredKind : kResentKind;
+    released.window = kAnyTime;
+    const AdapterError queued = outbox.file(std::move(released), *message, {Spool::newId(), {}});
     if (queued == AdapterError::None) scannedAgain = all;
     return queued;
   });
