@@ -23,14 +23,28 @@ class Interrupted(BaseException):
         self.number = number
 
 
-def _ignore_signals():
-    for number in SIGNALS:
-        signal.signal(number, signal.SIG_IGN)
+# Whether a signal still interrupts: there is one interruption only, so that nothing cuts the end
+# short. The handler stays: a signal under way while it changes is something that Python complains of.
+_armed = False
 
 
 def _interrupt(number, _frame):
-    _ignore_signals()  # there is one interruption only, so that nothing cuts the end short
-    raise Interrupted(number)
+    global _armed
+    if _armed:
+        _armed = False
+        raise Interrupted(number)
+
+
+def _arm():
+    global _armed
+    _armed = True
+    for number in SIGNALS:
+        signal.signal(number, _interrupt)
+
+
+def _disarm():
+    global _armed
+    _armed = False
 
 
 def _children(pid):
@@ -92,8 +106,7 @@ def run_cleanly(prefix, body):
             # Orphans of our children become our own.
             if ctypes.CDLL(None, use_errno=True).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0) != 0:
                 raise OSError(ctypes.get_errno(), "prctl")
-            for number in SIGNALS:
-                signal.signal(number, _interrupt)
+            _arm()
             before = signal.pthread_sigmask(signal.SIG_BLOCK, SIGNALS)
             folder = pathlib.Path(tempfile.mkdtemp(prefix=prefix))
             signal.pthread_sigmask(signal.SIG_SETMASK, before)
@@ -102,9 +115,9 @@ def run_cleanly(prefix, body):
             patience = PATIENCE
             return result
         finally:
-            _ignore_signals()
-    finally:  # entered with signals ignored, also when one came in the line above
-        _ignore_signals()
+            _disarm()
+    finally:  # from here on nothing interrupts, also when something did in the line above
+        _disarm()
         left = end_descendants(patience)
         if folder is not None:
             shutil.rmtree(folder)
