@@ -7,13 +7,11 @@ Starts them with snmptrapd in a temporary folder, on free ports of 127.0.0.1, se
 examples/mail with swaks, and shows what became of each. At the end nothing runs and no file is left.
 Exit status: 0 when everything was seen that examples/policy.yaml promises, 1 when not.
 """
-import contextlib
 import email
 import email.policy
 import json
 import pathlib
 import re
-import sqlite3
 import subprocess
 import sys
 import textwrap
@@ -124,6 +122,7 @@ class Demo:
                      f"[General-Notification]\nSNMPServer = 127.0.0.1:{self.traps.port}\n",
             delivery=f"scan_host = 127.0.0.1\nscan_port = {self.postfix.scan}\n"
                      f"plain_host = 127.0.0.1\nplain_port = {self.postfix.plain}\n")
+        self.quarantined = ""  # number of the message that is shown there
         self.mails = {name: Mail(EXAMPLES / "mail" / name) for name in PROMISES}
 
     def command(self, *words):
@@ -183,18 +182,13 @@ class Demo:
         return f"arrived, changed by rules {rules}"
 
     def stored(self, mail):
-        """The file in quarantine and its line in the index; Disappointment when it is not so."""
-        files = [path for path in self.milter.quarantine.rglob("*.DF")
-                 if re.sub(rb"(?m)^X-kavi-reprocess-.*\n", b"", path.read_bytes()) == mail.sent]
-        with contextlib.closing(sqlite3.connect(self.milter.state / "store.sqlite")) as index:
-            rows = index.execute(
-                "SELECT CAST(path AS TEXT), CAST(area AS TEXT), CAST(rule AS TEXT),"
-                " CAST(sender AS TEXT), CAST(subject AS TEXT), expires_at FROM message_index"
-            ).fetchall()
-        rows = [row for row in rows if row[0] in [str(path) for path in files]]
-        if len(rows) != 1:
+        """Its number in quarantine; Disappointment when file and index do not say the same."""
+        rows = [row for row in json.loads(self.command("quarantine", "list", "--json"))
+                if pathlib.Path(row["path"]).exists() and mail.sent == re.sub(
+                    rb"(?m)^X-kavi-reprocess-.*\n", b"", pathlib.Path(row["path"]).read_bytes())]
+        if len(rows) != 1 or rows[0]["from"] != mail.sender or rows[0]["rcpt"] != [mail.recipient]:
             raise Disappointment(f"{mail.name} is not in quarantine once, with a line in the index")
-        return rows[0]
+        return str(rows[0]["number"])
 
     def is_held_back(self, mail):
         """Whether the message waits in the spool for its time."""
@@ -244,12 +238,11 @@ class Demo:
 
     def show_quarantine(self):
         heading("In quarantine")
-        path, area, rule, sender, subject, expires = self.stored(self.mails["macros.eml"])
-        size = pathlib.Path(path).stat().st_size
-        print(f"  {pathlib.Path(path).relative_to(self.folder)}, {size} bytes: as it was sent, and two fields that\n"
-              f"  tell the gateway which rule to skip when it is released\n"
-              f"  in the index: area {area}, rule {rule}, from {sender}, \"{subject}\",\n"
-              f"  kept until {time.strftime('%Y-%m-%d', time.localtime(expires))}", flush=True)
+        mail = self.mails["macros.eml"]
+        number = self.stored(mail)
+        print(f"  $ kavi quarantine show {number}")
+        indented(self.command("quarantine", "show", number))
+        self.quarantined = number
 
     def show_who_was_told(self):
         heading("Who was told of it")
@@ -265,12 +258,22 @@ class Demo:
         print("\n  snmptrapd got a trap:\n")
         indented(trap.replace(": ", ":\n  ", 1).replace(" = ", " =\n    ", 1), "    ")
 
+    def release(self):
+        heading("Released from there: rule 15 lets it pass, the others apply")
+        print(f"  $ kavi quarantine release {self.quarantined}")
+        indented(self.command("quarantine", "release", self.quarantined))
+        data = self.wait_for(lambda: self.at_sink('filename="invoice.docm"'), "the released message")
+        if b"\nSubject: [EXTERNAL] Overdue invoice\r\n" not in data or b"X-kavi-" in data:
+            raise Disappointment(f"the released message is not as it should be:\n{data.decode()}")
+        print("  arrived: \"[EXTERNAL] Overdue invoice\", with invoice.docm", flush=True)
+
     def play(self):
         self.set_up()
         self.send_all()
         self.show_differences()
         self.show_quarantine()
         self.show_who_was_told()
+        self.release()
         heading("What the gateway writes down (a line of its log)")
         [line] = self.milter.lines(f"message queue={self.mails['japanese.eml'].queue_id}")
         indented(textwrap.fill(re.sub(r"^.* L2 ", "", line), 96, break_long_words=False))

@@ -22,7 +22,7 @@ from mail_servers import PATIENCE, wait_until  # noqa: E402
 
 BIN = os.environ["KAVI_BIN"]
 HEADINGS = ("A gateway between", "messages, sent with swaks", "What changed", "In quarantine",
-            "Who was told")
+            "Who was told", "Released from there")
 
 
 def uses(process, folder):
@@ -108,7 +108,8 @@ class DemoTest(unittest.TestCase):
                 "macros.eml           accepted, and put into quarantine (rule 15)\n",
                 "    +Subject: [EXTERNAL] New price list\n", "    +X-Topic: quotation\n",
                 '    -Content-Disposition: attachment; filename="price-list.pdf.exe"\n',
-                "area documents, rule 15, from billing@invoices.example",
+                "area        documents\n", "from        <billing@invoices.example>\n",
+                'arrived: "[EXTERNAL] Overdue invoice", with invoice.docm\n',
                 "\n    In quarantine: Overdue invoice\n", "because of invoice.docm.\n",
                 'STRING: "documents with macros: invoice.docm from billing@invoices.example"\n',
                 "forged.eml           refused: 550 5.7.1 Mail from example.com comes from our own",
