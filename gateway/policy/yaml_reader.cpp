@@ -24,13 +24,39 @@ struct Refused {
   std::string message;
 };
 
-/// A view as a stream, so that the text is not copied.
+/// A view as a stream, so that the text is not copied. The parser reads ahead as far as the end of
+/// a bracket, and keeps some hundred bytes for each sign on the way: it is given only so many
+/// without an event.
 class ViewBuffer : public std::streambuf {
  public:
-  explicit ViewBuffer(std::string_view text) {
+  ViewBuffer(std::string_view text, std::size_t mostSigns) : mostSigns_(mostSigns) {
     char* start = const_cast<char*>(text.data());  // NOLINT: a get area is never written to
     setg(start, start, start + text.size());
   }
+
+  void eventCame() { signs_ = 0; }
+
+ protected:
+  std::streamsize xsgetn(char* to, std::streamsize size) override {
+    const std::streamsize given = std::streambuf::xsgetn(to, size);
+    const std::string_view text(to, static_cast<std::size_t>(given));
+    line_ += static_cast<int>(std::count(text.begin(), text.end(), '\n'));
+    signs_ += static_cast<std::size_t>(std::count_if(text.begin(), text.end(), isSign));
+    if (signs_ > mostSigns_) {
+      throw Refused{line_, "brackets that hold more than " + std::to_string(mostSigns_) +
+                               " signs (write them as lists and maps without brackets)"};
+    }
+    return given;
+  }
+
+ private:
+  static bool isSign(char c) {
+    return std::string_view("[]{},:?-&*!\"'|>#%@`").find(c) != std::string_view::npos;
+  }
+
+  std::size_t mostSigns_;
+  std::size_t signs_ = 0;
+  int line_ = 1;
 };
 
 constexpr std::string_view kBinaryTag = "tag:yaml.org,2002:binary";
@@ -130,8 +156,8 @@ class TreeBuilder {
 
 class YamlHandler : public YAML::EventHandler {
  public:
-  YamlHandler(TreeBuilder& builder, Diagnostics& diagnostics)
-      : builder_(builder), diagnostics_(diagnostics) {}
+  YamlHandler(TreeBuilder& builder, ViewBuffer& source, Diagnostics& diagnostics)
+      : builder_(builder), source_(source), diagnostics_(diagnostics) {}
 
   void OnDocumentStart(const YAML::Mark&) override {}
   void OnDocumentEnd() override {}
@@ -144,6 +170,7 @@ class YamlHandler : public YAML::EventHandler {
       throw Refused{line, "an alias that stands inside what it names"};
     }
     builder_.share(*anchors_[anchor].node, anchors_[anchor].values, line);
+    source_.eventCame();
   }
   void OnScalar(const YAML::Mark& mark, const std::string& tag, YAML::anchor_t anchor,
                 const std::string& value) override {
@@ -202,6 +229,7 @@ class YamlHandler : public YAML::EventHandler {
     refuseTag(tag, mark);
     const Node* node = builder_.open(kind, lineOf(mark));
     openNodes_.push_back({node, anchor});
+    source_.eventCame();
   }
 
   void close() {
@@ -211,6 +239,7 @@ class YamlHandler : public YAML::EventHandler {
   }
 
   void remember(YAML::anchor_t anchor, const Node* node, std::size_t values) {
+    source_.eventCame();
     if (anchor == 0) return;
     if (anchor >= anchors_.size()) anchors_.resize(anchor + 1);
     anchors_[anchor] = {node, values};
@@ -231,6 +260,7 @@ class YamlHandler : public YAML::EventHandler {
   }
 
   TreeBuilder& builder_;
+  ViewBuffer& source_;
   Diagnostics& diagnostics_;
   std::vector<Anchor> anchors_;
   std::vector<OpenNode> openNodes_;
@@ -312,16 +342,16 @@ std::unique_ptr<Document> readYaml(std::string_view text, Diagnostics& diagnosti
       throw Refused{0, "larger than " + std::to_string(limits.bytes) + " bytes (split the file)"};
     }
     checkBytes(text);
-    ViewBuffer buffer(text);
+    ViewBuffer buffer(text, limits.values);
     std::istream stream(&buffer);
     YAML::Parser parser(stream);
     TreeBuilder builder(*document, limits);
-    YamlHandler handler(builder, diagnostics);
+    YamlHandler handler(builder, buffer, diagnostics);
     parser.HandleNextDocument(handler);
     const Node* root = document->root();
     Document second;
     TreeBuilder secondBuilder(second, limits);
-    YamlHandler secondHandler(secondBuilder, diagnostics);
+    YamlHandler secondHandler(secondBuilder, buffer, diagnostics);
     if (parser.HandleNextDocument(secondHandler)) {
       throw Refused{second.root() != nullptr ? second.root()->line : 0,
                     "a second YAML document (a policy is one document: remove the '---')"};

@@ -44,6 +44,28 @@ TEST(YamlReader, KeepsLinesOfKeysAndValues) {
   EXPECT_EQ(list->items[1]->line, 5);
 }
 
+TEST(YamlReader, RefusesBracketsThatTheParserWouldHoldInMemory) {
+  // Nothing is known of an opening bracket before its closing one is seen.
+  for (const char* piece : {"[", "[a,", "[\n", "[]", "*a ", "&a ", "!t ", "'a'", "{a: "}) {
+    std::string text = "a: [";
+    while (text.size() < 100'000) text += piece;
+    YamlLimits limits;
+    limits.values = 1000;
+    const Reading reading = read(text, limits);
+    EXPECT_EQ(reading.document, nullptr) << piece;
+    EXPECT_THAT(reading.faults, ElementsAre(::testing::ContainsRegex("more than 1000 |64 levels")))
+        << piece;
+  }
+}
+
+TEST(YamlReader, TakesManySignsAsLongAsTheyMakeValues) {
+  std::string text = "a:\n";
+  for (int i = 0; i < 5000; ++i) text += "- '::::'\n";
+  YamlLimits limits;
+  limits.values = 6000;
+  EXPECT_THAT(read(text, limits).faults, IsEmpty());
+}
+
 TEST(YamlReader, EmptyTextHasNoRoot) {
   const Reading reading = read("# nothing\n");
   EXPECT_THAT(reading.faults, IsEmpty());
