@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "gateway/cli/startup.h"
+#include "gateway/policy/store_location.h"
 #include "host/core/ini_settings.h"
 #include "host/core/text_escape.h"
 #include "host/store/configured_store.h"
@@ -19,24 +20,18 @@ using host::store::StoreForm;
 using host::store::StoreStatus;
 
 constexpr std::size_t kMaxNameBytes = 64;
-constexpr char kSqlitePrefix[] = "sqlite:";
 
 /// The location that the settings give; empty, after a complaint, when they give none that can be
-/// used. Every program that reads them stands in another folder.
+/// used.
 std::string configuredLocation(Kavi::GlobalSetting& settings) {
-  std::string location;
-  if (settings.getString("location", location, "store", 0) != 0 || location.empty()) {
+  std::string fault;
+  std::string location = policy::configuredStore(settings, fault);
+  if (!fault.empty()) {
+    complain(fault);
+  } else if (location.empty()) {
     complain(
         "no store is named (write --store sqlite:PATH or --store postgresql://USER@HOST/DATABASE, "
         "or location in section store of the settings file of --config)");
-    return {};
-  }
-  if (location.starts_with(kSqlitePrefix) &&
-      !location.starts_with(kSqlitePrefix + std::string("/"))) {
-    complain(
-        "settings: [store] location: the path is not absolute (write one that begins with "
-        "\"/\")");
-    return {};
   }
   return location;
 }

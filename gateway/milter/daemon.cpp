@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <exception>
 #include <memory>
-#include <optional>
 #include <stop_token>
 #include <thread>
 #include <utility>
@@ -15,13 +14,14 @@
 
 #include "gateway/engine/filing_folders.h"
 #include "gateway/engine/library_start.h"
+#include "gateway/milter/file_policy.h"
 #include "gateway/milter/housekeeping.h"
 #include "gateway/milter/message_scan.h"
 #include "gateway/milter/milter_settings.h"
-#include "gateway/milter/policy_source.h"
 #include "gateway/milter/privileges.h"
 #include "gateway/milter/server.h"
 #include "gateway/milter/signals.h"
+#include "gateway/milter/store_policy.h"
 #include "host/core/folder.h"
 #include "host/core/guard.h"
 #include "host/core/text_escape.h"
@@ -74,19 +74,37 @@ class Daemon {
     options.name = "kavi-milter";
     log_ = std::make_unique<host::core::ProcessLog>(options);
     engine::startLibrary(settings_, *log_);
-    policy_.emplace(milter_.policy);
-    std::vector<std::string> faults;
-    first_ = policy_->load(faults);
-    for (const std::string& fault : faults) complain(fault);
-    return first_ != nullptr;
+    if (milter_.store.empty()) {
+      policy_ = std::make_unique<FilePolicy>(milter_.policy);
+      return readFirst();
+    }
+    host::store::StoreStatus status;
+    std::unique_ptr<host::store::Database> store =
+        host::store::makeStore(milter_.store, status, host::store::Upkeep::Refuse);
+    if (store == nullptr) {
+      complain(status.text);
+      return false;
+    }
+    policy_ = std::make_unique<StorePolicy>(std::move(store));
+    return true;
+  }
+
+  /// Says what is wrong with the policy of a store.
+  ExitStatus check() {
+    if (milter_.store.empty()) return ExitDone;
+    // What this user opens belongs to this user.
+    const std::string fault = milter_.user.empty() ? std::string() : becomeUser(milter_.user);
+    if (!fault.empty()) return refuse(fault);
+    return readFirst() ? ExitDone : ExitUsage;
   }
 
   ExitStatus serve() {
     if (const std::string fault = becomeUser(milter_.user); !fault.empty()) return refuse(fault);
+    if (!milter_.store.empty() && !readFirst()) return ExitUsage;
     if (const std::string fault = openState(); !fault.empty()) return refuse(fault);
-    policy_->use(std::move(first_));
     const host::delivery::SealKeys keys(delivery_.sealKeyPath());
     if (const std::string fault = beginMetrics(); !fault.empty()) return refuse(fault);
+    beginPolicy();
     host::delivery::SubmissionWorker sender(state_.spool(), delivery_, keys, log_.get(),
                                             state_.spoolIndex());
     const Gateway gateway{milter_,
@@ -104,8 +122,7 @@ class Daemon {
     const std::jthread housekeeping(
         [this](const std::stop_token& stop) { keepHouse(state_, delivery_, *log_, stop); });
     const std::jthread sending([&sender](const std::stop_token& stop) { sender.run(stop); });
-    log_->write(2, "serving on %s with %zu rules", milter_.socket.c_str(),
-                policy_->current()->rules().size());
+    log_->write(2, "serving on %s", milter_.socket.c_str());
     sd_notify(0, "READY=1");
     const std::string fault = server.serve();
     sd_notify(0, "STOPPING=1");
@@ -133,7 +150,7 @@ class Daemon {
       return folder + ": the store cannot be used: " + words;
     }
     if (std::string fault = sweepTemporary(); !fault.empty()) return fault;
-    return prepareFiling(*first_);
+    return first_.snapshot == nullptr ? std::string() : prepareFiling(*first_.snapshot);
   }
 
   std::string beginMetrics() {
@@ -170,27 +187,33 @@ class Daemon {
     return fault;
   }
 
+  /// \return false when there is a policy that cannot be used; it was said why. With its store away
+  /// the daemon serves and refuses mail for now, so that it need not be started again.
+  bool readFirst() {
+    first_ = policy_->read();
+    for (const std::string& fault : first_.faults) complain(fault);
+    if (!first_.away.empty()) {
+      complain(first_.away + " (until then mail is refused for now)");
+    }
+    return first_.snapshot != nullptr || !first_.away.empty();
+  }
+
+  void beginPolicy() {
+    policy_->setHooks(
+        {.log = log_.get(),
+         .prepare = [this](const policy::Snapshot& policy) { return prepareFiling(policy); },
+         .count =
+             [this](bool used) {
+               if (metrics_ != nullptr) metrics_->countPolicy(used);
+             }});
+    policy_->begin(first_);
+    first_ = {};
+  }
+
   void reload() {
     host::core::guardedVoid([this] {
       sd_notify(0, "RELOADING=1");
-      std::vector<std::string> faults;
-      std::shared_ptr<const policy::Snapshot> snapshot = policy_->load(faults);
-      if (snapshot != nullptr) {
-        if (std::string fault = prepareFiling(*snapshot); !fault.empty()) {
-          faults.push_back(std::move(fault));
-          snapshot = nullptr;
-        }
-      }
-      for (const std::string& fault : faults) log_->write(1, "policy: %s", fault.c_str());
-      if (metrics_ != nullptr) metrics_->countPolicy(snapshot != nullptr);
-      if (snapshot == nullptr) {
-        log_->write(1, "the policy %s is NOT in force: the one before it stays",
-                    policy_->path().c_str());
-      } else {
-        log_->write(2, "the policy %s is in force, with %zu rules", policy_->path().c_str(),
-                    snapshot->rules().size());
-        policy_->use(std::move(snapshot));
-      }
+      policy_->reload();
       sd_notify(0, "READY=1");
     });
   }
@@ -201,8 +224,8 @@ class Daemon {
   std::unique_ptr<host::core::ProcessLog> log_;
   host::delivery::DeliveryState state_;
   std::unique_ptr<Metrics> metrics_;
-  std::optional<PolicySource> policy_;
-  std::shared_ptr<const policy::Snapshot> first_;
+  std::unique_ptr<PolicySource> policy_;
+  PolicyReading first_;  ///< until it is in force
 };
 
 }  // namespace
@@ -211,7 +234,7 @@ ExitStatus runDaemon(const std::string& config, bool checkOnly) {
   blockSignals();
   Daemon daemon;
   if (!daemon.configure(config) || !daemon.begin()) return ExitUsage;
-  return checkOnly ? ExitDone : daemon.serve();
+  return checkOnly ? daemon.check() : daemon.serve();
 }
 
 }  // namespace gateway::milter

@@ -80,8 +80,9 @@ void MessageScan::runGuarded() {
   const auto defect = std::find_if(message_->defects().begin(), message_->defects().end(),
                                    [](const auto& each) { return hidesContent(each); });
   if (defect != message_->defects().end()) return refuseBeyondLimits(defect->text);
-  const std::shared_ptr<const policy::Snapshot> policy = gateway_.policy.current();
-  if (policy == nullptr) return failFor("no policy is in force");
+  std::string fault;
+  const std::shared_ptr<const policy::Snapshot> policy = gateway_.policy.forMessage(fault);
+  if (policy == nullptr) return failFor(fault);
   const bool fromUs =
       !origin_.listener.empty() && origin_.listener == gateway_.settings.reinjectionListener;
   ran_ = true;

@@ -26,7 +26,7 @@ namespace gateway::milter {
 /// What all messages have in common. All borrowed; everything in it is safe from any thread.
 struct Gateway {
   const MilterSettings& settings;
-  const PolicySource& policy;
+  PolicySource& policy;
   host::core::ProcessLog& log;
   host::delivery::DeliveryState& state;
   const host::delivery::DeliverySettings& delivery;

@@ -2,6 +2,7 @@
 
 #include <charconv>
 
+#include "gateway/policy/store_location.h"
 #include "host/core/section_reader.h"
 
 namespace gateway::milter {
@@ -43,6 +44,23 @@ void readMode(SectionReader& section, mode_t& mode) {
   }
 }
 
+/// A gateway has one policy: from a file or from a store.
+void readPolicyPlace(Kavi::GlobalSetting& settings, SectionReader& section, MilterSettings& found,
+                     std::string& faults) {
+  std::string file;
+  section.path("policy", file);
+  std::string fault;
+  found.store = policy::configuredStore(settings, fault);
+  if (!fault.empty()) faults += fault + "\n";
+  if (!found.store.empty() && !file.empty()) {
+    section.fault("policy",
+                  "names a file, and location in section store a store: only one of them "
+                  "can hold the policy (remove one)");
+  }
+  if (!file.empty()) found.policy = std::move(file);
+  if (!found.store.empty()) found.policy.clear();
+}
+
 void readVerdict(SectionReader& section, Answer::Kind& kind) {
   std::string word;
   if (!section.text("beyond_limits", word)) return;
@@ -75,7 +93,7 @@ bool MilterSettings::read(Kavi::GlobalSetting& settings, std::string& error) {
   MilterSettings found;
   std::string faults;
   SectionReader section(settings, "milter", faults);
-  section.path("policy", found.policy);
+  readPolicyPlace(settings, section, found, faults);
   readSocket(section, found.socket);
   readMode(section, found.socketMode);
   section.text("user", found.user);

@@ -14,7 +14,8 @@ namespace gateway::milter {
 
 /// Section "milter" of the global settings. Keys, with what holds when they are missing:
 ///
-///     policy                 the policy file (/etc/kavi/policy.yaml)
+///     policy                 the policy file (/etc/kavi/policy.yaml); none where key `location` of
+///                            section `store` names a store, which holds the policy then
 ///     socket                 where the mail system connects: "unix:PATH" or "inet:PORT@HOST"
 ///                            (unix:/var/spool/postfix/kavi/milter)
 ///     socket_mode            access to a Unix socket, octal (0660)
@@ -28,7 +29,8 @@ namespace gateway::milter {
 ///     metrics_port           of 127.0.0.1, for Prometheus; 0: none (0)
 ///     deadline_seconds       for the actions of one message, below the mail system's own (240)
 struct MilterSettings {
-  std::string policy = "/etc/kavi/policy.yaml";
+  std::string policy = "/etc/kavi/policy.yaml";  ///< empty when it comes from a store
+  std::string store{};                           ///< location of that one; empty for a file
   std::string socket = "unix:/var/spool/postfix/kavi/milter";
   mode_t socketMode = 0660;
   std::string user;

@@ -22,4 +22,10 @@ std::string Diagnostics::text(const Diagnostic& diagnostic) const {
   return text + diagnostic.message;
 }
 
+std::vector<std::string> Diagnostics::texts() const {
+  std::vector<std::string> texts;
+  for (const Diagnostic& diagnostic : all_) texts.push_back(text(diagnostic));
+  return texts;
+}
+
 }  // namespace gateway::policy

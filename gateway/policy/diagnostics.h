@@ -35,6 +35,8 @@ class Diagnostics {
 
   /// "policy.yaml:12: rule 15: unknown action …"; warnings say "warning: " behind the place.
   std::string text(const Diagnostic& diagnostic) const;
+  /// All of them so.
+  std::vector<std::string> texts() const;
 
  private:
   /// Errors kept; what a broken file adds beyond them is counted only.

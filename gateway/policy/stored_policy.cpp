@@ -24,7 +24,8 @@ StoredPolicy loadFromStore(host::store::PolicyStore& store, Diagnostics& diagnos
                            const SourceLines& lines) {
   PolicyRecord record;
   StoredPolicy policy;
-  if (!succeeded(store.readPolicy(record), diagnostics)) return policy;
+  policy.status = store.readPolicy(record);
+  if (!succeeded(policy.status, diagnostics)) return policy;
   policy.revision = record.revision;
   policy.rows = rowsOf(record);
   policy.snapshot = Snapshot::build(policy.rows, diagnostics, lines);

@@ -17,6 +17,7 @@ struct StoredPolicy {
   std::int64_t revision = 0;                 ///< of the store
   PolicyRows rows{};                         ///< with the store's ids
   std::shared_ptr<const Snapshot> snapshot;  ///< null when the policy cannot be used
+  host::store::StoreStatus status{};         ///< whether the store could be read at all
 
   explicit operator bool() const { return snapshot != nullptr; }
 };

@@ -16,11 +16,7 @@
 namespace gateway::policy {
 
 inline std::vector<std::string> textsOf(const Diagnostics& diagnostics) {
-  std::vector<std::string> texts;
-  for (const Diagnostic& diagnostic : diagnostics.all()) {
-    texts.push_back(diagnostics.text(diagnostic));
-  }
-  return texts;
+  return diagnostics.texts();
 }
 
 /// The diagnostics of loading \p text.

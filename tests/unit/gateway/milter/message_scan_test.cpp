@@ -12,6 +12,7 @@
 
 #include "gateway/engine/filing_folders.h"
 #include "gateway/engine/library_start.h"
+#include "gateway/milter/file_policy.h"
 #include "tests/unit/gateway/policy_texts.h"
 
 namespace gateway::milter {
@@ -58,7 +59,7 @@ class MessageScanTest : public testing::Test {
     settings.override("general", "queue_quarantine", base() / "quarantine");
     std::vector<std::string> notes;
     EXPECT_EQ(engine::prepareFilingFolders(*snapshot, settings, state_, notes), "");
-    policy_.use(snapshot);
+    policy_.begin({.snapshot = snapshot});
   }
 
   /// Runs a message of this header and a body of one line.
@@ -96,7 +97,7 @@ class MessageScanTest : public testing::Test {
   host::delivery::DeliverySettings delivery_;
   host::delivery::DeliveryState state_;
   host::delivery::SealKeys keys_;
-  PolicySource policy_{"policy.yaml"};
+  FilePolicy policy_{"policy.yaml"};
   std::optional<CollectedMessage> collected_;
   std::optional<Gateway> gateway_;
   std::unique_ptr<MessageScan> scan_;

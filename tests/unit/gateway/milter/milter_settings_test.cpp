@@ -18,6 +18,22 @@ bool read(const std::string& section, MilterSettings& settings, std::string& fau
   return settings.read(ini, faults);
 }
 
+TEST(MilterSettingsTest, TakesThePolicyFromAFileOrFromAStore) {
+  MilterSettings settings;
+  std::string faults;
+  ASSERT_TRUE(read("", settings, faults));
+  EXPECT_EQ(settings.policy, "/etc/kavi/policy.yaml");
+  EXPECT_EQ(settings.store, "");
+  ASSERT_TRUE(read("[store]\nlocation = sqlite:/s\n", settings, faults));
+  EXPECT_EQ(settings.policy, "");
+  EXPECT_EQ(settings.store, "sqlite:/s");
+  EXPECT_FALSE(read("policy = /p\n[store]\nlocation = sqlite:/s\n", settings, faults));
+  EXPECT_THAT(faults, HasSubstr("only one of them can hold the policy (remove one)"));
+  EXPECT_FALSE(read("[store]\nlocation = sqlite:s\n", settings, faults));
+  EXPECT_THAT(faults, HasSubstr("[store] location: the path is not absolute"));
+  EXPECT_EQ(settings.store, "sqlite:/s") << "as it was";
+}
+
 TEST(MilterSettingsTest, ReadsEveryKey) {
   MilterSettings settings;
   std::string faults;
