@@ -1,5 +1,6 @@
-// Any text as a policy: it loads, or says why not. What loads compiles, and its conditions have one
-// stored text.
+// Any text as a policy: it loads, or says why not. What loads compiles, its conditions have one
+// stored text, and it comes back from a store's records and from the file that these are exported
+// to.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -11,6 +12,9 @@
 #include "gateway/policy/lint.h"
 #include "gateway/policy/loader.h"
 #include "gateway/policy/matcher.h"
+#include "gateway/policy/policy_diff.h"
+#include "gateway/policy/policy_export.h"
+#include "gateway/policy/policy_records.h"
 #include "gateway/policy/snapshot.h"
 #include "gateway/scan/message_facts.h"
 #include "host/message/message.h"
@@ -44,6 +48,21 @@ void checkLoaded(const policy::LoadedPolicy& loaded, policy::Diagnostics& diagno
   }
 }
 
+/// What a store would keep, and the file that says it: both say the same as what was loaded.
+void checkStored(const policy::LoadedPolicy& loaded, policy::Diagnostics& diagnostics) {
+  host::store::PolicyRecord record;
+  require(policy::recordOf(loaded.rows, {}, record, diagnostics));
+  host::store::PolicyRecord same;
+  require(policy::recordOf(policy::rowsOf(record), record, same, diagnostics));
+  require(same.objects == record.objects && same.rules == record.rules);
+  const auto text = policy::exportPolicy(record, diagnostics);
+  require(text.has_value());
+  const auto again = policy::loadPolicy(*text, diagnostics);
+  require(again.has_value() && policy::recordOf(again->rows, {}, same, diagnostics));
+  require(same.objects == record.objects && same.rules == record.rules);
+  require(policy::PolicyDiff(record, same).changes().empty());
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -51,6 +70,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   policy::Diagnostics diagnostics("policy.yaml");
   if (const auto loaded = policy::loadPolicy(text, diagnostics)) {
     checkLoaded(*loaded, diagnostics);
+    checkStored(*loaded, diagnostics);
   } else {
     require(diagnostics.hasErrors());
   }

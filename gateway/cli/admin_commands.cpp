@@ -12,9 +12,6 @@
 #include "gateway/cli/startup.h"
 #include "gateway/cli/terminal.h"
 #include "gateway/policy/action_registry.h"
-#include "gateway/policy/lint.h"
-#include "gateway/policy/loader.h"
-#include "gateway/policy/snapshot.h"
 #include "gateway/policy/suggest.h"
 #include "gateway/policy/yaml_reader.h"
 #include "host/core/text_escape.h"
@@ -55,15 +52,6 @@ void printSetting(const ActionSpec& spec, const std::string& value, const std::s
   }
 }
 
-ordered_json toJson(const Diagnostic& diagnostic) {
-  ordered_json json = {
-      {"severity", diagnostic.severity == Diagnostic::Severity::Error ? "error" : "warning"}};
-  if (diagnostic.line > 0) json["line"] = diagnostic.line;
-  if (!diagnostic.rule.empty()) json["rule"] = diagnostic.rule;
-  json["message"] = diagnostic.message;
-  return json;
-}
-
 /// The value of an action as in a policy: a text, or in braces a map. Complains, and returns null,
 /// when what stands in braces is none.
 std::unique_ptr<policy::Document> valueOfArgument(const std::string& called,
@@ -82,45 +70,7 @@ std::unique_ptr<policy::Document> valueOfArgument(const std::string& called,
   return document;
 }
 
-void printFindings(const policy::Diagnostics& diagnostics, std::size_t rules, bool usable) {
-  for (const Diagnostic& diagnostic : diagnostics.all()) printLine(diagnostics.text(diagnostic));
-  std::string text = diagnostics.source() + ": ";
-  if (usable) {
-    text += "can be used, " + counted(rules, "rule", "rules");
-  } else {
-    text += counted(diagnostics.errorCount(), "error", "errors");
-  }
-  if (diagnostics.warningCount() != 0) {
-    text += ", " + counted(diagnostics.warningCount(), "warning", "warnings");
-  }
-  printLine(text);
-}
-
 }  // namespace
-
-int policyCheckCommand(const std::string& path, bool json) {
-  const std::unique_ptr<Startup> startup = Startup::begin({});
-  if (startup == nullptr) return ExitUsage;
-  policy::Diagnostics diagnostics(path);
-  const auto loaded = policy::loadPolicyFile(path, diagnostics);
-  const bool usable =
-      loaded && policy::Snapshot::build(loaded->rows, diagnostics, loaded->lines) != nullptr;
-  if (usable) policy::lintPolicy(loaded->rows, loaded->lines, diagnostics);
-  const std::size_t rules = loaded ? loaded->rows.rules.size() : 0;
-  if (json) {
-    ordered_json findings = ordered_json::array();
-    for (const Diagnostic& diagnostic : diagnostics.all()) findings.push_back(toJson(diagnostic));
-    printJson({{"policy", path},
-               {"usable", usable},
-               {"rules", rules},
-               {"errors", diagnostics.errorCount()},
-               {"warnings", diagnostics.warningCount()},
-               {"findings", std::move(findings)}});
-  } else {
-    printFindings(diagnostics, rules, usable);
-  }
-  return usable ? ExitDone : ExitUsage;
-}
 
 int actionsCommand(bool json) {
   ordered_json list = ordered_json::array();

@@ -1,13 +1,9 @@
-// The commands that look at policies, actions, settings strings and tokens.
+// The commands that look at actions, settings strings and tokens.
 #pragma once
 
 #include <string>
 
 namespace gateway::cli {
-
-/// `kavi policy check FILE`: errors and warnings to standard output.
-/// \return 0 when the policy can be used, 2 when it cannot.
-int policyCheckCommand(const std::string& path, bool json);
 
 /// `kavi actions`
 int actionsCommand(bool json);

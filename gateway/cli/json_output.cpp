@@ -13,15 +13,6 @@ namespace {
 
 using nlohmann::ordered_json;
 
-bool isUtf8(const std::string& text) {
-  for (std::size_t at = 0; at < text.size();) {
-    const std::size_t length = host::core::utf8Length(std::string_view(text).substr(at));
-    if (length == 0) return false;
-    at += length;
-  }
-  return true;
-}
-
 std::string percentEncoded(const std::string& text) {
   constexpr std::string_view kDigits = "0123456789ABCDEF";
   std::string out;
@@ -40,7 +31,7 @@ std::string percentEncoded(const std::string& text) {
 
 void addBytes(const char* key, const std::string& bytes, ordered_json& json) {
   json[key] = bytes;
-  if (!isUtf8(bytes)) json[std::string(key) + "_encoded"] = percentEncoded(bytes);
+  if (!host::core::isUtf8(bytes)) json[std::string(key) + "_encoded"] = percentEncoded(bytes);
 }
 
 void printJson(const ordered_json& json) {

@@ -3,29 +3,63 @@
 #include <memory>
 #include <string>
 
-#include "gateway/cli/admin_commands.h"
+#include "gateway/cli/policy_commands.h"
 #include "gateway/cli/subcommands.h"
 
 namespace gateway::cli {
 namespace {
 
-constexpr char kCheckExamples[] = R"(Examples:
-  kavi policy check policy.yaml                    errors and doubts, before it is used)";
+constexpr char kExamples[] = R"(Examples:
+  kavi policy check policy.yaml                    errors and doubts, before it is used
+  kavi policy diff policy.yaml --config kavi.ini   what it would change in the store
+  kavi policy apply policy.yaml --store sqlite:/var/lib/kavi/policy.sqlite
+                                                   change it: all of it, or nothing
+  kavi policy export policy.yaml --config kavi.ini the store's policy as a file)";
 
-struct CheckArguments {
-  std::string file;
-  bool json = false;
-};
+void addStore(CLI::App& command, StoreOptions& options) {
+  command.add_option("--store", options.location, kStoreHelp)->type_name("LOCATION");
+  command.add_option("--config,-c", options.config, kConfigHelp)->type_name("FILE");
+}
 
 void addCheck(CLI::App& policy, Chosen& chosen) {
-  auto arguments = std::make_shared<CheckArguments>();
+  auto options = std::make_shared<PolicyCheckOptions>();
   CLI::App* check = policy.add_subcommand("check", "Find errors and doubtful places in a policy");
-  check->footer(kCheckExamples);
-  check->add_option("file", arguments->file, "The policy file")->required()->type_name("FILE");
-  check->add_flag("--json", arguments->json, kJsonHelp);
-  check->callback([arguments, &chosen] {
-    chosen = [arguments] { return policyCheckCommand(arguments->file, arguments->json); };
+  CLI::Option* file =
+      check->add_option("file", options->policy.file, "The policy file")->type_name("FILE");
+  check->add_option("--store", options->policy.store, kPolicyStoreHelp)
+      ->type_name("LOCATION")
+      ->excludes(file);
+  check->add_option("--config,-c", options->config, kConfigHelp)->type_name("FILE");
+  check->add_flag("--json", options->json, kJsonHelp);
+  check->callback(
+      [options, &chosen] { chosen = [options] { return policyCheckCommand(*options); }; });
+}
+
+void addExport(CLI::App& policy, Chosen& chosen) {
+  struct Arguments {
+    StoreOptions store;
+    std::string file;
+  };
+  auto arguments = std::make_shared<Arguments>();
+  CLI::App* command = policy.add_subcommand("export", "Write the policy of a store as a file");
+  command->add_option("file", arguments->file, "The file, which is replaced; else standard output")
+      ->type_name("FILE");
+  addStore(*command, arguments->store);
+  command->callback([arguments, &chosen] {
+    chosen = [arguments] { return policyExportCommand(arguments->store, arguments->file); };
   });
+}
+
+CLI::App* addApplied(CLI::App& policy, const char* name, const char* help,
+                     const std::shared_ptr<PolicyApplyOptions>& options, Chosen& chosen) {
+  CLI::App* command = policy.add_subcommand(name, help);
+  command->add_option("file", options->file, "The policy file")->required()->type_name("FILE");
+  addStore(*command, options->store);
+  command->add_flag("--json", options->json, kJsonHelp);
+  addColour(*command, options->colour);
+  command->callback(
+      [options, &chosen] { chosen = [options] { return policyApplyCommand(*options); }; });
+  return command;
 }
 
 }  // namespace
@@ -38,9 +72,18 @@ void addPolicySource(CLI::App& command, PolicyOptions& options, const char* help
 }
 
 void addPolicyCommands(CLI::App& app, Chosen& chosen) {
-  CLI::App* policy = app.add_subcommand("policy", "Look at policies");
+  CLI::App* policy = app.add_subcommand("policy", "Check policies, and keep them in a store");
   policy->require_subcommand(1);
+  policy->footer(kExamples);
   addCheck(*policy, chosen);
+  auto diff = std::make_shared<PolicyApplyOptions>();
+  diff->dryRun = true;
+  addApplied(*policy, "diff", "Show what a policy file would change in a store", diff, chosen);
+  auto apply = std::make_shared<PolicyApplyOptions>();
+  addApplied(*policy, "apply", "Make a policy file the policy of a store, all of it or nothing",
+             apply, chosen)
+      ->add_flag("--dry-run,-n", apply->dryRun, "Only show what would change");
+  addExport(*policy, chosen);
 }
 
 }  // namespace gateway::cli

@@ -50,13 +50,17 @@ void addReport(CLI::App& run, RunOptions& options) {
   run.add_flag("--verbose,-v", options.verbose,
                "Show log lines, and what is wrong with a message's form");
   run.add_flag("--quiet,-q", options.quiet, "Leave out messages that no rule matched");
-  run.add_option("--color", options.colour, "When to colour: auto, always, never")
+  addColour(run, options.colour);
+}
+
+}  // namespace
+
+void addColour(CLI::App& command, Colour& colour) {
+  command.add_option("--color", colour, "When to colour: auto, always, never")
       ->transform(CLI::CheckedTransformer(std::map<std::string, Colour>{
           {"auto", Colour::Auto}, {"always", Colour::Always}, {"never", Colour::Never}}))
       ->type_name("WHEN");
 }
-
-}  // namespace
 
 void addRunCommand(CLI::App& app, Chosen& chosen) {
   auto arguments = std::make_shared<RunArguments>();

@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "gateway/cli/policy_setup.h"
+#include "gateway/cli/terminal.h"
 
 namespace CLI {
 class App;
@@ -27,6 +28,8 @@ inline constexpr char kPolicyStoreHelp[] =
 
 /// Adds `--policy`, which \p help explains, and `--store`.
 void addPolicySource(CLI::App& command, PolicyOptions& options, const char* help);
+/// Adds `--color`.
+void addColour(CLI::App& command, Colour& colour);
 
 // Each adds its subcommands, with their options and examples, to `app`. Parsing puts the one that
 // is meant into `chosen`, which outlives it.

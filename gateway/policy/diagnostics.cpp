@@ -1,5 +1,7 @@
 #include "gateway/policy/diagnostics.h"
 
+#include "host/core/text_escape.h"
+
 namespace gateway::policy {
 
 void Diagnostics::error(int line, std::string rule, std::string message) {
@@ -19,7 +21,8 @@ std::string Diagnostics::text(const Diagnostic& diagnostic) const {
   text += ": ";
   if (diagnostic.severity == Diagnostic::Severity::Warning) text += "warning: ";
   if (!diagnostic.rule.empty()) text += diagnostic.rule + ": ";
-  return text + diagnostic.message;
+  // What a store holds may be any bytes.
+  return host::core::printable(text + diagnostic.message);
 }
 
 std::vector<std::string> Diagnostics::texts() const {

@@ -34,6 +34,7 @@ class Diagnostics {
   const std::string& source() const { return source_; }
 
   /// "policy.yaml:12: rule 15: unknown action …"; warnings say "warning: " behind the place.
+  /// One line of UTF-8.
   std::string text(const Diagnostic& diagnostic) const;
   /// All of them so.
   std::vector<std::string> texts() const;

@@ -6,6 +6,7 @@
 #include "gateway/policy/action_registry.h"
 #include "gateway/policy/diagnostics.h"
 #include "gateway/policy/named_objects.h"
+#include "gateway/policy/rule_options.h"
 #include "gateway/policy/yaml_reader.h"
 
 namespace gateway::policy {
@@ -106,6 +107,14 @@ const Node& ruleEntry(const RuleRow& row, const ObjectNames& names, Document& do
   entry.members.push_back(
       {"when", 0,
        isRead ? &copied(*condition->root(), document) : &document.addValue(row.condition)});
+  if (row.onFailure != OnFailure::TempFail) {
+    document.addMember(entry, "on_failure", std::string(wordOf(row.onFailure)));
+  }
+  if (row.verdict.kind != RuleVerdict::Kind::None) {
+    Node& verdict = document.add(Node::Kind::Map, 0);
+    document.addMember(verdict, wordOf(row.verdict.kind), row.verdict.text);
+    entry.members.push_back({"verdict", 0, &verdict});
+  }
   Node& actions = document.add(Node::Kind::List, 0);
   for (const ActionRow& action : row.actions) {
     actions.items.push_back(&actionEntry(action, names, document));

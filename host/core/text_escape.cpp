@@ -48,6 +48,15 @@ std::size_t utf8Length(std::string_view text) {
   return outside ? 0 : length;
 }
 
+bool isUtf8(std::string_view text) {
+  while (!text.empty()) {
+    const std::size_t length = utf8Length(text);
+    if (length == 0) return false;
+    text.remove_prefix(length);
+  }
+  return true;
+}
+
 void appendPrintable(std::string& out, std::string_view text) {
   while (!text.empty()) {
     const auto lead = static_cast<unsigned char>(text[0]);

@@ -22,4 +22,7 @@ KAVI_API std::string printable(std::string_view text);
 /// begins with none (RFC 3629: no overlong forms, no surrogates, nothing above U+10FFFF).
 KAVI_API std::size_t utf8Length(std::string_view text);
 
+/// Whether \p text is well-formed UTF-8 throughout.
+KAVI_API bool isUtf8(std::string_view text);
+
 }  // namespace host::core

@@ -338,6 +338,12 @@ class RandomPolicy {
     document.addMember(entry, "id", std::to_string(1000 - index * 7));
     if (below(3) != 0) document.addMember(entry, "name", "n" + withoutTabs(line()));
     if (below(3) == 0) document.addMember(entry, "enabled", "no");
+    if (below(3) == 0) document.addMember(entry, "on_failure", pick({"accept", "tempfail"}));
+    if (below(3) == 0) {
+      Node& verdict = document.add(Node::Kind::Map, 0);
+      document.addMember(verdict, pick({"reject", "tempfail"}), "No: \"such\" mail, 'here' # {");
+      entry.members.push_back({"verdict", 0, &verdict});
+    }
     entry.members.push_back({"when", 0, &condition(document, 0)});
     Node& actions = document.add(Node::Kind::List, 0);
     const unsigned int count = below(5);
@@ -396,33 +402,6 @@ class RandomPolicy {
   std::mt19937 random_;
 };
 
-void expectSameRows(const PolicyRows& left, const PolicyRows& right) {
-  ASSERT_EQ(left.objects.size(), right.objects.size());
-  for (std::size_t i = 0; i < left.objects.size(); ++i) {
-    EXPECT_EQ(left.objects[i].id, right.objects[i].id);
-    EXPECT_EQ(left.objects[i].type, right.objects[i].type);
-    EXPECT_EQ(left.objects[i].name, right.objects[i].name);
-    EXPECT_EQ(left.objects[i].setting, right.objects[i].setting);
-  }
-  ASSERT_EQ(left.rules.size(), right.rules.size());
-  for (std::size_t i = 0; i < left.rules.size(); ++i) {
-    const RuleRow& one = left.rules[i];
-    const RuleRow& other = right.rules[i];
-    EXPECT_EQ(one.id, other.id);
-    EXPECT_EQ(one.name, other.name);
-    EXPECT_EQ(one.order, other.order);
-    EXPECT_EQ(one.enabled, other.enabled);
-    EXPECT_EQ(one.condition, other.condition);
-    EXPECT_EQ(one.onFailure, other.onFailure);
-    EXPECT_EQ(one.verdict, other.verdict);
-    ASSERT_EQ(one.actions.size(), other.actions.size());
-    for (std::size_t k = 0; k < one.actions.size(); ++k) {
-      EXPECT_EQ(one.actions[k].type, other.actions[k].type);
-      EXPECT_EQ(one.actions[k].setting, other.actions[k].setting);
-    }
-  }
-}
-
 TEST(PolicyExport, GivesAnyPolicyAgain) {
   for (unsigned int seed = 0; seed < 400; ++seed) {
     SCOPED_TRACE(seed);
@@ -431,9 +410,10 @@ TEST(PolicyExport, GivesAnyPolicyAgain) {
     PolicyRecord record;
     ASSERT_TRUE(policy::recordOf(loaded.rows, {}, record, diagnostics));
     const std::string text = exported(record);
-    expectSameRows(loaded.rows, loadGood(text).rows);
+    const PolicyRecord again = recordOf(text);
+    ASSERT_EQ(again.rules, record.rules) << text;
+    ASSERT_EQ(again.objects, record.objects) << text;
     ASSERT_EQ(exported(recordOf(text)), text);
-    if (HasFailure()) break;
   }
 }
 
