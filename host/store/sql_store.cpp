@@ -38,12 +38,30 @@ void SqlStore::runOn(Connection& connection, Access access, const Work& work) {
     work(connection);
     return;
   }
-  std::unique_lock lock(writing_, std::defer_lock);
-  if (access == Access::Write && pool_->hasOneWriter()) lock.lock();
+  if (access == Access::Write && pool_->hasOneWriter()) {
+    writeInTurn(connection, work);
+    return;
+  }
   Transaction transaction(connection,
                           access == Access::Write ? TransactionMode::Write : TransactionMode::Read);
   work(connection);
   transaction.commit();
+}
+
+// Who stands in line while somebody else's lock outlasts the patience of the one in front has
+// waited as long: the line must not wait one patience after another.
+void SqlStore::writeInTurn(Connection& connection, const Work& work) {
+  const unsigned int before = lockedOut_;
+  const std::lock_guard lock(writing_);
+  if (lockedOut_ != before) throw StoreFailure(StoreError::Busy, "locked by another program");
+  try {
+    Transaction transaction(connection, TransactionMode::Write);
+    work(connection);
+    transaction.commit();
+  } catch (const StoreFailure& failure) {
+    if (failure.error() == StoreError::Busy) ++lockedOut_;
+    throw;
+  }
 }
 
 StoreStatus SqlStore::run(const char* doing, Access access, const Work& work) {

@@ -1,6 +1,7 @@
 // The store on a SQL database.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -77,9 +78,11 @@ class KAVI_API SqlStore : public Database {
 
   StoreStatus run(const char* doing, Access access, const Work& work);
   void runOn(Connection& connection, Access access, const Work& work);
+  void writeInTurn(Connection& connection, const Work& work);
 
   std::unique_ptr<ConnectionPool> pool_;
-  std::mutex writing_;  ///< where the database takes one writer at a time
+  std::mutex writing_;                       ///< where the database takes one writer at a time
+  std::atomic<unsigned int> lockedOut_ = 0;  ///< writers whose patience another program outlasted
 };
 
 }  // namespace host::store

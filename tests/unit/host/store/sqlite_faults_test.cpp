@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <chrono>
 #include <filesystem>
+#include <future>
 #include <string>
+#include <vector>
 
 #include "host/store/sqlite_connection.h"
 #include "host/store/sqlite_store.h"
@@ -186,6 +189,25 @@ TEST(SqliteFaults, GivesUpOnAnotherWriterAfterTheBusyTimeout) {
     EXPECT_EQ(rowCount(store), 1u) << "reading goes on";
   }
   EXPECT_TRUE(add(store, "/y").ok());
+}
+
+TEST(SqliteFaults, WritersInLineBehindALockGiveUpTogether) {
+  constexpr int kPatienceMs = 1000;
+  constexpr std::size_t kWriters = 8;
+  const TempFolder temp;
+  SqliteStore store(temp / "store", SqliteOptions{kPatienceMs});
+  ASSERT_TRUE(add(store, "/x").ok());
+  SqliteConnection other(temp / "store", 1000);
+  Transaction transaction(other, TransactionMode::Write);
+  const auto begin = std::chrono::steady_clock::now();
+  std::vector<std::future<StoreError>> writers;
+  for (std::size_t i = 0; i < kWriters; ++i) {
+    writers.push_back(std::async(std::launch::async,
+                                 [&, i] { return add(store, "/" + std::to_string(i)).error; }));
+  }
+  for (auto& writer : writers) EXPECT_EQ(writer.get(), StoreError::Busy);
+  const auto took = std::chrono::steady_clock::now() - begin;
+  EXPECT_LT(took, std::chrono::milliseconds(kPatienceMs * 4)) << "not one behind the other";
 }
 
 TEST(SqliteFaults, FailsWhereverItsFileCannotBeMade) {
