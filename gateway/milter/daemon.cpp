@@ -33,6 +33,7 @@ namespace {
 using host::delivery::AdapterError;
 
 constexpr char kTemporary[] = "incoming";
+constexpr char kAnswers[] = "answers";
 
 void complain(const std::string& text) {
   std::fprintf(stderr, "kavi-milter: %s\n", host::core::printable(text).c_str());
@@ -115,7 +116,8 @@ class Daemon {
                           keys,
                           delivery_.stateFolder + "/" + kTemporary,
                           hostName(),
-                          metrics_.get()};
+                          metrics_.get(),
+                          &answers_};
     Server server(gateway, [&sender] { sender.wake(); });
     if (const std::string fault = server.open(); !fault.empty()) return refuse(fault);
     const ReloadSignal reloading([this] { reload(); });
@@ -150,6 +152,7 @@ class Daemon {
       return folder + ": the store cannot be used: " + words;
     }
     if (std::string fault = sweepTemporary(); !fault.empty()) return fault;
+    if (std::string fault = answers_.open(folder + "/" + kAnswers); !fault.empty()) return fault;
     return first_.snapshot == nullptr ? std::string() : prepareFiling(*first_.snapshot);
   }
 
@@ -224,6 +227,7 @@ class Daemon {
   std::unique_ptr<host::core::ProcessLog> log_;
   host::delivery::DeliveryState state_;
   std::unique_ptr<Metrics> metrics_;
+  AnswerMarks answers_;
   std::unique_ptr<PolicySource> policy_;
   PolicyReading first_;  ///< until it is in force
 };

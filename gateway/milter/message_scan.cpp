@@ -11,24 +11,9 @@
 namespace gateway::milter {
 namespace {
 
-using host::delivery::FinalAnswer;
 using host::delivery::ReprocessTrust;
 using host::message::DefectKind;
 using host::message::Message;
-
-FinalAnswer finalAnswerOf(Answer::Kind kind) {
-  switch (kind) {
-    case Answer::Kind::Continue:
-      return FinalAnswer::Accepted;
-    case Answer::Kind::Discard:
-      return FinalAnswer::Discarded;
-    case Answer::Kind::Reject:
-      return FinalAnswer::Rejected;
-    case Answer::Kind::TempFail:
-      break;
-  }
-  return FinalAnswer::TemporaryFailure;
-}
 
 host::message::Limits scannerLimits(const MessageLimits& limits) {
   return {
@@ -85,7 +70,6 @@ void MessageScan::runGuarded() {
   if (policy == nullptr) return failFor(fault);
   const bool fromUs =
       !origin_.listener.empty() && origin_.listener == gateway_.settings.reinjectionListener;
-  ran_ = true;
   outcome_ = engine::runMessage(*message_, *policy,
                                 {.adapter = adapter_,
                                  .adapterRun = &adapterRun_,
@@ -146,17 +130,31 @@ void MessageScan::failTelling() { failFor("the mail system did not take the answ
 
 void MessageScan::settle() {
   host::core::guardedVoid([this] {
-    if (ran_ && !outcome_.rules.empty()) {
-      const auto error = adapterRun_.finalAnswer(finalAnswerOf(answer_.kind));
-      if (error != host::delivery::AdapterError::None) {
-        gateway_.log.write(1, "effects of %s are not settled: %s", origin_.queueId.c_str(),
-                           host::delivery::adapterErrorText(static_cast<unsigned int>(error)));
-      }
-    }
+    settleEffects();
     const auto took = std::chrono::steady_clock::now() - started_;
     if (gateway_.metrics != nullptr) gateway_.metrics->count(answer_, outcome_, took);
     log(took);
   });
+}
+
+void MessageScan::settleEffects() {
+  const std::optional<host::store::Digest> message = adapter_.leaveUnanswered();
+  // The sender tries again, and must find what was done.
+  if (!message || answer_.kind == Answer::Kind::TempFail) return;
+  if (gateway_.answers != nullptr) {
+    marked_ = message;
+    if (gateway_.answers->begin(*message)) {
+      gateway_.log.write(1,
+                         "Message %s is possibly doubled: the answer to an earlier attempt was on "
+                         "its way when the gateway was stopped.",
+                         message_->id());
+    }
+  }
+  std::string fault;
+  if (gateway_.state.answer({*message}, fault) != host::delivery::AdapterError::None) {
+    gateway_.log.write(1, "effects of %s are not settled: %s", origin_.queueId.c_str(),
+                       fault.c_str());
+  }
 }
 
 void MessageScan::log(std::chrono::steady_clock::duration took) const {

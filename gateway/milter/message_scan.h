@@ -8,6 +8,7 @@
 
 #include "gateway/engine/engine.h"
 #include "gateway/milter/answer.h"
+#include "gateway/milter/answer_marks.h"
 #include "gateway/milter/change_set.h"
 #include "gateway/milter/collected_message.h"
 #include "gateway/milter/deadline_run.h"
@@ -33,7 +34,8 @@ struct Gateway {
   const host::delivery::SealKeys& keys;
   std::string temporaryFolder;  ///< for large messages
   std::string hostName;
-  Metrics* metrics = nullptr;  ///< null: nothing is counted
+  Metrics* metrics = nullptr;      ///< null: nothing is counted
+  AnswerMarks* answers = nullptr;  ///< null: nothing is marked
 };
 
 /// One message from its last byte to its answer. Anything that is not known to have gone well is a
@@ -54,9 +56,11 @@ class MessageScan {
   const host::message::Message& message() const { return *message_; }
   /// The message is not to go on after all: the mail system could not be told of the changes.
   void failTelling();
-  /// The mail system has been told: the effects of the message are settled, and the log gets its
+  /// The answer is about to go out: the effects of the message are settled, and the log gets its
   /// lines. Never throws.
   void settle();
+  /// The message that `settle` marked as being answered; nothing when it had no effects.
+  const std::optional<host::store::Digest>& marked() const { return marked_; }
 
  private:
   void runGuarded();
@@ -64,6 +68,7 @@ class MessageScan {
   void refuseBeyondLimits(const std::string& what);
   void judge();
   void failFor(std::string why);
+  void settleEffects();
   void log(std::chrono::steady_clock::duration took) const;
 
   const Gateway& gateway_;
@@ -73,12 +78,12 @@ class MessageScan {
   host::delivery::LocalAdapter adapter_;
   DeadlineRun adapterRun_;
   std::unique_ptr<host::message::Message> message_;
-  bool ran_ = false;  ///< the engine had it, and with it the adapter
   engine::Outcome outcome_;
   ChangeSet changes_;
   Answer answer_;
   std::string failure_;  ///< for the log
   std::size_t bytes_ = 0;
+  std::optional<host::store::Digest> marked_;
 };
 
 }  // namespace gateway::milter

@@ -202,6 +202,7 @@ void Server::finish() {
   // libmilter writes an answer behind the callback, and has nothing to wait for. One that does not
   // get out makes the sender try again.
   waitForNone(connections_, kLastAnswers);
+  if (gateway_.answers != nullptr) gateway_.answers->endAll();
 }
 
 }  // namespace gateway::milter

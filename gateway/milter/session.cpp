@@ -49,7 +49,18 @@ void Session::connect(const char* host, const _SOCK_ADDR* address) {
 
 void Session::hello(const char* name) { helo_ = textOf(name); }
 
+void Session::noteAnswered() {
+  if (marked_) server_.gateway().answers->end(*marked_);
+  marked_.reset();
+}
+
+void Session::abort() {
+  noteAnswered();
+  message_.reset();
+}
+
 void Session::sender(char** arguments) {
+  noteAnswered();
   const Gateway& gateway = server_.gateway();
   message_ = std::make_unique<CollectedMessage>(gateway.settings.limits, gateway.temporaryFolder,
                                                 gateway.settings.memoryBytes);
@@ -98,6 +109,7 @@ sfsistat Session::end(SMFICTX* context) {
   }
   const sfsistat status = tellAnswer(context, scan.answer());
   scan.settle();
+  marked_ = scan.marked();
   server_.wakeSender();
   return status;
 }

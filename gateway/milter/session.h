@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -19,6 +20,9 @@ namespace gateway::milter {
 class Session {
  public:
   explicit Session(Server& server) : server_(server), counted_(server.connections()) {}
+  ~Session() { noteAnswered(); }
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
 
   void connect(const char* host, const _SOCK_ADDR* address);
   void hello(const char* name);
@@ -31,10 +35,12 @@ class Session {
   /// The message is whole: runs it and tells the mail system.
   sfsistat end(SMFICTX* context);
   /// The message does not come to its end.
-  void abort() { message_.reset(); }
+  void abort();
 
  private:
   CollectedMessage& message();
+  /// The mail system says something more, or has hung up: it has the answer to the message before.
+  void noteAnswered();
   Origin originOf(SMFICTX* context) const;
 
   Server& server_;
@@ -43,6 +49,7 @@ class Session {
   std::string clientAddress_;
   std::string helo_;
   std::unique_ptr<CollectedMessage> message_;
+  std::optional<host::store::Digest> marked_;  ///< the message whose answer is on its way
 };
 
 }  // namespace gateway::milter

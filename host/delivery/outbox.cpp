@@ -61,10 +61,10 @@ AdapterError Outbox::refuse(const OvMsgMailMessage& msg, const SmtpOutcome& outc
   return outcome.error;
 }
 
-void Outbox::warnOfDouble(const OvMsgMailMessage& msg, const char* why) const {
+void Outbox::warnOfDouble(const OvMsgMailMessage& msg, const std::string& why) const {
   if (log_ == nullptr || log_->getLevel() < kFailures) return;
   log_->write(kFailures, "Message %s is possibly doubled: %s.", core::printable(idOf(msg)).c_str(),
-              why);
+              why.c_str());
 }
 
 AdapterError Outbox::check(const SpoolEntry& entry, const OvMsgMailMessage& msg) const {
@@ -87,7 +87,10 @@ AdapterError Outbox::file(SpoolEntry entry, const OvMsgMailMessage& msg, const S
     SpoolEntry present;
     const AdapterError found = spool_.readHead(slot.earlier, present);
     if (found != AdapterError::NotFound) return found;
-    warnOfDouble(msg, "an earlier attempt to file it was cut off, and it may have been sent since");
+    warnOfDouble(msg,
+                 "an earlier attempt to file it was cut off, and it may have been sent since; "
+                 "now it is in the spool as " +
+                     slot.id);
   }
   entry.queuedAt = std::time(nullptr);
   return spool_.putAs(slot.id, std::move(entry), msg, filed);

@@ -49,7 +49,7 @@ class KAVI_API Outbox {
 
  private:
   AdapterError check(const SpoolEntry& entry, const OvMsgMailMessage& msg) const;
-  void warnOfDouble(const OvMsgMailMessage& msg, const char* why) const;
+  void warnOfDouble(const OvMsgMailMessage& msg, const std::string& why) const;
   AdapterError refuse(const OvMsgMailMessage& msg, const SmtpOutcome& outcome) const;
   SmtpOutcome send(const OvMsgMailMessage& msg, const SmtpDestination& to) const;
 

@@ -70,7 +70,8 @@ class MessageScanTest : public testing::Test {
     collected_->addRecipient("<to@example.net>", {});
     for (const HeaderLine& line : header) collected_->addHeader(line.name, line.value);
     collected_->addBody(body);
-    const Gateway gateway{settings_, policy_, log_, state_, delivery_, keys_, folder_, "host"};
+    const Gateway gateway{settings_, policy_, log_,   state_,  delivery_,
+                          keys_,     folder_, "host", nullptr, &answers_};
     gateway_.emplace(gateway);
     scan_ = std::make_unique<MessageScan>(*gateway_, *collected_,
                                           Origin{.queueId = "QUEUE", .listener = "in"});
@@ -98,6 +99,7 @@ class MessageScanTest : public testing::Test {
   host::delivery::DeliveryState state_;
   host::delivery::SealKeys keys_;
   FilePolicy policy_{"policy.yaml"};
+  AnswerMarks answers_;
   std::optional<CollectedMessage> collected_;
   std::optional<Gateway> gateway_;
   std::unique_ptr<MessageScan> scan_;
@@ -184,6 +186,23 @@ TEST_F(MessageScanTest, ARetryFindsDoneWhatTheFirstAttemptDid) {
   EXPECT_EQ(archived(), before + 1) << "one copy, though the sender tried twice";
   scan({{"Subject", " other"}}).settle();
   EXPECT_EQ(archived(), before + 2);
+}
+
+TEST_F(MessageScanTest, OnlyAnAnsweredMessageWithEffectsIsMarked) {
+  ASSERT_EQ(answers_.open(folder_ / "answers"), "");
+  use("archive_areas: [{name: journal}]\n"
+      "rules:\n"
+      "- {id: 1, when: {subject: {matches: archive}}, actions: [{archive: journal}]}\n"
+      "- {id: 2, when: {subject: {matches: fail}}, actions: [{readdress: a@b.example}]}\n");
+  scan({{"Subject", " nothing"}}).settle();
+  EXPECT_FALSE(scan_->marked());
+  scan({{"Subject", " archive and fail"}}).settle();
+  EXPECT_FALSE(scan_->marked()) << "the sender tries again, and finds what was done";
+  scan({{"Subject", " archive"}}).settle();
+  ASSERT_TRUE(scan_->marked());
+  AnswerMarks next;
+  ASSERT_EQ(next.open(folder_ / "answers"), "");
+  EXPECT_TRUE(next.begin(*scan_->marked()));
 }
 
 TEST_F(MessageScanTest, AMailSystemThatDoesNotTakeTheChangesGetsATemporaryFailure) {

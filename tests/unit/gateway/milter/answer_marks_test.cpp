@@ -1,0 +1,87 @@
+#include "gateway/milter/answer_marks.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <string>
+
+#include "host/delivery/digest.h"
+
+namespace gateway::milter {
+namespace {
+
+namespace fs = std::filesystem;
+
+class AnswerMarksTest : public testing::Test {
+ protected:
+  AnswerMarksTest() {
+    std::string name = fs::temp_directory_path() / "answer_marks.XXXXXX";
+    folder_ = std::string(::mkdtemp(name.data())) + "/answers";
+  }
+  ~AnswerMarksTest() override { fs::remove_all(fs::path(folder_).parent_path()); }
+
+  static host::store::Digest digest(unsigned char byte) {
+    host::store::Digest made{};
+    made[0] = byte;
+    return made;
+  }
+  bool isMarked(unsigned char byte) const {
+    return fs::exists(fs::path(folder_) / host::delivery::toHex(digest(byte)));
+  }
+
+  std::string folder_;
+};
+
+TEST_F(AnswerMarksTest, AMarkThatWasLeftIsTheNextProcessesToTell) {
+  AnswerMarks killed;
+  ASSERT_EQ(killed.open(folder_), "");
+  EXPECT_FALSE(killed.begin(digest(1)));
+  AnswerMarks next;
+  ASSERT_EQ(next.open(folder_), "");
+  EXPECT_FALSE(next.begin(digest(2)));
+  EXPECT_TRUE(next.begin(digest(1)));
+  EXPECT_FALSE(next.begin(digest(1))) << "told once";
+}
+
+TEST_F(AnswerMarksTest, AnAnswerThatIsOutLeavesNothing) {
+  AnswerMarks marks;
+  ASSERT_EQ(marks.open(folder_), "");
+  for (unsigned char byte = 1; byte <= 3; ++byte) marks.begin(digest(byte));
+  EXPECT_TRUE(isMarked(1));
+  marks.end(digest(1));
+  EXPECT_FALSE(isMarked(1));
+  marks.endAll();
+  EXPECT_FALSE(isMarked(2));
+  EXPECT_FALSE(isMarked(3));
+}
+
+TEST_F(AnswerMarksTest, AProperEndLeavesTheMarksOfOthers) {
+  AnswerMarks killed;
+  ASSERT_EQ(killed.open(folder_), "");
+  killed.begin(digest(1));
+  AnswerMarks proper;
+  ASSERT_EQ(proper.open(folder_), "");
+  proper.endAll();
+  EXPECT_TRUE(isMarked(1));
+}
+
+TEST_F(AnswerMarksTest, OldMarksAreForgotten) {
+  AnswerMarks killed;
+  ASSERT_EQ(killed.open(folder_), "");
+  killed.begin(digest(1));
+  fs::last_write_time(fs::path(folder_) / host::delivery::toHex(digest(1)),
+                      fs::file_time_type::clock::now() - std::chrono::hours(24 * 31));
+  AnswerMarks next;
+  ASSERT_EQ(next.open(folder_), "");
+  EXPECT_FALSE(next.begin(digest(1)));
+}
+
+TEST_F(AnswerMarksTest, AFolderThatCannotBeMadeIsNamed) {
+  AnswerMarks marks;
+  EXPECT_NE(marks.open("/proc/none/answers").find("/proc/none/answers: "), std::string::npos);
+}
+
+}  // namespace
+}  // namespace gateway::milter
