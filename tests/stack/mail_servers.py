@@ -297,9 +297,10 @@ class Postfix:
 
 
 class TrapReceiver:
-    """snmptrapd, which writes what it gets into its log, a line for each trap."""
+    """snmptrapd, which writes what it gets into its log, a line for each trap, in the form that the
+    letters of `output` ask for (its option -O)."""
 
-    def __init__(self, folder):
+    def __init__(self, folder, output="n"):
         self.folder = folder
         folder.mkdir()
         (folder / "conf").write_text("disableAuthorization yes\n")
@@ -307,7 +308,7 @@ class TrapReceiver:
         self.log_path = folder / "traps"
         with open(self.log_path, "wb") as log:
             self.process = subprocess.Popen(
-                ["snmptrapd", "-f", "-Lo", "-n", "-C", "-c", str(folder / "conf"), "-On",
+                ["snmptrapd", "-f", "-Lo", "-n", "-C", "-c", str(folder / "conf"), f"-O{output}",
                  "-F", "TRAP %N, specific %q: %v\n", f"udp:127.0.0.1:{self.port}"],
                 stdin=subprocess.DEVNULL, stdout=log, stderr=log, start_new_session=True,
                 env={**os.environ, "MIBS": "", "SNMP_PERSISTENT_DIR": str(folder)})

@@ -26,8 +26,8 @@ class SmtpReply(Exception):
 class SmtpClient:
     """Sends messages byte for byte."""
 
-    def __init__(self, port, hello="client.example.org"):
-        self.socket = socket.create_connection(("127.0.0.1", port), timeout=PATIENCE)
+    def __init__(self, port, hello="client.example.org", patience=PATIENCE):
+        self.socket = socket.create_connection(("127.0.0.1", port), timeout=patience)
         self.file = self.socket.makefile("rb")
         self.reply()
         self.command(f"EHLO {hello}")

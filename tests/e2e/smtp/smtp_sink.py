@@ -60,6 +60,7 @@ class Recorder:
             file.write(data)
         os.rename(path + ".part", path)
         self.event(connection, "message", name)
+        return name
 
 
 class Script:
@@ -238,8 +239,8 @@ class Session:
         lines = data.split(b"\r\n")
         unstuffed = b"\r\n".join(line[1:] if line.startswith(b".") else line for line in lines)
         if not self.scripted("end", unstuffed):
-            self.recorder.message(self.number, unstuffed)
-            self.reply("250 2.0.0 taken")
+            name = self.recorder.message(self.number, unstuffed)
+            self.reply(f"250 2.0.0 taken as {name}")
 
     def on_noop(self, _text):
         self.answer("noop", "250 2.0.0 ok")
