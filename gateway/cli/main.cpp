@@ -4,10 +4,13 @@
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "gateway/cli/standard_streams.h"
 #include "gateway/cli/startup.h"
 #include "gateway/cli/subcommands.h"
+#include "gateway/policy/suggest.h"
 
 namespace {
 
@@ -26,6 +29,26 @@ constexpr char kExamples[] = R"(Examples:
 Exit status: 0 all done, 1 an action failed, or a message, folder or store could not be used,
 2 wrong or unreadable command line, settings or policy, 3 not everything in the spool that was due
 could be sent.)";
+
+/// The word of the command line that should name a subcommand and names none; empty when there is
+/// none such. \param known  receives what could stand there
+std::string unknownCommand(const CLI::App& app, int argc, char** argv,
+                           std::vector<std::string_view>& known) {
+  const CLI::App* at = &app;
+  for (int i = 1; i < argc && at->get_require_subcommand_min() != 0; ++i) {
+    const std::string word = argv[i];
+    if (word.starts_with("-")) return {};
+    const CLI::App* next = nullptr;
+    for (const CLI::App* child : at->get_subcommands([](const CLI::App*) { return true; })) {
+      known.emplace_back(child->get_name());
+      if (child->get_name() == word) next = child;
+    }
+    if (next == nullptr) return word;
+    known.clear();
+    at = next;
+  }
+  return {};
+}
 
 }  // namespace
 
@@ -48,6 +71,12 @@ int main(int argc, char** argv) {
     addObjectCommands(app, chosen);
     // Last: a subcommand starts with the examples that its parent has by then.
     app.footer(kExamples);
+    std::vector<std::string_view> known;
+    if (const std::string word = unknownCommand(app, argc, argv, known); !word.empty()) {
+      complain("unknown command " + gateway::policy::inQuotes(word) + " " +
+               gateway::policy::remedyFor(word, known));
+      return ExitUsage;
+    }
     try {
       app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
