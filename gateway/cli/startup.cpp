@@ -1,9 +1,12 @@
 #include "gateway/cli/startup.h"
 
+#include <cstddef>
 #include <cstdio>
 #include <utility>
 
 #include "gateway/engine/library_start.h"
+#include "gateway/engine/settings_check.h"
+#include "host/core/text_escape.h"
 
 namespace gateway::cli {
 
@@ -19,7 +22,14 @@ std::unique_ptr<Startup> Startup::begin(const std::string& configPath) {
 
 bool loadSettings(const std::string& path, host::core::IniSettings& settings) {
   std::string error;
-  if (path.empty() || settings.loadFile(path, error)) return true;
+  if (path.empty()) return true;
+  if (settings.loadFile(path, error)) {
+    const std::string faults = engine::settingsFaults(settings);
+    for (std::size_t at = 0; at < faults.size(); at = faults.find('\n', at) + 1) {
+      complain("settings: " + host::core::printable(faults.substr(at, faults.find('\n', at) - at)));
+    }
+    return faults.empty();
+  }
   while (!error.empty() && error.back() == '\n') error.pop_back();
   std::fprintf(stderr, "%s\n", error.c_str());
   return false;

@@ -24,7 +24,9 @@ constexpr Default kDefaults[] = {
     {"MessageModule", "UseUTF8AsPreferCharsetForStamp", "1"},
 };
 
-void setMissing(host::core::IniSettings& settings) {
+}  // namespace
+
+void setDefaults(host::core::IniSettings& settings) {
   for (const Default& row : kDefaults) {
     std::string value;
     if (settings.getString(row.key, value, row.section, 0) != 0 || value.empty()) {
@@ -32,8 +34,6 @@ void setMissing(host::core::IniSettings& settings) {
     }
   }
 }
-
-}  // namespace
 
 host::core::LogOptions readLogOptions(host::core::IniSettings& settings, int level) {
   host::core::LogOptions options;
@@ -49,7 +49,7 @@ host::core::LogOptions readLogOptions(host::core::IniSettings& settings, int lev
 }
 
 void startLibrary(host::core::IniSettings& settings, host::core::ProcessLog& log) {
-  setMissing(settings);
+  setDefaults(settings);
   InitActionLib(settings, log);
 }
 

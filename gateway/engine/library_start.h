@@ -10,8 +10,10 @@ namespace gateway::engine {
 /// \param level  the level when the settings name none
 host::core::LogOptions readLogOptions(host::core::IniSettings& settings, int level);
 
-/// Gives \p settings what a settings file need not say, and starts the library with them. Once, at
-/// the start.
+/// Gives \p settings what a settings file need not say.
+void setDefaults(host::core::IniSettings& settings);
+
+/// Sets the defaults, and starts the library with them. Once, at the start.
 /// \param log  used for as long as the library is loaded
 void startLibrary(host::core::IniSettings& settings, host::core::ProcessLog& log);
 

@@ -14,6 +14,7 @@
 
 #include "gateway/engine/filing_folders.h"
 #include "gateway/engine/library_start.h"
+#include "gateway/engine/settings_check.h"
 #include "gateway/milter/file_policy.h"
 #include "gateway/milter/housekeeping.h"
 #include "gateway/milter/message_scan.h"
@@ -61,12 +62,15 @@ class Daemon {
   /// \return false after saying why.
   bool configure(const std::string& config) {
     std::string faults;
-    if (!settings_.loadFile(config, faults) || !milter_.read(settings_, faults) ||
-        !delivery_.read(settings_, faults)) {
-      complainOfLines(faults);
-      return false;
+    if (settings_.loadFile(config, faults)) {
+      faults = engine::settingsFaults(settings_);
+      std::string further;
+      if (!milter_.read(settings_, further)) faults += further;
+      if (!delivery_.read(settings_, further)) faults += further;
     }
-    return true;
+    complainOfLines(faults);
+    engine::setDefaults(settings_);
+    return faults.empty();
   }
 
   /// \return false after saying why.
@@ -74,7 +78,6 @@ class Daemon {
     host::core::LogOptions options = engine::readLogOptions(settings_, 2);
     options.name = "kavi-milter";
     log_ = std::make_unique<host::core::ProcessLog>(options);
-    engine::startLibrary(settings_, *log_);
     if (milter_.store.empty()) {
       policy_ = std::make_unique<FilePolicy>(milter_.policy);
       return readFirst();
@@ -105,7 +108,6 @@ class Daemon {
     if (const std::string fault = openState(); !fault.empty()) return refuse(fault);
     const host::delivery::SealKeys keys(delivery_.sealKeyPath());
     if (const std::string fault = beginMetrics(); !fault.empty()) return refuse(fault);
-    beginPolicy();
     host::delivery::SubmissionWorker sender(state_.spool(), delivery_, keys, log_.get(),
                                             state_.spoolIndex());
     const Gateway gateway{milter_,
@@ -120,6 +122,10 @@ class Daemon {
                           &answers_};
     Server server(gateway, [&sender] { sender.wake(); });
     if (const std::string fault = server.open(); !fault.empty()) return refuse(fault);
+    // Now only: they write down what holds, and who looks for what keeps the daemon from starting
+    // would have to look for it behind that.
+    engine::startLibrary(settings_, *log_);
+    beginPolicy();
     const ReloadSignal reloading([this] { reload(); });
     const std::jthread housekeeping(
         [this](const std::stop_token& stop) { keepHouse(state_, delivery_, *log_, stop); });

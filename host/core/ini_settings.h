@@ -37,6 +37,6 @@ class KAVI_API IniSettings final : public Kavi::GlobalSetting {
 
 /// Reads a whole text as an integer: decimal with an optional "-", or "0x" and hexadecimal digits.
 /// \return false, with \p value as it was, for anything else and for what does not fit.
-bool parseInt(std::string_view text, int& value);
+KAVI_API bool parseInt(std::string_view text, int& value);
 
 }  // namespace host::core

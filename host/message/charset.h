@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "library/platform/api.h"
+
 namespace host::message {
 
 /// What becomes of a byte or character that cannot be converted.
@@ -22,7 +24,7 @@ enum class OnMisfit : int {
 int convertCharset(std::string_view text, std::string_view from, std::string_view to,
                    OnMisfit undefined, OnMisfit unencodable, std::string& out);
 
-bool isKnownCharset(std::string_view name);
+KAVI_API bool isKnownCharset(std::string_view name);
 bool isUtf8(std::string_view text);
 
 /// Whether \p name is a charset whose bytes are all below 0x80 and not all what ASCII says.

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "host/trap/trap_error.h"
+#include "library/platform/api.h"
 
 namespace host::trap {
 
@@ -18,7 +19,7 @@ struct TrapServer {
 
 /// Reads "host", "host:port", "address", "[IPv6]" or "[IPv6]:port".
 /// \return nothing when it is none of these; \p text must not be empty.
-std::optional<TrapServer> parseTrapServer(std::string_view text);
+KAVI_API std::optional<TrapServer> parseTrapServer(std::string_view text);
 
 /// How long a name service may take. A worker that waits for one holds up its message.
 inline constexpr std::chrono::milliseconds kLookupLimit{3000};

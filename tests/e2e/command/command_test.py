@@ -149,6 +149,15 @@ class RunTest(KaviTest):
         self.assertEqual(sorted(c["input"] for c in calls),
                          [str(self.folder / "in/one.eml"), str(self.folder / "in/two.eml")])
 
+    def test_values_of_settings_that_are_none_are_named(self):
+        config = self.put("kavi.ini", "[log]\nTarget = file\n[kavi_manager]\nscanner_id = x\n")
+        for command in (["run", "--policy", self.policy()], ["expand", "x"]):
+            done = kavi(*command, "--config", config, self.put("m.eml", MESSAGE))
+            self.assertEqual((done.returncode, done.stdout), (2, b""))
+            self.assertEqual(done.stderr.splitlines(), [
+                b"kavi: settings: [log] Target: 'file' is neither stderr nor syslog",
+                b"kavi: settings: [kavi_manager] scanner_id: 'x' is no number up to 2147483647"])
+
     def test_calls_name_the_input_that_they_came_from(self):
         box = self.put("box.mbox", b"From a Mon Jan  1 00:00:00 2024\nSubject: 1\n\nx\n\n"
                                    b"From a Mon Jan  1 00:00:00 2024\nSubject: 2\n\nx\n")

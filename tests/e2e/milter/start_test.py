@@ -1,0 +1,64 @@
+#!/usr/bin/env python3
+"""What kavi-milter says when it cannot start: the fault first, and nothing in front of it."""
+import os
+import pathlib
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+
+class StartTest(unittest.TestCase):
+    def setUp(self):
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="kavi-start-"))
+        self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
+        self.policy = self.folder / "policy.yaml"
+        self.policy.write_text("rules: []\n")
+        (self.folder / "file").write_text("")
+
+    def start(self, settings, milter="", *arguments):
+        """The exit status, and the lines on standard error."""
+        config = self.folder / "kavi.ini"
+        user = "" if os.geteuid() != 0 else "user = root\n"
+        config.write_text(f"{settings}\n[milter]\npolicy = {self.policy}\n{user}{milter}\n")
+        done = subprocess.run([os.environ["KAVI_MILTER"], "--config", config, *arguments],
+                              capture_output=True, text=True, timeout=60, check=False)
+        self.assertEqual(done.stdout, "")
+        return done.returncode, done.stderr.splitlines()
+
+    def test_the_fault_is_the_first_line(self):
+        state = f"[delivery]\nstate_folder = {self.folder}/state\n"
+        cases = (
+            (f"[delivery]\nstate_folder = {self.folder}/file/state\n", "", 1, "state_folder"),
+            (state, f"socket = unix:{self.folder}/file/socket", 1, "socket"),
+            (state, "metrics_port = 1\nbeyond_limits = drop", 2, "beyond_limits"),
+            ("[log]\nLevel = loud\n", "", 2, "[log] Level: 'loud'"),
+            (state + "[MessageModule]\nTagDirectly = yes\n", "", 2, "TagDirectly: 'yes'"),
+        )
+        for settings, milter, status, fault in cases:
+            with self.subTest(fault):
+                answered, lines = self.start(settings, milter)
+                self.assertEqual(answered, status, lines)
+                self.assertTrue(lines[0].startswith("kavi-milter: "), lines)
+                self.assertIn(fault, lines[0])
+                self.assertEqual(len(lines), 1, lines)
+
+    def test_so_it_is_with_a_policy(self):
+        self.policy.write_text("rules: [{id: 1, when: always, actions: [dleete]}]\n")
+        for arguments in ((), ("--check",)):
+            status, lines = self.start("", "", *arguments)
+            self.assertEqual((status, len(lines)), (2, 1), lines)
+            self.assertIn("dleete", lines[0])
+
+    def test_the_faults_of_all_sections_are_told_at_once(self):
+        status, lines = self.start("[log]\nFormat = xml\n[delivery]\nscan_port = 0\n",
+                                   "socket = x", "--check")
+        self.assertEqual((status, [line.split(":")[1].strip() for line in lines]),
+                         (2, ["[log] Format", "[milter] socket", "[delivery] scan_port"]))
+
+    def test_good_settings_are_nothing_to_speak_of(self):
+        self.assertEqual(self.start("[log]\nLevel = 3\n", "", "--check"), (0, []))
+
+
+if __name__ == "__main__":
+    unittest.main()
