@@ -1,6 +1,5 @@
 #!/usr/bin/env python3
 """Policies in a store: `kavi policy`, and commands that take their rules from there."""
-import json
 import os
 import sqlite3
 import stat
@@ -8,7 +7,8 @@ import subprocess
 import threading
 import unittest
 
-from kavi_process import KAVI, KaviTest, kavi
+from kavi_process import KAVI, kavi
+from store_case import StoreTest, on_every_store, setUpModule, tearDownModule  # noqa: F401
 
 POLICY = """\
 quarantine_areas:
@@ -29,55 +29,54 @@ rules:
 MESSAGE = b"From: from@b.example\nTo: to@b.example\nSubject: hello\n\nbody\n"
 
 
-class StoreTest(KaviTest):
+class PolicyCase:
+    """A store, a policy file and a message. StoreTest comes behind it in every test's class."""
+
     def setUp(self):
         super().setUp()
-        self.path = self.folder / "policy.sqlite"
-        self.store = f"sqlite:{self.path}"
-        self.good("store", "init", self.store)
         self.file = self.put("policy.yaml", POLICY)
         self.message = self.put("m.eml", MESSAGE)
 
-    def good(self, *arguments, status=0):
-        done = kavi(*arguments)
-        self.assertEqual(done.returncode, status, (done.stdout + done.stderr).decode())
-        return done.stdout.decode()
+    def apply(self, text, **options):
+        return self.text("policy", "apply", self.put("other.yaml", text), **options)
 
-    def bad(self, *arguments, status):
-        """What goes to standard error."""
-        done = kavi(*arguments)
-        self.assertEqual(done.returncode, status, (done.stdout + done.stderr).decode())
-        return done.stderr.decode()
+    def called(self, end):
+        """The last line of a report on the store, which has a name without a password."""
+        return f"store {self.difference()['store']}: {end}\n"
 
-    def apply(self, text, *options, name="other.yaml"):
-        return self.good("policy", "apply", self.put(name, text), "--store", self.store, *options)
-
-    def revision(self):
-        return json.loads(self.good("policy", "diff", self.file, "--store", self.store,
-                                    "--json"))["revision"]
+    def difference(self):
+        return self.json("policy", "diff", self.file)
 
 
-class ApplyTest(StoreTest):
+class FileCase(PolicyCase, StoreTest):
+    """On a file that the test changes behind the command's back."""
+
+    def new_location(self):
+        self.path = self.folder / "policy.sqlite"
+        return f"sqlite:{self.path}"
+
+
+class ApplyCase(PolicyCase):
     def test_shows_what_changes_and_then_changes_it(self):
-        shown = self.good("policy", "diff", self.file, "--store", self.store)
+        shown = self.text("policy", "diff", self.file)
         self.assertIn("added    rule 20 'stamped'", shown)
         self.assertIn("    + aging_days: 7\n", shown)
-        self.assertTrue(shown.endswith(
-            f"8 added, 0 removed, 0 changed\nstore {self.path}: nothing is changed (revision 0)\n"))
-        dry = self.good("policy", "apply", self.file, "--store", self.store, "--dry-run")
-        self.assertEqual(dry, shown)
-        applied = self.good("policy", "apply", self.file, "--store", self.store)
+        self.assertTrue(shown.endswith("8 added, 0 removed, 0 changed\n" +
+                                       self.called("nothing is changed (revision 0)")), shown)
+        self.assertEqual(self.text("policy", "apply", self.file, "--dry-run"), shown)
+        applied = self.text("policy", "apply", self.file)
         self.assertEqual(applied, shown.replace("nothing is changed (revision 0)",
                                                 "applied, now at revision 1"))
         for _ in range(2):
-            self.assertEqual(self.good("policy", "apply", self.file, "--store", self.store),
-                             f"store {self.path}: nothing differs (revision 1)\n")
+            self.assertEqual(self.text("policy", "apply", self.file),
+                             self.called("nothing differs (revision 1)"))
 
     def test_tells_programs_the_same(self):
         self.apply(POLICY)
         changed = POLICY.replace("aging_days: 7", "aging_days: 9").replace(
             "- {name: spam}\n", "").replace("name: big,", "name: large,")
-        report = json.loads(self.apply(changed, "--json"))
+        changed = self.put("changed.yaml", changed)
+        report = self.json("policy", "apply", changed)
         self.assertEqual([(one["change"], one["kind"], one["name"]) for one in report["changes"]],
                          [("removed", "quarantine area", "spam"),
                           ("changed", "quarantine area", "virus"), ("changed", "rule", "large")])
@@ -87,7 +86,7 @@ class ApplyTest(StoreTest):
         self.assertEqual((report["added"], report["removed"], report["changed"]), (0, 1, 2))
         self.assertIs(report["applied"], True)
         self.assertEqual(report["revision"], 2)
-        again = json.loads(self.apply(changed, "--json"))
+        again = self.json("policy", "apply", changed)
         self.assertEqual((again["changes"], again["applied"], again["revision"]), ([], False, 2))
 
     def test_names_rules_that_only_moved(self):
@@ -96,34 +95,22 @@ class ApplyTest(StoreTest):
         report = self.apply("rules:\n" + "".join([rules[3]] + rules[:3]))
         self.assertTrue(report.startswith(
             "moved    rule 4 'rule 4'\n0 added, 0 removed, 1 changed\n"), report)
-        self.assertIn("rule 4", kavi("run", "--store", self.store,
-                                     self.message).stdout.decode().split("rule 1")[0])
+        ran = self.json("run", self.message)["rules"]
+        self.assertEqual([rule["id"] for rule in ran], [4, 1, 2, 3])
 
     def test_a_policy_with_errors_changes_nothing(self):
         self.apply(POLICY)
         wrong = self.put("wrong.yaml", POLICY.replace("stamp: legal", "stamp: lost"))
-        said = self.bad("policy", "apply", wrong, "--store", self.store, status=2)
+        said = self.complaint("policy", "apply", wrong, status=2)
         self.assertIn("wrong.yaml:10: rule 20: action 'stamp' names no stamp: 'lost'", said)
-        self.assertEqual(self.revision(), 1)
-        self.bad("policy", "apply", self.folder / "none.yaml", "--store", self.store, status=2)
-
-    def test_a_store_that_cannot_be_used_is_named(self):
-        said = self.bad("policy", "apply", self.file, "--store", f"sqlite:{self.folder}/none",
-                        status=1)
-        self.assertIn("kavi store init", said)
-        self.assertFalse((self.folder / "none").exists())
-        self.bad("policy", "apply", self.file, status=2)
-        self.put("broken.sqlite", b"x" * 5000)
-        self.assertIn("broken.sqlite", self.bad("policy", "export", "--store",
-                                                f"sqlite:{self.folder}/broken.sqlite", status=1))
+        self.assertEqual(self.difference()["revision"], 1)
+        self.complaint("policy", "apply", self.folder / "none.yaml", status=2)
 
     def test_writes_down_who_did_it(self):
         self.apply(POLICY)
-        with sqlite3.connect(self.path) as database:
-            rows = database.execute("SELECT revision, actor, what FROM policy_audit").fetchall()
-        self.assertEqual({row[0] for row in rows}, {1})
-        self.assertTrue(all(row[1] for row in rows))
-        self.assertIn(b"add quarantine area 'virus' (1)", [row[2] for row in rows])
+        audit = self.text("store", "audit")
+        self.assertIn("add quarantine area 'virus' (1)", audit)
+        self.assertIn("write rule 40 'last'", audit)
 
     def test_several_at_once_leave_one_whole_policy(self):
         policies = [POLICY.replace("aging_days: 7", f"aging_days: {days}").replace(
@@ -133,7 +120,7 @@ class ApplyTest(StoreTest):
 
         def apply(file):
             for _ in range(5):
-                done = kavi("policy", "apply", file, "--store", self.store)
+                done = kavi("policy", "apply", file, "--store", self.location)
                 # Who meets the others again and again may give up, with nothing changed.
                 if done.returncode != 0 and b"others keep changing" not in done.stderr:
                     failures.append(done.stderr)
@@ -144,20 +131,29 @@ class ApplyTest(StoreTest):
         for thread in threads:
             thread.join()
         self.assertEqual(failures, [])
-        same = [file for file in files if "nothing differs" in self.good(
-            "policy", "diff", file, "--store", self.store)]
+        same = [file for file in files if "nothing differs" in self.text("policy", "diff", file)]
         self.assertEqual(len(same), 1)
 
-
-class ExportTest(StoreTest):
-    def test_applied_again_changes_nothing(self):
+    def test_what_was_exported_and_is_applied_changes_nothing(self):
         self.apply(POLICY)
-        text = self.good("policy", "export", "--store", self.store)
+        text = self.text("policy", "export")
         self.assertIn("on_failure: accept\n", text)
         self.assertIn("    verdict:\n      reject: No such mail here\n", text)
         self.assertIn("nothing differs", self.apply(text))
-        self.assertEqual(self.good("policy", "check", self.put("again.yaml", text)).split(": ")[-1],
+        self.assertEqual(self.text("policy", "check").split(": ")[-1],
                          "can be used, 4 rules, 2 warnings\n")
+
+
+class ExportTest(FileCase):
+    def test_a_store_that_cannot_be_used_is_named(self):
+        none = f"sqlite:{self.folder}/none"
+        done = kavi("policy", "apply", self.file, "--store", none)
+        self.assertEqual((done.returncode, b"kavi store init" in done.stderr), (1, True))
+        self.assertFalse((self.folder / "none").exists())
+        self.assertEqual(kavi("policy", "apply", self.file).returncode, 2)
+        self.put("broken.sqlite", b"x" * 5000)
+        done = kavi("policy", "export", "--store", f"sqlite:{self.folder}/broken.sqlite")
+        self.assertEqual((done.returncode, b"broken.sqlite" in done.stderr), (1, True))
 
     def test_carries_what_no_keys_say(self):
         self.apply(POLICY)
@@ -170,18 +166,17 @@ class ExportTest(StoreTest):
                                  (number, kind, name, content))
             database.execute("UPDATE policy_state SET last_object = 200")
         before = self.contents()
-        done = kavi("policy", "export", "--store", self.store)
+        done = self.kavi("policy", "export")
         text = done.stdout.decode()
-        self.assertEqual(done.returncode, 0, done.stderr)
         self.assertIn("warning: the object 101 of type 2, 'OPP: stamp', cannot be built from "
                       "'rubbish?\\xC3'", done.stderr.decode())
         self.assertIn("nothing differs", self.apply(text))
         self.assertEqual(self.contents(), before)
         # The same in a store of its own, but for the ids.
-        other = f"sqlite:{self.folder}/other.sqlite"
-        self.good("store", "init", other)
-        self.good("policy", "apply", self.put("export.yaml", text), "--store", other)
-        self.assertEqual(self.good("policy", "export", "--store", other), text)
+        self.location = f"sqlite:{self.folder}/other.sqlite"
+        self.kavi("store", "init")
+        self.apply(text)
+        self.assertEqual(self.text("policy", "export"), text)
         self.assertEqual(sorted(row[1:] for row in self.contents(self.folder / "other.sqlite")),
                          sorted(row[1:] for row in before))
 
@@ -192,18 +187,17 @@ class ExportTest(StoreTest):
 
     def test_replaces_a_file_whole(self):
         self.apply(POLICY)
-        text = self.good("policy", "export", "--store", self.store)
+        text = self.text("policy", "export")
         target = self.folder / "export.yaml"
-        self.good("policy", "export", target, "--store", self.store)
+        self.kavi("policy", "export", target)
         self.assertEqual(target.read_text(), text)
         self.assertEqual(stat.S_IMODE(target.stat().st_mode), 0o600)
         target.write_text("before")
         target.chmod(0o644)
-        self.good("policy", "export", target, "--store", self.store)
+        self.kavi("policy", "export", target)
         self.assertEqual(target.read_text(), text)
         self.assertEqual(stat.S_IMODE(target.stat().st_mode), 0o644)
-        self.assertIn("cannot be written", self.bad("policy", "export", self.folder, "--store",
-                                                    self.store, status=1))
+        self.assertIn("cannot be written", self.complaint("policy", "export", self.folder))
         self.assertEqual([one for one in os.listdir(self.folder) if one.startswith("export.yaml.")],
                          [])
 
@@ -211,22 +205,32 @@ class ExportTest(StoreTest):
         self.apply(POLICY)
         with sqlite3.connect(self.path) as database:
             database.execute("UPDATE rule SET condition = ? WHERE id = 10", (b"rubbish",))
-        self.assertIn("rule 10: stored condition: not JSON",
-                      self.bad("policy", "export", "--store", self.store, status=1))
-        self.assertIn("rule 10", self.good("policy", "check", "--store", self.store, status=2))
-        self.bad("run", "--store", self.store, self.message, status=2)
+        self.assertIn("rule 10: stored condition: not JSON", self.complaint("policy", "export"))
+        self.assertIn("rule 10", self.text("policy", "check", status=2))
+        self.kavi("run", self.message, status=2)
 
 
-class SourceTest(StoreTest):
+class SourceCase(PolicyCase):
     def setUp(self):
         super().setUp()
         self.apply(POLICY)
-        self.config = self.put("kavi.ini", f"[store]\nlocation = {self.store}\n")
+        self.config = self.put("kavi.ini", f"[store]\nlocation = {self.location}\n")
+
+    def good(self, *arguments):
+        done = kavi(*arguments)
+        self.assertEqual(done.returncode, 0, (done.stdout + done.stderr).decode())
+        return done.stdout.decode()
+
+    def bad(self, *arguments):
+        """What goes to standard error."""
+        done = kavi(*arguments)
+        self.assertEqual(done.returncode, 2, (done.stdout + done.stderr).decode())
+        return done.stderr.decode()
 
     def test_runs_as_from_the_file(self):
         expected = self.report("--policy", self.file)
         self.assertEqual(expected["rules"][0]["name"], "stamped")
-        self.assertEqual(self.report("--store", self.store), expected)
+        self.assertEqual(self.report("--store", self.location), expected)
         self.assertEqual(self.report("--config", self.config), expected)
 
     def report(self, *source):
@@ -242,7 +246,7 @@ class SourceTest(StoreTest):
                         ["notify", "tell-admin", self.message]):
             expected = self.good(*command, "--policy", self.file)
             self.assertIn("stamped", expected)
-            for source in (["--store", self.store], ["--config", self.config]):
+            for source in (["--store", self.location], ["--config", self.config]):
                 got = self.good(*command, *source)
                 self.assertEqual(without_moment(got), without_moment(expected))
 
@@ -252,10 +256,10 @@ class SourceTest(StoreTest):
         self.assertEqual(reports[0]["rules"][0]["id"], 99)
 
     def test_needs_one_source(self):
-        self.bad("run", "--policy", self.file, "--store", self.store, self.message, status=2)
-        self.assertIn("no policy is named", self.bad("run", self.message, status=2))
-        self.assertIn("no policy is named", self.bad("notify", "x", self.message, status=2))
-        self.assertIn("no policy is named", self.bad("policy", "check", status=2))
+        self.bad("run", "--policy", self.file, "--store", self.location, self.message)
+        self.assertIn("no policy is named", self.bad("run", self.message))
+        self.assertIn("no policy is named", self.bad("notify", "x", self.message))
+        self.assertIn("no policy is named", self.bad("policy", "check"))
         self.assertEqual(self.good("expand", "%SUBJECT%", self.message), "hello\n")
 
     def test_sees_a_whole_policy_while_others_change_it(self):
@@ -263,11 +267,11 @@ class SourceTest(StoreTest):
             "name: legal", "name: lawful").replace("stamp: legal", "stamp: lawful"))
         writer = subprocess.Popen(
             ["/bin/sh", "-c", 'for i in 1 2 3 4 5 6 7 8 9 10; do "$0" policy apply "$1" --store '
-             '"$3"; "$0" policy apply "$2" --store "$3"; done', KAVI, other, self.file, self.store],
+             '"$3"; "$0" policy apply "$2" --store "$3"; done', KAVI, other, self.file, self.location],
             stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
         pairs = set()
         while writer.poll() is None:
-            rule = self.run_json("--store", self.store, self.message)[0]["rules"][0]
+            rule = self.run_json("--store", self.location, self.message)[0]["rules"][0]
             pairs.add((rule["name"], rule["actions"][0]["value"]))
         self.assertEqual(writer.stderr.read(), b"")
         writer.stderr.close()
@@ -278,6 +282,8 @@ def without_moment(mail):
     """The lines of a mail that are the same each time."""
     return [line for line in mail.splitlines() if not line.startswith(("Message-ID:", "Date:"))]
 
+
+on_every_store(ApplyCase, SourceCase)
 
 if __name__ == "__main__":
     unittest.main()
