@@ -108,7 +108,7 @@ def socket_folder(folder):
 class Milter:
     """kavi-milter, ready once the object is there. Without `program` it is KAVI_MILTER. `settings`
     and `delivery` are lines of the sections milter and delivery, `sections` are whole ones, and
-    `level` is that of the log."""
+    `level` is that of the log. Without `policy` the sections say where it is."""
 
     def __init__(self, folder, policy, settings="", delivery="", program=None, sections="", level=2):
         self.program = program or os.environ["KAVI_MILTER"]
@@ -116,7 +116,9 @@ class Milter:
         self.settings = (settings, delivery, sections, level)
         self.log_begin = 0
         self.policy = folder / "policy.yaml"
-        self.policy.write_text(policy)
+        if policy is not None:
+            self.policy.write_text(policy)
+            settings = f"policy = {self.policy}\n{settings}"
         self.socket = socket_folder(folder) / "milter"
         self.state = folder / "state"
         self.quarantine = folder / "quarantine"
@@ -125,7 +127,7 @@ class Milter:
             f"[general]\nqueue_quarantine = {self.quarantine}\n"
             f"queue_archive = {folder}/archive\n"
             f"[delivery]\nstate_folder = {self.state}\n{delivery}\n"
-            f"[milter]\npolicy = {self.policy}\nsocket = unix:{self.socket}\nuser = root\n"
+            f"[milter]\nsocket = unix:{self.socket}\nuser = root\n"
             f"{settings}\n[log]\nLevel = {level}\n{sections}\n")
         self.log_path = folder / "milter.log"
         self.start()

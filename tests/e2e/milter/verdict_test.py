@@ -17,6 +17,10 @@ MIXED = (b"From: from@example.org\r\nSubject: files\r\nMIME-Version: 1.0\r\n"
          b"--b--\r\nepilogue\r\n")
 
 
+OBJECTS = ("quarantine_areas: [{name: virus}]\narchive_areas: [{name: journal}]\n"
+           "stamps: [{name: legal, text: Legal}]\n")
+
+
 def rules(*rows):
     return "rules:\n" + "".join(f"- {row}\n" for row in rows)
 
@@ -114,10 +118,11 @@ class VerdictTest(MailTest):
     def test_quarantine_files_and_discards(self):
         milter = self.milter("quarantine_areas: [{name: virus}]\n" +
                              rules(always("quarantine: virus")))
+        before = set(milter.quarantine.rglob("*.DF"))
         self.send(MAIL)
         self.assert_nothing_arrives()
         self.assertTrue(milter.lines("action=quarantine", "result=ok", "disposed=yes"))
-        [stored] = milter.quarantine.rglob("*.DF")
+        [stored] = set(milter.quarantine.rglob("*.DF")) - before
         self.assertIn(b"\r\nbody \xe4\r\n", stored.read_bytes())
 
     def test_readdress_sends_by_the_spool_and_discards(self):
@@ -143,6 +148,61 @@ class VerdictTest(MailTest):
         queue = reply.rsplit("(", 1)[1].rstrip(")")
         self.assertTrue(milter.lines(f"action queue={queue} rule=2", "result=failed"))
         self.assertTrue(milter.lines(f"message queue={queue}", "verdict=tempfail"))
+
+    def archived(self):
+        return len(list((self.base / "archive").rglob("*.eml")))
+
+    def test_a_verdict_is_told_as_it_stands(self):
+        # libmilter takes a text for a format, and Postfix makes one "%" of two.
+        text = "Not 100% here: <%s> 5.7.1 %d%n"
+        milter = self.milter(OBJECTS + rules(
+            "{id: 1, when: always, actions: [{x_header: 'X-New: yes'}, {archive: journal}], "
+            "verdict: {reject: '%s'}}" % text, always("delete", 2)))
+        before = self.archived()
+        self.assertEqual(self.refused(MAIL), f"550 5.7.1 {text}")
+        self.assert_nothing_arrives()
+        [line] = milter.lines("message queue=", "verdict=reject rule=1 ")
+        self.assertNotIn("delete", line)
+        self.assertEqual(self.archived(), before + 1)
+
+    def test_a_verdict_for_now_names_the_message_and_keeps_its_effects(self):
+        milter = self.milter(OBJECTS + rules(
+            "{id: 1, when: always, actions: [{archive: journal}], verdict: {tempfail: Not yet}}"))
+        before = self.archived()
+        for _ in range(2):
+            self.assertRegex(self.refused(MAIL, sender="again@example.org"),
+                             r"^451 4\.7\.1 Not yet \([0-9A-Za-z]+\)$")
+        self.assertEqual(len(milter.lines("message queue=", "verdict=tempfail rule=1 ")), 2)
+        self.assertEqual(self.archived(), before + 1, "the second attempt finds it done")
+        self.assert_nothing_arrives()
+
+    def test_an_accepted_failure_leaves_the_mail_as_it_stood_before_its_rule(self):
+        first = always("{x_header: 'X-First: yes'}, {bcc: kept@example.com}")
+        # No server is set for what is to be sent again.
+        fails = ("{id: 2, when: always, on_failure: accept, verdict: {reject: No}, actions: "
+                 "[{x_header: 'X-Lost: yes'}, {tag_subject: '[LOST] '}, {stamp: legal}, "
+                 "{delete_attachments: all}, {bcc: lost@example.com}, {archive: journal}, "
+                 "{quarantine: virus}, {readdress: other@example.com}]}")
+        last = ("{id: 3, when: {attachment_name: ['*.exe']}, actions: "
+                "[{delete_attachments: matching}]}")
+        milter = self.milter(OBJECTS + rules(first, last))
+        self.send(MIXED)
+        [(_, recipients, expected)] = self.arrived()
+        milter = self.milter(OBJECTS + rules(first, fails, last))
+        self.send(MIXED)
+        [(_, reached, data)] = self.arrived()
+        self.assertEqual(without_trace(data), without_trace(expected))
+        self.assertEqual(sorted(reached), sorted(recipients))
+        self.assertIn("kept@example.com", reached)
+        self.assertNotIn(b"MZ", data)
+        [line] = milter.lines(" L1 accepted queue=", "rule=2")
+        self.assertIn('failure="action readdress of rule 2"', line)
+        self.assertIn("stays=archive,quarantine", line)
+        self.assertTrue(milter.lines("message queue=", "verdict=accept", "rules=1,2(accepted),3"))
+        for _ in range(2):  # it was settled: nothing of it is left to be found by a retry
+            self.send(MIXED)
+            self.arrived()
+        self.assertEqual(len(milter.lines("accepted queue=")), 3)
 
     def test_forged_reprocessing_fields_do_not_count(self):
         milter = self.milter(rules(always("x_header: 'X-New: yes'")),
