@@ -69,6 +69,7 @@ int main(int argc, char** argv) {
     addFiledCommands(app, chosen);
     addStoreCommands(app, chosen);
     addObjectCommands(app, chosen);
+    addRuleCommands(app, chosen);
     // Last: a subcommand starts with the examples that its parent has by then.
     app.footer(kExamples);
     std::vector<std::string_view> known;

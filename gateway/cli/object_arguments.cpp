@@ -33,6 +33,7 @@ struct ObjectArguments {
   std::vector<std::string> words;
   std::string name;
   std::string setting;
+  bool entry = false;
 };
 using Arguments = std::shared_ptr<ObjectArguments>;
 
@@ -80,8 +81,11 @@ void addReading(CLI::App& object, Chosen& chosen, const Arguments& arguments) {
   show->add_option("object", arguments->words, "Its ID, or its TYPE and NAME")
       ->required()
       ->type_name("ID|TYPE NAME");
+  show->add_flag("--entry", arguments->entry, "Only its entry as in a policy, which --from takes");
   show->callback([arguments, &chosen] {
-    chosen = [arguments] { return objectShowCommand(arguments->options, arguments->words); };
+    chosen = [arguments] {
+      return objectShowCommand(arguments->options, arguments->words, arguments->entry);
+    };
   });
 }
 

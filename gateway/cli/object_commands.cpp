@@ -9,6 +9,7 @@
 #include "gateway/cli/object_target.h"
 #include "gateway/cli/operation_result.h"
 #include "gateway/cli/startup.h"
+#include "gateway/cli/store_session.h"
 #include "gateway/cli/table.h"
 #include "host/core/text_escape.h"
 #include "library/namedobj/name_object_access.h"
@@ -24,20 +25,9 @@ using host::store::StoreStatus;
 using nlohmann::ordered_json;
 using policy::ObjectKind;
 
-/// The library and the store, as the records and operations need them.
-struct Session {
-  std::unique_ptr<Startup> startup;
-  std::shared_ptr<Database> store;
-
-  int open(const StoreOptions& options) {
-    startup = Startup::begin(options.config);
-    return startup != nullptr ? openStore(options, store) : static_cast<int>(ExitUsage);
-  }
-};
-
 /// Opens the store and finds the one object that `target` names. \return the exit status
-int openOne(const ObjectOptions& options, const std::vector<std::string>& target, Session& session,
-            ObjectRecord& object) {
+int openOne(const ObjectOptions& options, const std::vector<std::string>& target,
+            StoreSession& session, ObjectRecord& object) {
   if (const int status = session.open(options.store); status != ExitDone) return status;
   std::size_t used = 0;
   const int status = findTarget(*session.store, target, options.owner, object, used);
@@ -124,7 +114,7 @@ ordered_json identity(std::uint32_t id, std::uint32_t type, const std::string& n
 int objectListCommand(const ObjectOptions& options, const ObjectListOptions& list) {
   const ObjectKind* kind = nullptr;
   if (!list.type.empty() && (kind = requireKind(list.type)) == nullptr) return ExitUsage;
-  Session session;
+  StoreSession session;
   if (const int status = session.open(options.store); status != ExitDone) return status;
   std::vector<ObjectRecord> objects;
   OperationResult result;
@@ -150,8 +140,9 @@ int objectListCommand(const ObjectOptions& options, const ObjectListOptions& lis
   return ExitDone;
 }
 
-int objectShowCommand(const ObjectOptions& options, const std::vector<std::string>& target) {
-  Session session;
+int objectShowCommand(const ObjectOptions& options, const std::vector<std::string>& target,
+                      bool entry) {
+  StoreSession session;
   ObjectRecord object;
   if (const int status = openOne(options, target, session, object); status != ExitDone) {
     return status;
@@ -159,6 +150,10 @@ int objectShowCommand(const ObjectOptions& options, const std::vector<std::strin
   NameObjectAccess access(accessType(object.type));
   const OperationResult result = resultOf(access.get(object.id, object.name, object.content));
   if (!result.ok()) return report(result, options.json, ordered_json::object(), "");
+  if (entry) {
+    print(objectEntryText(object));
+    return ExitDone;
+  }
   std::vector<RuleName> rules;
   if (const StoreStatus read = session.store->listReferrers(object.id, rules); !read.ok()) {
     complain(read.text);
@@ -187,7 +182,7 @@ int objectAddCommand(const ObjectOptions& options, const std::vector<std::string
   }
   ContentOptions given = content;
   if (arguments.size() > 2) given.fields.assign(arguments.begin() + 2, arguments.end());
-  Session session;
+  StoreSession session;
   if (const int status = session.open(options.store); status != ExitDone) return status;
   ObjectTexts texts;
   if (arguments.size() > 1) texts.name = arguments[1];
@@ -205,7 +200,7 @@ int objectAddCommand(const ObjectOptions& options, const std::vector<std::string
 
 int objectUpdateCommand(const ObjectOptions& options, const std::vector<std::string>& arguments,
                         const ContentOptions& content, const std::optional<std::string>& name) {
-  Session session;
+  StoreSession session;
   if (const int status = session.open(options.store); status != ExitDone) return status;
   ObjectRecord object;
   std::size_t used = 0;
@@ -239,7 +234,7 @@ int objectUpdateCommand(const ObjectOptions& options, const std::vector<std::str
 }
 
 int objectRemoveCommand(const ObjectOptions& options, const std::vector<std::string>& target) {
-  Session session;
+  StoreSession session;
   ObjectRecord object;
   if (const int status = openOne(options, target, session, object); status != ExitDone) {
     return status;

@@ -31,7 +31,9 @@ struct ObjectListOptions {
 int objectListCommand(const ObjectOptions& options, const ObjectListOptions& list);
 
 /// `kavi object show ID|TYPE NAME`: everything about one.
-int objectShowCommand(const ObjectOptions& options, const std::vector<std::string>& target);
+/// \param entry  only its entry, as in a policy
+int objectShowCommand(const ObjectOptions& options, const std::vector<std::string>& target,
+                      bool entry);
 
 /// `kavi object add TYPE NAME …`
 int objectAddCommand(const ObjectOptions& options, const std::vector<std::string>& arguments,

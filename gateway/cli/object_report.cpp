@@ -8,6 +8,7 @@
 #include "gateway/cli/submission.h"
 #include "gateway/cli/table.h"
 #include "gateway/cli/terminal.h"
+#include "gateway/policy/yaml_writer.h"
 #include "host/core/text_escape.h"
 
 namespace gateway::cli {
@@ -113,6 +114,17 @@ ordered_json objectListJson(const std::vector<ObjectRecord>& objects) {
   ordered_json list = ordered_json::array();
   for (const ObjectRecord& object : objects) list.push_back(summary(object));
   return list;
+}
+
+std::string objectEntryText(const ObjectRecord& object) {
+  Document document;
+  if (const policy::ObjectKind* kind = policy::findObjectKind(object.type)) {
+    return policy::writeYaml(policy::entryOf(*kind, object.name, object.content, document));
+  }
+  Node& entry = document.add(Node::Kind::Map, 0);
+  document.addMember(entry, "name", object.name);
+  document.addMember(entry, policy::kSettingKey, object.content);
+  return policy::writeYaml(entry);
 }
 
 std::string objectShowText(const ObjectRecord& object, const std::vector<RuleName>& rules) {

@@ -21,6 +21,9 @@ std::string objectListText(const std::vector<host::store::ObjectRecord>& objects
 /// For programs: an array.
 nlohmann::ordered_json objectListJson(const std::vector<host::store::ObjectRecord>& objects);
 
+/// The object as an entry of a policy, in YAML; of a type that no policy names, only its texts.
+std::string objectEntryText(const host::store::ObjectRecord& object);
+
 /// One object with its fields, its settings string and the rules that use it: several lines.
 std::string objectShowText(const host::store::ObjectRecord& object,
                            const std::vector<host::store::RuleName>& rules);

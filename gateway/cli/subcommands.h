@@ -42,5 +42,6 @@ void addSpoolCommands(CLI::App& app, Chosen& chosen);
 void addFiledCommands(CLI::App& app, Chosen& chosen);  ///< quarantine, archive
 void addStoreCommands(CLI::App& app, Chosen& chosen);
 void addObjectCommands(CLI::App& app, Chosen& chosen);
+void addRuleCommands(CLI::App& app, Chosen& chosen);
 
 }  // namespace gateway::cli

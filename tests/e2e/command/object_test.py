@@ -252,6 +252,19 @@ class ObjectCommand:
                   stdin=b"{name: other, recipients: [b@x.example], body: c}")
         self.assertEqual(self.show("notification", "other")["fields"]["body"], "c")
 
+    def test_an_entry_goes_out_and_comes_back(self):
+        self.add("stamp", "a", "text=two\nlines: 'x'", "position=top")
+        self.add("stamp", "b", "--setting", "7:2:1:x:0::")
+        self.json("object", "add", "stamp", b"\xff".decode(errors="surrogateescape"), "text=ä")
+        for number in ("1", "2", "3"):
+            before = self.show(number)
+            entry = self.kavi("object", "show", "--entry", number).stdout
+            self.json("object", "remove", number)
+            again = self.json("object", "add", "stamp", "--from", "-", stdin=entry)
+            after = self.show(str(again["id"]))
+            self.assertEqual((bytes_of(after, "name"), after["setting"]),
+                             (bytes_of(before, "name"), before["setting"]))
+
     def test_entries_that_are_none(self):
         deep = "[" * 10_000 + "]" * 10_000
         bomb = "a: &a [x, x]\n" + "".join(

@@ -69,17 +69,19 @@ class StoreTest(KaviTest):
         return self.kavi(*arguments, status=status, **options).stderr.decode()
 
 
+def on_files(*cases):
+    """Puts each class of tests into its module as NAMEOnSqlite."""
+    _define(cases, "OnSqlite", lambda test: f"sqlite:{test.folder}/store.sqlite")
+
+
 def on_every_store(*cases):
-    """Puts each class of tests into its module twice, as NAMEOnSqlite and NAMEOnPostgres."""
-    def on_sqlite(self):
-        return f"sqlite:{self.folder}/store.sqlite"
+    """The same, and as NAMEOnPostgres."""
+    on_files(*cases)
+    _define(cases, "OnPostgres", lambda _: PostgresServer.shared.ask("new"))
 
-    def on_postgres(_):
-        return PostgresServer.shared.ask("new")
 
+def _define(cases, suffix, location):
     for case in cases:
-        module = sys.modules[case.__module__]
-        for name, location in (("OnSqlite", on_sqlite), ("OnPostgres", on_postgres)):
-            kind = type(case.__name__ + name, (case, StoreTest), {"new_location": location})
-            kind.__module__ = case.__module__
-            setattr(module, kind.__name__, kind)
+        kind = type(case.__name__ + suffix, (case, StoreTest), {"new_location": location})
+        kind.__module__ = case.__module__
+        setattr(sys.modules[case.__module__], kind.__name__, kind)

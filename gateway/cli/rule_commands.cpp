@@ -1,0 +1,239 @@
+#include "gateway/cli/rule_commands.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <ctime>
+#include <nlohmann/json.hpp>
+
+#include "gateway/cli/bound_action.h"
+#include "gateway/cli/json_output.h"
+#include "gateway/cli/object_report.h"
+#include "gateway/cli/object_target.h"
+#include "gateway/cli/rule_report.h"
+#include "gateway/cli/startup.h"
+#include "gateway/cli/store_session.h"
+
+namespace gateway::cli {
+namespace {
+
+using host::store::ActionRecord;
+using host::store::ObjectRecord;
+using host::store::PolicyRecord;
+using host::store::RuleRecord;
+using host::store::StoreError;
+using host::store::StoreStatus;
+using nlohmann::ordered_json;
+
+/// A policy that others change all the time is not changed by us.
+constexpr int kMostAttempts = 20;
+
+/// A store with its policy as it stands now.
+struct PolicySession : StoreSession {
+  PolicyRecord policy;
+
+  int open(const StoreOptions& options) {
+    const int status = StoreSession::open(options);
+    return status == ExitDone ? read() : status;
+  }
+
+  int read() {
+    const StoreStatus status = store->readPolicy(policy);
+    if (!status.ok()) complain(status.text);
+    return status.ok() ? ExitDone : ExitFailed;
+  }
+
+  /// Null after a complaint.
+  RuleRecord* requireRule(std::uint32_t id) {
+    for (RuleRecord& rule : policy.rules) {
+      if (rule.id == id) return &rule;
+    }
+    complain("there is no rule " + std::to_string(id) + " (kavi rule list shows what is there)");
+    return nullptr;
+  }
+};
+
+/// The objects that the arguments mean for an action. \return the exit status, after a complaint
+int readObjects(const PolicyRecord& policy, const policy::ActionSpec& spec,
+                const std::vector<std::string>& words, std::vector<unsigned int>& ids) {
+  const std::string_view kind = policy::findObjectKind(spec.objectType)->word;
+  if (words.size() > 1 && !spec.takesSeveral) {
+    complain("action '" + std::string(spec.name) + "' uses one " + std::string(kind) +
+             ", not several");
+    return ExitUsage;
+  }
+  for (const std::string& word : words) {
+    if (const auto id = parseId(word)) {
+      ids.push_back(*id);
+      continue;
+    }
+    const auto object = std::find_if(
+        policy.objects.begin(), policy.objects.end(), [&](const ObjectRecord& candidate) {
+          return candidate.owner == policy::kPolicyOwner && candidate.type == spec.objectType &&
+                 candidate.name == word;
+        });
+    if (object == policy.objects.end()) {
+      complain("there is no " + std::string(kind) + " " + nameText(word) +
+               " (kavi object list shows what is there)");
+      return ExitFailed;
+    }
+    ids.push_back(object->id);
+  }
+  return ExitDone;
+}
+
+/// Why an action must not refer to \p ids: the operation itself does not look at new ones, and no
+/// gateway could use the policy any more. Empty when it may.
+std::string faultOf(const PolicyRecord& policy, const policy::ActionSpec& spec,
+                    const std::vector<unsigned int>& ids) {
+  const std::string kind(policy::findObjectKind(spec.objectType)->word);
+  for (const unsigned int id : ids) {
+    const ObjectRecord* object = objectOf(policy, id);
+    if (object == nullptr) return "there is no object " + std::to_string(id);
+    if (object->type != spec.objectType) return objectText(*object) + " is no " + kind;
+  }
+  return {};
+}
+
+/// What one attempt to bind has led to.
+struct Binding {
+  OperationResult result;
+  std::string fault;      ///< why it was not written all the same
+  bool again = false;     ///< somebody else changed the policy meanwhile
+  std::string described;  ///< "rule 15 'x': action 2, stamp"
+  std::int64_t revision = 0;
+  std::vector<unsigned int> ids;
+};
+
+/// Binds and writes once. \return the exit status when there was nothing to try, after a complaint
+int tryBinding(PolicySession& session, const RuleOptions& options,
+               const std::vector<std::string>& words, Binding& binding) {
+  RuleRecord* rule = session.requireRule(options.rule);
+  if (rule == nullptr) return ExitFailed;
+  const std::size_t place = findAction(*rule, options.action);
+  BoundAction bound;
+  if (place == rule->actions.size() || !bound.build(*rule, place)) return ExitUsage;
+  binding = {};
+  const int read = readObjects(session.policy, bound.spec(), words, binding.ids);
+  if (read != ExitDone) return read;
+  ActionRecord& action = rule->actions[place];
+  binding.described =
+      ruleText(*rule) + ": action " + std::to_string(place + 1) + ", " + actionWord(action);
+  binding.result = bound.bind(binding.ids);
+  if (!binding.result.ok()) return ExitDone;
+  binding.fault = faultOf(session.policy, bound.spec(), binding.ids);
+  if (!binding.fault.empty()) return ExitDone;
+  action.setting = bound.setting();
+  action.objects = binding.ids;
+  const StoreStatus status = session.store->replacePolicy(
+      session.policy, {actorName(), std::time(nullptr)}, binding.revision);
+  binding.again = status.error == StoreError::Conflict;
+  if (!status.ok()) binding.fault = status.text;
+  return ExitDone;
+}
+
+int report(const PolicySession& session, const RuleOptions& options, const Binding& binding) {
+  const bool written = binding.result.ok() && binding.fault.empty();
+  if (options.json) {
+    ordered_json json = toJson(binding.result);
+    json["written"] = written;
+    if (!binding.fault.empty()) json["error"] = binding.fault;
+    if (written) json["revision"] = binding.revision;
+    json["objects"] = objectsJson(session.policy, binding.ids);
+    printJson(json);
+  } else if (written) {
+    printLine(resultText(binding.result) + ": " + binding.described + ", uses " +
+              objectsText(session.policy, binding.ids) + ", revision " +
+              std::to_string(binding.revision));
+  }
+  if (!binding.result.ok()) complain(resultText(binding.result));
+  if (!binding.fault.empty()) {
+    complain(resultText(binding.result) + ", but not written: " + binding.fault);
+  }
+  return written ? ExitDone : ExitFailed;
+}
+
+}  // namespace
+
+int ruleListCommand(const RuleOptions& options, const RulePage& page) {
+  PolicySession session;
+  if (const int status = session.open(options.store); status != ExitDone) return status;
+  std::vector<RuleRecord>& rules = session.policy.rules;
+  if (page.after) {
+    const RuleRecord* before = session.requireRule(*page.after);
+    if (before == nullptr) return ExitFailed;
+    rules.erase(rules.begin(), rules.begin() + (before - rules.data()) + 1);
+  }
+  const std::size_t count = std::min(page.limit.value_or(rules.size()), rules.size());
+  const bool isCut = count < rules.size();
+  rules.resize(count);
+  if (options.json) {
+    printJson(ruleListJson(session.policy));
+    return ExitDone;
+  }
+  const std::string text = ruleListText(rules);
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  if (isCut && count != 0) printLine("there are more: --after " + std::to_string(rules.back().id));
+  return ExitDone;
+}
+
+int ruleShowCommand(const RuleOptions& options) {
+  PolicySession session;
+  if (const int status = session.open(options.store); status != ExitDone) return status;
+  const RuleRecord* rule = session.requireRule(options.rule);
+  if (rule == nullptr) return ExitFailed;
+  if (options.json) {
+    printJson(ruleJson(session.policy, *rule));
+  } else {
+    const std::string text = ruleShowText(session.policy, *rule);
+    std::fwrite(text.data(), 1, text.size(), stdout);
+  }
+  return ExitDone;
+}
+
+int ruleBindingsCommand(const RuleOptions& options) {
+  PolicySession session;
+  if (const int status = session.open(options.store); status != ExitDone) return status;
+  const RuleRecord* rule = session.requireRule(options.rule);
+  if (rule == nullptr) return ExitFailed;
+  std::vector<std::size_t> places;
+  if (options.action.empty()) {
+    for (std::size_t i = 0; i < rule->actions.size(); ++i) {
+      if (usesObjects(rule->actions[i])) places.push_back(i);
+    }
+  } else if (const std::size_t place = findAction(*rule, options.action);
+             place != rule->actions.size()) {
+    places.push_back(place);
+  } else {
+    return ExitUsage;
+  }
+  BindingsReport found;
+  int status = ExitDone;
+  for (const std::size_t place : places) {
+    BoundAction bound;
+    std::vector<unsigned int> ids;
+    if (!bound.build(*rule, place)) return ExitUsage;
+    const OperationResult result = bound.bindings(ids);
+    if (!result.ok()) status = ExitFailed;
+    found.add(session.policy, place, rule->actions[place], result, ids);
+  }
+  found.print(*rule, options.json);
+  return status;
+}
+
+int ruleBindCommand(const RuleOptions& options, const std::vector<std::string>& objects) {
+  PolicySession session;
+  if (const int status = session.open(options.store); status != ExitDone) return status;
+  Binding binding;
+  for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
+    if (attempt != 0) {
+      if (const int status = session.read(); status != ExitDone) return status;
+    }
+    if (const int status = tryBinding(session, options, objects, binding); status != ExitDone) {
+      return status;
+    }
+    if (!binding.again) break;
+  }
+  return report(session, options, binding);
+}
+
+}  // namespace gateway::cli
