@@ -39,11 +39,12 @@ constexpr ErrorClass kErrorClasses[] = {
     {"40001", StoreError::Busy},         {"40P01", StoreError::Busy},
     {"42501", StoreError::Permission},   {"25006", StoreError::ReadOnly},
     {"58030", StoreError::InputOutput},  {"XX001", StoreError::Damaged},
-    {"XX002", StoreError::Damaged},      {"08", StoreError::Unavailable},
-    {"3D", StoreError::Unavailable},     {"57", StoreError::Unavailable},
-    {"53", StoreError::Unavailable},     {"28", StoreError::Permission},
-    {"23", StoreError::Conflict},        {"22", StoreError::InvalidArgument},
-    {"54", StoreError::InvalidArgument}, {"42", StoreError::Damaged},
+    {"XX002", StoreError::Damaged},      {"23502", StoreError::Damaged},
+    {"08", StoreError::Unavailable},     {"3D", StoreError::Unavailable},
+    {"57", StoreError::Unavailable},     {"53", StoreError::Unavailable},
+    {"28", StoreError::Permission},      {"23", StoreError::Conflict},
+    {"22", StoreError::InvalidArgument}, {"54", StoreError::InvalidArgument},
+    {"42", StoreError::Damaged},
 };
 
 // The first line says what happened; what follows points into the statement.

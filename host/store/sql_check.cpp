@@ -79,6 +79,7 @@ StoreStatus SqlStore::check(std::vector<std::string>& faults) {
     connection.findDamage(found);
     try {
       findContradictions(connection, found);
+      if (found.empty()) requireReadable(connection);
     } catch (const StoreFailure& failure) {
       // Damage below the tables ends the reading of them, too.
       if (found.empty() || failure.error() != StoreError::Damaged) throw;

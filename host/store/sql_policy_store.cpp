@@ -94,7 +94,7 @@ PolicyRecord readWhole(Connection& connection) {
 }
 
 // The order matters: a rule goes before what it refers to, and comes after it.
-void apply(const PolicyDifference& difference, PolicyChange& change) {
+void applyInOrder(const PolicyDifference& difference, PolicyChange& change) {
   for (const RuleRecord* rule : difference.removedRules) change.removeRule(*rule);
   for (const RuleRecord* rule : difference.replacedRules) change.replaceRule(*rule);
   for (const ObjectRecord* object : difference.removedObjects) change.removeObject(*object);
@@ -104,7 +104,22 @@ void apply(const PolicyDifference& difference, PolicyChange& change) {
   for (const RuleRecord* rule : difference.writtenRules) change.addRule(*rule);
 }
 
+// The difference was taken from the store as it stands, so that every step of it can be done.
+void apply(const PolicyDifference& difference, PolicyChange& change) {
+  try {
+    applyInOrder(difference, change);
+  } catch (const StoreFailure& failure) {
+    const bool contradicts = failure.error() == StoreError::NotFound ||
+                             failure.error() == StoreError::InUse ||
+                             failure.error() == StoreError::Conflict;
+    if (!contradicts) throw;
+    damaged("what was read is not what can be changed");
+  }
+}
+
 }  // namespace
+
+void requireReadable(Connection& connection) { readWhole(connection); }
 
 StoreStatus SqlStore::readPolicy(PolicyRecord& policy) {
   PolicyRecord found;

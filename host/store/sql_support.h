@@ -25,6 +25,9 @@ inline void requireChange(int rows) {
   if (rows == 0) throw StoreFailure(StoreError::NotFound, {});
 }
 
+/// Reads all rules and objects. \throw StoreFailure Damaged when they cannot be read
+void requireReadable(Connection& connection);
+
 /// Marks an effect as done. \throw StoreFailure Conflict when \p owner no longer holds it
 void finishHeld(Connection& connection, const EffectKey& key, const std::string& owner,
                 const std::string& result);

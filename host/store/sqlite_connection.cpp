@@ -132,7 +132,9 @@ StoreError sqliteErrorOf(const SQLite::Exception& fault) {
     case SQLITE_NOMEM:
       return StoreError::OutOfMemory;
     case SQLITE_CONSTRAINT:
-      return StoreError::Conflict;
+      // No statement of ours writes a NULL where none may stand.
+      return fault.getExtendedErrorCode() == SQLITE_CONSTRAINT_NOTNULL ? StoreError::Damaged
+                                                                       : StoreError::Conflict;
     case SQLITE_TOOBIG:
     case SQLITE_MISMATCH:
       return StoreError::InvalidArgument;
