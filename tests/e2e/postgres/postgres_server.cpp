@@ -6,7 +6,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <csignal>
 #include <stdexcept>
+#include <thread>
 
 namespace testing_host {
 
@@ -90,6 +93,22 @@ void PostgresServer::stopAtOnce() {
   running_ = false;
   run({std::string(kPrograms) + "pg_ctl", "-D", data_, "-w", "-t", "60", "-m", "immediate",
        "stop"});
+}
+
+void PostgresServer::killAndStart() {
+  running_ = false;
+  const pid_t server = std::stoi(contentOf(data_ + "/postmaster.pid"));
+  if (::kill(server, SIGKILL) != 0) throw std::runtime_error("the server cannot be killed");
+  // Its children notice; while one of them is left, no other server comes up.
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  while (!running_) {
+    try {
+      start();
+    } catch (const std::runtime_error&) {
+      if (std::chrono::steady_clock::now() > end) throw;
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+  }
 }
 
 std::string PostgresServer::locationOf(const std::string& database) const {

@@ -29,6 +29,8 @@ class PostgresServer {
   void start();
   /// Ends every connection, as a power cut of the server does.
   void stopAtOnce();
+  /// The same without a word to the server, whose first process is killed; then it comes back.
+  void killAndStart();
 
  private:
   void run(const std::vector<std::string>& command) const;

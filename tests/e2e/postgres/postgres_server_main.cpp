@@ -1,6 +1,6 @@
 // A PostgreSQL server for tests that are no C++: each line "new" on standard input makes an empty
 // database, whose location goes to standard output; "stop" and "start" end the server at once and
-// bring it back. It ends with its input.
+// bring it back; "kill" kills it and brings it back. It ends with its input.
 #include <cstdio>
 #include <exception>
 #include <iostream>
@@ -17,6 +17,8 @@ int main() {
         answer = server.makeDatabase();
       } else if (line == "stop") {
         server.stopAtOnce();
+      } else if (line == "kill") {
+        server.killAndStart();
       } else if (line == "start") {
         server.start();
       } else {
