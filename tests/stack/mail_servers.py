@@ -150,7 +150,11 @@ class Milter:
                 raise AssertionError("kavi-milter does not start: " + self.log())
 
     def stop(self):
-        return end_process(self.process)
+        status = end_process(self.process)
+        whole = self.log_path.read_text(encoding="utf-8", errors="replace")
+        if "Sanitizer: " in whole:
+            raise AssertionError(whole[whole.index("Sanitizer: ") - 200:][:8000])
+        return status
 
     def kill(self):
         self.process.kill()

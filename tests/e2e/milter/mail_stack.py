@@ -65,6 +65,28 @@ class SmtpClient:
         return self.reply()
 
 
+class MilterTest(unittest.TestCase):
+    """A milter with the class's policy and no mail system."""
+
+    policy = "rules: []\n"
+
+    @classmethod
+    def setUpClass(cls):
+        cls.base = pathlib.Path(tempfile.mkdtemp(prefix="kavi-milter-"))
+        cls.addClassCleanup(shutil.rmtree, cls.base, ignore_errors=True)
+        cls.milter = Milter(cls.base, cls.policy, settings="max_message_mb = 1")
+        cls.addClassCleanup(cls.milter.stop)
+
+    def setUp(self):
+        self.milter.forget_log()
+
+    def connect(self):
+        connection = socket.socket(socket.AF_UNIX)
+        connection.settimeout(PATIENCE)
+        connection.connect(str(self.milter.socket))
+        return connection
+
+
 class MailTest(unittest.TestCase):
     """Postfix and the sink once for a class; each test says which milter it needs."""
 
