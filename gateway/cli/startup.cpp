@@ -3,7 +3,9 @@
 #include <cstddef>
 #include <cstdio>
 #include <utility>
+#include <vector>
 
+#include "gateway/engine/known_settings.h"
 #include "gateway/engine/library_start.h"
 #include "gateway/engine/settings_check.h"
 #include "host/core/text_escape.h"
@@ -24,6 +26,9 @@ bool loadSettings(const std::string& path, host::core::IniSettings& settings) {
   std::string error;
   if (path.empty()) return true;
   if (settings.loadFile(path, error)) {
+    for (const std::string& unknown : engine::unknownSettings(settings)) {
+      complain("warning: " + host::core::printable(path) + ": " + unknown);
+    }
     const std::string faults = engine::settingsFaults(settings);
     for (std::size_t at = 0; at < faults.size(); at = faults.find('\n', at) + 1) {
       complain("settings: " + host::core::printable(faults.substr(at, faults.find('\n', at) - at)));

@@ -29,7 +29,7 @@ class Startup {
   std::unique_ptr<host::core::ProcessLog> log_;
 };
 
-/// Reads the settings file \p path (empty for none).
+/// Reads the settings file \p path (empty for none). What nobody reads in it is warned of.
 /// \return false after writing every fault to standard error.
 bool loadSettings(const std::string& path, host::core::IniSettings& settings);
 

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "gateway/engine/filing_folders.h"
+#include "gateway/engine/known_settings.h"
 #include "gateway/engine/library_start.h"
 #include "gateway/engine/settings_check.h"
 #include "gateway/milter/file_policy.h"
@@ -59,18 +60,22 @@ std::string hostName() {
 /// Everything that lives as long as the process.
 class Daemon {
  public:
+  /// \param strict  what nobody reads in the settings is a fault, too, not only warned of
   /// \return false after saying why.
-  bool configure(const std::string& config) {
+  bool configure(const std::string& config, bool strict) {
     std::string faults;
+    std::vector<std::string> unknown;
     if (settings_.loadFile(config, faults)) {
+      unknown = engine::unknownSettings(settings_);
       faults = engine::settingsFaults(settings_);
       std::string further;
       if (!milter_.read(settings_, further)) faults += further;
       if (!delivery_.read(settings_, further)) faults += further;
     }
+    for (const std::string& line : unknown) complain("warning: " + config + ": " + line);
     complainOfLines(faults);
     engine::setDefaults(settings_);
-    return faults.empty();
+    return faults.empty() && !(strict && !unknown.empty());
   }
 
   /// \return false after saying why.
@@ -89,6 +94,7 @@ class Daemon {
       complain(status.text);
       return false;
     }
+    policyStore_ = store.get();
     policy_ = std::make_unique<StorePolicy>(std::move(store));
     return true;
   }
@@ -110,6 +116,7 @@ class Daemon {
     if (const std::string fault = beginMetrics(); !fault.empty()) return refuse(fault);
     host::delivery::SubmissionWorker sender(state_.spool(), delivery_, keys, log_.get(),
                                             state_.spoolIndex());
+    sender.observe(metrics_.get());
     const Gateway gateway{milter_,
                           *policy_,
                           *log_,
@@ -166,6 +173,8 @@ class Daemon {
     if (milter_.metricsPort == 0) return {};
     try {
       metrics_ = std::make_unique<Metrics>(milter_.metricsPort, state_.spool());
+      state_.observe(metrics_.get(), metrics_.get());
+      if (policyStore_ != nullptr) policyStore_->observe(metrics_.get());
       return {};
     } catch (const std::exception& fault) {
       return "port " + std::to_string(milter_.metricsPort) + ": " + fault.what() +
@@ -235,7 +244,8 @@ class Daemon {
   std::unique_ptr<Metrics> metrics_;
   AnswerMarks answers_;
   std::unique_ptr<PolicySource> policy_;
-  PolicyReading first_;  ///< until it is in force
+  host::store::Database* policyStore_ = nullptr;  ///< that of policy_; null when that is a file
+  PolicyReading first_;                           ///< until it is in force
 };
 
 }  // namespace
@@ -243,7 +253,7 @@ class Daemon {
 ExitStatus runDaemon(const std::string& config, bool checkOnly) {
   blockSignals();
   Daemon daemon;
-  if (!daemon.configure(config) || !daemon.begin()) return ExitUsage;
+  if (!daemon.configure(config, checkOnly) || !daemon.begin()) return ExitUsage;
   return checkOnly ? daemon.check() : daemon.serve();
 }
 

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/core/guard.h"
 #include "host/delivery/spool_control.h"
 
 namespace gateway::milter {
@@ -52,6 +53,44 @@ Family<Counter>& counters(prometheus::Registry& registry, const char* name, cons
   return prometheus::BuildCounter().Name(name).Help(help).Register(registry);
 }
 
+const char* nameOf(host::store::StoreError error) {
+  using host::store::StoreError;
+  switch (error) {
+    case StoreError::Unavailable:
+      return "unavailable";
+    case StoreError::Busy:
+      return "busy";
+    case StoreError::Full:
+      return "full";
+    case StoreError::ReadOnly:
+      return "read_only";
+    case StoreError::Permission:
+      return "permission";
+    case StoreError::Damaged:
+      return "damaged";
+    case StoreError::TooNew:
+      return "too_new";
+    case StoreError::InputOutput:
+      return "input_output";
+    case StoreError::OutOfMemory:
+      return "out_of_memory";
+    default:
+      return "internal";
+  }
+}
+
+const char* nameOf(host::delivery::SmtpRoute route) {
+  using host::delivery::SmtpRoute;
+  if (route == SmtpRoute::HandOff) return "handoff";
+  return route == SmtpRoute::Scan ? "scan" : "plain";
+}
+
+const char* nameOf(host::delivery::SmtpResult result) {
+  using host::delivery::SmtpResult;
+  if (result == SmtpResult::Sent) return "sent";
+  return result == SmtpResult::Deferred ? "deferred" : "refused";
+}
+
 }  // namespace
 
 struct Metrics::Impl {
@@ -64,6 +103,10 @@ struct Metrics::Impl {
         accepted(counters(*registry, "kavi_rule_failures_accepted_total",
                           "Failures of rules that let the message go on")),
         policies(counters(*registry, "kavi_policy_loads_total", "Policies read while serving")),
+        storeErrors(
+            counters(*registry, "kavi_store_errors_total", "Failures of the store by kind")),
+        submissions(counters(*registry, "kavi_smtp_submissions_total",
+                             "Attempts to send a message by route and result")),
         durations(prometheus::BuildHistogram()
                       .Name("kavi_message_duration_seconds")
                       .Help("From the last byte of a message to its answer")
@@ -81,6 +124,8 @@ struct Metrics::Impl {
   Family<Counter>& verdicts;
   Family<Counter>& accepted;
   Family<Counter>& policies;
+  Family<Counter>& storeErrors;
+  Family<Counter>& submissions;
   Histogram& durations;
   prometheus::Exposer exposer;
 };
@@ -109,6 +154,17 @@ void Metrics::count(const Answer& answer, const engine::Outcome& outcome,
           .Increment();
     }
   }
+}
+
+void Metrics::storeFailed(host::store::StoreError error) noexcept {
+  host::core::guardedVoid([&] { impl_->storeErrors.Add({{"kind", nameOf(error)}}).Increment(); });
+}
+
+void Metrics::submitted(host::delivery::SmtpRoute route,
+                        host::delivery::SmtpResult result) noexcept {
+  host::core::guardedVoid([&] {
+    impl_->submissions.Add({{"route", nameOf(route)}, {"result", nameOf(result)}}).Increment();
+  });
 }
 
 void Metrics::countPolicy(bool used) {

@@ -159,6 +159,13 @@ const std::string* IniDocument::find(std::string_view section, std::string_view 
   return entry == values_.end() ? nullptr : &entry->second.text;
 }
 
+std::vector<IniName> IniDocument::names() const {
+  std::vector<IniName> names;
+  names.reserve(values_.size());
+  for (const auto& [name, value] : values_) names.push_back({name.first, name.second, value.line});
+  return names;
+}
+
 void IniDocument::set(std::string_view section, std::string_view key, std::string value) {
   Value& entry = values_[{lowered(section), lowered(key)}];
   entry.text.swap(value);

@@ -6,10 +6,18 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "library/platform/api.h"
 
 namespace host::core {
+
+/// Where a value stands in an INI text.
+struct IniName {
+  std::string section;   ///< lower-cased
+  std::string key;       ///< likewise
+  std::size_t line = 0;  ///< counted from 1; 0 for one that `set` gave
+};
 
 /// The values of an INI text. Names of sections and keys are compared without regard to ASCII
 /// case; keys before the first section belong to the section "". Comments are lines that begin
@@ -32,6 +40,9 @@ class KAVI_API IniDocument {
 
   /// The value of \p key in \p section; null when there is none.
   const std::string* find(std::string_view section, std::string_view key) const;
+
+  /// Every value's name, by section and key.
+  std::vector<IniName> names() const;
 
   /// Sets a value, replacing an earlier one.
   void set(std::string_view section, std::string_view key, std::string value);

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "host/core/ini_document.h"
 #include "library/platform/global_setting.h"
@@ -20,6 +21,9 @@ class KAVI_API IniSettings final : public Kavi::GlobalSetting {
 
   /// The same from a text. \param origin  what to call it in errors.
   bool loadText(std::string_view text, const std::string& origin, std::string& error);
+
+  /// The name of every value of the file.
+  std::vector<IniName> names() const { return loaded_.names(); }
 
   /// Sets a value that goes before what any file says.
   void override(std::string_view section, std::string_view key, std::string value);

@@ -4,10 +4,11 @@
 
 #include <array>
 #include <climits>
+#include <cstdint>
 #include <fstream>
 #include <utility>
 
-#include "host/core/ini_settings.h"
+#include "host/core/section_reader.h"
 #include "host/delivery/smtp_address.h"
 
 namespace host::delivery {
@@ -25,43 +26,21 @@ std::string hostName() {
   return name.data();
 }
 
-// Takes values out of one section, remembering what is wrong with them.
-class SectionReader {
+// What only the settings of delivery hold.
+class DeliverySection : public core::SectionReader {
  public:
-  SectionReader(Kavi::GlobalSetting& settings, std::string section, std::string& faults)
-      : settings_(settings), section_(std::move(section)), faults_(faults) {}
+  using SectionReader::SectionReader;
 
-  bool text(const std::string& key, std::string& value) {
-    return settings_.getString(key.c_str(), value, section_.c_str(), 0) == 0;
-  }
-
-  template <class Number>
-  void number(const std::string& key, int least, int most, Number& value) {
-    std::string text;
-    if (!this->text(key, text)) return;
-    int number = 0;
-    if (!core::parseInt(text, number) || number < least || number > most) {
-      fault(key, "'" + text + "' is not a number from " + std::to_string(least) + " to " +
-                     std::to_string(most));
-      return;
-    }
-    value = number;
+  void pause(const std::string& key, std::int64_t& value) {
+    int given = static_cast<int>(value);
+    number(key, 1, INT_MAX, given);
+    value = given;
   }
 
   void milliseconds(const std::string& key, int& value) {
     int seconds = value / kMsPerSecond;
     number(key, 1, kMaxSeconds, seconds);
     value = seconds * kMsPerSecond;
-  }
-
-  void folder(const std::string& key, std::string& value) {
-    std::string text;
-    if (!this->text(key, text) || text.empty()) return;
-    if (text.front() == '/') {
-      value = text;
-    } else {
-      fault(key, "'" + text + "' is no absolute path");
-    }
   }
 
   void host(const std::string& key, std::string& value) {
@@ -114,14 +93,6 @@ class SectionReader {
     std::ifstream file(path);
     if (!std::getline(file, to.password)) fault(key, "cannot read '" + path + "'");
   }
-
-  void fault(const std::string& key, const std::string& what) {
-    faults_ += "[" + section_ + "] " + key + ": " + what + "\n";
-  }
-
-  Kavi::GlobalSetting& settings_;
-  std::string section_;
-  std::string& faults_;
 };
 
 }  // namespace
@@ -129,8 +100,8 @@ class SectionReader {
 bool DeliverySettings::read(Kavi::GlobalSetting& settings, std::string& error) {
   DeliverySettings found;
   std::string faults;
-  SectionReader section(settings, kSection, faults);
-  section.folder("state_folder", found.stateFolder);
+  DeliverySection section(settings, kSection, faults);
+  section.path("state_folder", found.stateFolder);
   found.helloName = hostName();
   section.host("hello_name", found.helloName);
   for (auto& [name, to] :
@@ -145,9 +116,9 @@ bool DeliverySettings::read(Kavi::GlobalSetting& settings, std::string& error) {
   section.milliseconds("command_timeout_seconds", found.timeouts.commandMs);
   section.milliseconds("total_timeout_seconds", found.timeouts.totalMs);
   section.milliseconds("handoff_deadline_seconds", found.handoffDeadlineMs);
-  section.number("retry_first_seconds", 1, INT_MAX, found.retry.firstPause);
-  section.number("retry_longest_seconds", 1, INT_MAX, found.retry.longestPause);
-  section.number("give_up_seconds", 1, INT_MAX, found.retry.giveUpAfter);
+  section.pause("retry_first_seconds", found.retry.firstPause);
+  section.pause("retry_longest_seconds", found.retry.longestPause);
+  section.pause("give_up_seconds", found.retry.giveUpAfter);
   section.text("seal_key_file", found.sealKeyFile);
   if (!faults.empty()) {
     error = faults;
@@ -165,9 +136,9 @@ bool DeliverySettings::handoffTo(const std::string& host, int port, SmtpDestinat
   found.port = port;
   std::string faults;
   if (settings_ != nullptr) {
-    SectionReader common(*settings_, kSection, faults);
+    DeliverySection common(*settings_, kSection, faults);
     common.security("handoff_", found);
-    SectionReader own(*settings_, std::string(kSection) + " " + found.text(), faults);
+    DeliverySection own(*settings_, std::string(kSection) + " " + found.text(), faults);
     own.security("", found);
   }
   if (!faults.empty()) {

@@ -41,6 +41,11 @@ AdapterError DeliveryState::prepareFiling(store::MessageKind kind, const std::st
   return FilingSweep(*store_, ops_).run(kind, directory, report, fault);
 }
 
+void DeliveryState::observe(store::StoreObserver* store, SmtpObserver* smtp) {
+  if (store_ != nullptr) store_->observe(store);
+  smtpObserver_ = smtp;
+}
+
 AdapterError DeliveryState::prepareSpool(SpoolSweepReport& report, std::string& fault) {
   if (spoolIndex_ == nullptr) return AdapterError::MissingFolder;
   return SpoolSweep(spool_, *spoolIndex_).run(report, fault);

@@ -10,6 +10,7 @@
 #include "host/delivery/adapter_error.h"
 #include "host/delivery/filing.h"
 #include "host/delivery/filing_sweep.h"
+#include "host/delivery/smtp_observer.h"
 #include "host/delivery/spool.h"
 #include "host/delivery/spool_index.h"
 #include "host/delivery/spool_sweep.h"
@@ -61,6 +62,11 @@ class KAVI_API DeliveryState {
   SpoolIndex* spoolIndex() { return spoolIndex_.get(); }
   /// The store; null before `open`, unless one was given.
   store::Store* store() { return store_.get(); }
+  /// Has observers hear of the store's failures and of what is handed off, from now on. Behind
+  /// `open`, before other threads use the state, which they must outlive. Null for none.
+  void observe(store::StoreObserver* store, SmtpObserver* smtp);
+  SmtpObserver* smtpObserver() const { return smtpObserver_; }
+
   /// What files messages; null before `open`.
   Filing* filing() { return filing_.get(); }
 
@@ -71,6 +77,7 @@ class KAVI_API DeliveryState {
   std::shared_ptr<store::Store> store_;
   std::unique_ptr<Filing> filing_;
   std::unique_ptr<SpoolIndex> spoolIndex_;
+  SmtpObserver* smtpObserver_ = nullptr;
 };
 
 }  // namespace host::delivery

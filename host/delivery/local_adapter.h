@@ -26,7 +26,9 @@ class KAVI_API LocalAdapter final : public OvIsAdapter, public MessageRun {
   /// \param log       receives what servers answered, at level 1; may be null
   explicit LocalAdapter(DeliveryState& state, const DeliverySettings* settings = nullptr,
                         Kavi::LogMsg* log = nullptr)
-      : state_(state), effects_(state.store()), outbox_(state.spool(), settings, log) {}
+      : state_(state),
+        effects_(state.store()),
+        outbox_(state.spool(), settings, log, state.smtpObserver()) {}
 
   void setPasses(unsigned int passes) override { passes_ = passes; }
   AdapterError beginMessage(const OvMsgMailMessage& msg, std::string_view received,

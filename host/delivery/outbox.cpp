@@ -43,6 +43,11 @@ bool hasReprocessing(const OvMsgMailMessage& msg) {
          root->header(kReprocessSeal) != nullptr;
 }
 
+SmtpResult resultOf(const SmtpOutcome& outcome) {
+  if (outcome.isSent()) return SmtpResult::Sent;
+  return outcome.isFinal() ? SmtpResult::Refused : SmtpResult::Deferred;
+}
+
 }  // namespace
 
 std::int64_t Outbox::handOffLeaseSeconds() const {
@@ -106,6 +111,7 @@ AdapterError Outbox::handOff(const OvMsgMailMessage& msg, std::string host, int 
   SmtpOutcome outcome;
   if (settings_->handoffTo(host, port, to, fault)) {
     outcome = send(msg, to);
+    if (observer_ != nullptr) observer_->submitted(SmtpRoute::HandOff, resultOf(outcome));
   } else {
     outcome.error = AdapterError::InvalidArgument;
     outcome.reply = core::printable(fault);

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "host/delivery/delivery_settings.h"
+#include "host/delivery/smtp_observer.h"
 #include "host/delivery/smtp_outcome.h"
 #include "host/delivery/spool.h"
 #include "library/platform/api.h"
@@ -26,8 +27,10 @@ class KAVI_API Outbox {
   /// \param settings  null: postponed messages are filed unchecked, and everything else answers
   ///   NotAvailable
   /// \param log       may be null
-  Outbox(Spool& spool, const DeliverySettings* settings, Kavi::LogMsg* log)
-      : spool_(spool), settings_(settings), log_(log) {}
+  /// \param observer  hears of what is handed off; may be null
+  Outbox(Spool& spool, const DeliverySettings* settings, Kavi::LogMsg* log,
+         SmtpObserver* observer = nullptr)
+      : spool_(spool), settings_(settings), log_(log), observer_(observer) {}
 
   /// Files \p msg in the spool under the id of \p slot. What could never be sent (an address that
   /// SMTP cannot carry, no recipients, no server to send to) is refused here, while somebody can
@@ -56,6 +59,7 @@ class KAVI_API Outbox {
   Spool& spool_;
   const DeliverySettings* settings_;
   Kavi::LogMsg* log_;
+  SmtpObserver* observer_;
 };
 
 }  // namespace host::delivery

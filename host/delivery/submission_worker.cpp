@@ -158,6 +158,12 @@ class SubmissionWorker::Run {
     return settle(entry, to, outcome);
   }
 
+  void tell(const Entry& entry, SmtpResult result) const {
+    if (worker_.observer_ == nullptr) return;
+    const bool scans = entry.head.isForScanning();
+    worker_.observer_->submitted(scans ? SmtpRoute::Scan : SmtpRoute::Plain, result);
+  }
+
   AdapterError settle(Entry& entry, const SmtpDestination& to, const SmtpOutcome& outcome) {
     if (outcome.isSent()) return finish(entry, outcome);
     if (outcome.isFinal()) return fail(entry, outcome);
@@ -174,6 +180,7 @@ class SubmissionWorker::Run {
 
   AdapterError finish(const Entry& entry, const SmtpOutcome& outcome) {
     ++counts_.sent;
+    tell(entry, SmtpResult::Sent);
     log(kDetail, "Message %s sent: %s.", entry.id.c_str(), outcome.reply.c_str());
     const AdapterError removed = remove(entry);
     if (removed == AdapterError::None) return removed;
@@ -204,6 +211,7 @@ class SubmissionWorker::Run {
                      outcome.isUncertain()};
     event.due = event.at + worker_.settings_.retry.pauseAfter(entry.state.recentAttempts + 1);
     ++counts_.deferred;
+    tell(entry, SmtpResult::Deferred);
     noteDue(event.due);
     log(kNotices, "Message %s waits %lld seconds for the next attempt: %s.", entry.id.c_str(),
         static_cast<long long>(event.due - event.at), event.text.c_str());
@@ -215,6 +223,7 @@ class SubmissionWorker::Run {
                      outcome.text(),           0,     outcome.isUncertain()};
     if (!why.empty()) event.text = std::string(adapterErrorText(event.code)) + "; last: " + why;
     ++counts_.failed;
+    tell(entry, SmtpResult::Refused);
     log(kFailures, "Message %s stays in the spool as failed, for %s: %s.", entry.id.c_str(),
         recipientsText(entry.head.envelope).c_str(), event.text.c_str());
     return record(entry, event);

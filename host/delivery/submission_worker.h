@@ -13,6 +13,7 @@
 #include "host/delivery/delivery_settings.h"
 #include "host/delivery/seal_keys.h"
 #include "host/delivery/smtp_client.h"
+#include "host/delivery/smtp_observer.h"
 #include "host/delivery/spool.h"
 #include "host/delivery/spool_index.h"
 #include "host/delivery/spool_state.h"
@@ -52,6 +53,9 @@ class KAVI_API SubmissionWorker {
   SubmissionWorker(Spool& spool, const DeliverySettings& settings, const SealKeys& keys,
                    Kavi::LogMsg* log, SpoolIndex* index = nullptr);
 
+  /// Has \p observer, which must outlive the worker, hear of every attempt. Before it runs.
+  void observe(SmtpObserver* observer) { observer_ = observer; }
+
   /// Tries every entry that is due, once, the oldest first. \param now  seconds since 1970
   /// \param stop  ends the run between two messages
   SubmissionCounts runOnce(std::int64_t now, const std::stop_token& stop = {});
@@ -72,6 +76,7 @@ class KAVI_API SubmissionWorker {
   const SealKeys& keys_;
   Kavi::LogMsg* log_;
   SpoolIndex* index_;
+  SmtpObserver* observer_ = nullptr;
   std::mutex mutex_;
   std::condition_variable_any changed_;
   bool awake_ = false;

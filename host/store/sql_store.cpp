@@ -87,7 +87,22 @@ StoreStatus SqlStore::run(const char* doing, Access access, const Work& work) {
   } catch (...) {
     status.error = StoreError::Internal;
   }
+  tell(status.error);
   return status;
+}
+
+void SqlStore::tell(StoreError error) const {
+  switch (error) {
+    case StoreError::None:
+    case StoreError::InvalidArgument:
+    case StoreError::NotFound:
+    case StoreError::Conflict:
+    case StoreError::InUse:
+    case StoreError::NameTaken:
+      return;
+    default:
+      if (observer_ != nullptr) observer_->storeFailed(error);
+  }
 }
 
 StoreStatus SqlStore::prepare() {

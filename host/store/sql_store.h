@@ -23,6 +23,7 @@ class KAVI_API SqlStore : public Database {
   ~SqlStore() override;
 
   StoreStatus prepare() override;
+  void observe(StoreObserver* observer) override { observer_ = observer; }
   StoreStatus readForm(StoreForm& form) override;
   const std::string& location() const override;
 
@@ -80,7 +81,10 @@ class KAVI_API SqlStore : public Database {
   void runOn(Connection& connection, Access access, const Work& work);
   void writeInTurn(Connection& connection, const Work& work);
 
+  void tell(StoreError error) const;
+
   std::unique_ptr<ConnectionPool> pool_;
+  StoreObserver* observer_ = nullptr;
   std::mutex writing_;                       ///< where the database takes one writer at a time
   std::atomic<unsigned int> lockedOut_ = 0;  ///< writers whose patience another program outlasted
 };

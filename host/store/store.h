@@ -8,6 +8,7 @@
 #include "host/store/effect_ledger.h"
 #include "host/store/message_index.h"
 #include "host/store/policy_store.h"
+#include "host/store/store_observer.h"
 #include "host/store/store_status.h"
 #include "library/platform/api.h"
 
@@ -20,6 +21,10 @@ class KAVI_API Store : public MessageIndex, public EffectLedger {
   /// Makes the store when it is missing, brings it to this version's form when it is older, and
   /// says whether it can be used.
   virtual StoreStatus prepare() = 0;
+
+  /// Has \p observer hear of failures from now on; null ends that. Before other threads use the
+  /// store. It must outlive the store. Stores without a database may tell nothing.
+  virtual void observe(StoreObserver* /*observer*/) {}
 };
 
 /// Which form the tables of a database have.

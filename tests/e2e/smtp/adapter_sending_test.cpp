@@ -63,6 +63,16 @@ TEST_F(AdapterSending, HandsOffAtOnce) {
   EXPECT_THAT(items(), IsEmpty());
 }
 
+TEST_F(AdapterSending, TellsOfEveryHandOff) {
+  testing_host::Attempts attempts;
+  state_.observe(nullptr, &attempts);
+  SmtpSink sink(R"({"at": {"rcpt1": {"reply": "550 5.1.1 unknown", "times": 1},
+                           "data": {"reply": "451 4.3.0 later", "times": 1}}})");
+  for (int count = 0; count < 3; ++count) handOff("127.0.0.1", sink.port());
+  EXPECT_THAT(attempts.told, ElementsAre("handoff refused", "handoff deferred", "handoff sent"));
+  EXPECT_THAT(log_.takeLines(1), ::testing::SizeIs(2));
+}
+
 TEST_F(AdapterSending, LargeMessageIsStreamed) {
   SmtpSink sink;
   std::string bytes = "Subject: large\n\n";

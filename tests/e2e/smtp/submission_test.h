@@ -16,6 +16,19 @@ namespace testing_host {
 /// The time at which all messages of a SpoolBench are filed.
 inline constexpr std::int64_t kFiled = 1'700'000'000;
 
+/// Keeps what was told of attempts: "scan sent", "handoff refused".
+class Attempts final : public host::delivery::SmtpObserver {
+ public:
+  void submitted(host::delivery::SmtpRoute route,
+                 host::delivery::SmtpResult result) noexcept override {
+    constexpr const char* kRoutes[] = {"scan", "plain", "handoff"};
+    constexpr const char* kResults[] = {" sent", " deferred", " refused"};
+    told.push_back(kRoutes[static_cast<int>(route)] +
+                   std::string(kResults[static_cast<int>(result)]));
+  }
+  std::vector<std::string> told;
+};
+
 /// What a worker needs. Its settings send everything to one server.
 class SpoolBench {
  public:

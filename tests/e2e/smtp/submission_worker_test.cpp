@@ -200,6 +200,23 @@ TEST(SubmissionWorker, GivesUpInTheEnd) {
   EXPECT_EQ(bench.runOnce(first + 10'000'000).stuck, 1u);
 }
 
+TEST(SubmissionWorker, TellsItsObserverOfEveryAttempt) {
+  SmtpSink scanning(R"({"at": {"rcpt1": {"reply": "450 4.2.1 full", "times": 1}}})");
+  SmtpSink plain(R"({"at": {"mail": {"reply": "550 5.7.1 no", "times": 1}}})");
+  SpoolBench bench(&plain);
+  bench.settings.scan = scanning.destination();
+  bench.file(kResentKind);
+  bench.file(kDeliveredKind);
+  bench.file(kDeliveredKind);
+  testing_host::Attempts attempts;
+  SubmissionWorker worker(bench.spool, bench.settings, bench.keys, nullptr);
+  worker.observe(&attempts);
+  worker.runOnce(kFiled);
+  worker.runOnce(kFiled + 300);
+  EXPECT_THAT(attempts.told,
+              ElementsAre("scan deferred", "plain refused", "plain sent", "scan sent"));
+}
+
 TEST(SubmissionWorker, ServerThatIsDownIsTriedOnceInARun) {
   SmtpSink down(R"({"at": {"connect": {"reply": "421 4.3.2 later"}}})");
   SmtpSink up;

@@ -185,6 +185,28 @@ TEST(SqliteStore, SaysWhatWhereAndWhatHelpsForANewerStore) {
   EXPECT_EQ(row, 7);
 }
 
+TEST(SqliteStore, TellsItsObserverOfFailuresAndNotOfAnswers) {
+  class Failures final : public StoreObserver {
+   public:
+    void storeFailed(StoreError error) noexcept override { errors.push_back(error); }
+    std::vector<StoreError> errors;
+  } failures;
+  const TempFolder folder;
+  SqliteStore store(folder / "store.sqlite");
+  store.observe(&failures);
+  ASSERT_TRUE(store.prepare().ok());
+  EXPECT_EQ(store.removeEntry(99).error, StoreError::NotFound);
+  EXPECT_TRUE(failures.errors.empty());
+  SqliteStore broken(folder.path());  // a folder is no store
+  broken.observe(&failures);
+  const StoreError error = broken.prepare().error;
+  EXPECT_NE(error, StoreError::None);
+  EXPECT_EQ(failures.errors, std::vector<StoreError>{error});
+  broken.observe(nullptr);
+  EXPECT_FALSE(broken.prepare().ok());
+  EXPECT_EQ(failures.errors.size(), 1u);
+}
+
 TEST(SqliteStore, ComesBackWhenItsFolderIsBack) {
   const TempFolder temp;
   std::filesystem::create_directory(temp / "state");

@@ -1,0 +1,19 @@
+// What the settings file may say.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/core/ini_settings.h"
+
+namespace gateway::engine {
+
+/// Whether some part of the programs reads \p key of \p section. Case does not count.
+bool isKnownSetting(std::string_view section, std::string_view key);
+
+/// What in \p settings nobody reads, a line each: line number, key or section, and what was most
+/// likely meant. It has no effect, which whoever wrote it has to be told.
+std::vector<std::string> unknownSettings(const host::core::IniSettings& settings);
+
+}  // namespace gateway::engine
