@@ -10,6 +10,7 @@ Exit status: 0 when everything was seen that examples/policy.yaml promises, 1 wh
 import email
 import email.policy
 import json
+import os
 import pathlib
 import re
 import subprocess
@@ -115,25 +116,39 @@ class Demo:
         self.sink = Sink(folder / "sink")
         self.traps = TrapReceiver(folder / "traps")
         self.postfix = Postfix(folder, folder / "socket" / "milter", self.sink.port)
-        self.milter = Milter(
-            folder, (EXAMPLES / "policy.yaml").read_text(encoding="utf-8"),
-            program=bin_dir / "kavi-milter",
-            settings="reinjection_listener = kavi-scan\n"
-                     f"[General-Notification]\nSNMPServer = 127.0.0.1:{self.traps.port}\n",
-            delivery=f"scan_host = 127.0.0.1\nscan_port = {self.postfix.scan}\n"
-                     f"plain_host = 127.0.0.1\nplain_port = {self.postfix.plain}\n")
+        self.store = f"sqlite:{folder}/policy.sqlite"
+        self.milter = None  # comes once there is a policy
         self.quarantined = ""  # number of the message that is shown there
         self.mails = {name: Mail(EXAMPLES / "mail" / name) for name in PROMISES}
 
+    def start_milter(self, bin_dir):
+        self.milter = Milter(
+            self.folder, None, program=bin_dir / "kavi-milter",
+            settings="reinjection_listener = kavi-scan\n",
+            delivery=f"scan_host = 127.0.0.1\nscan_port = {self.postfix.scan}\n"
+                     f"plain_host = 127.0.0.1\nplain_port = {self.postfix.plain}\n",
+            sections=f"[store]\nlocation = {self.store}\n"
+                     f"[General-Notification]\nSNMPServer = 127.0.0.1:{self.traps.port}\n")
+
     def command(self, *words):
         """What a `kavi` command answers."""
-        done = subprocess.run([str(self.kavi), *words, "--config", str(self.milter.config)],
+        done = subprocess.run([str(self.kavi), *words],
                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                               stderr=subprocess.STDOUT, timeout=PATIENCE, check=False)
         text = done.stdout.decode("utf-8", errors="replace")
         if done.returncode != 0:
             raise Disappointment(f"kavi {' '.join(words)} failed:\n{text}")
         return text
+
+    def filed(self, *words):
+        """As command(), of the gateway that the settings file tells of."""
+        return self.command(*words, "--config", str(self.milter.config))
+
+    def show(self, command, *hidden, lines=None):
+        """A `kavi` command and what it answers, or its last lines. \param hidden  more of its words"""
+        print(f"  $ kavi {command}")
+        text = self.command(*command.split(), *hidden).splitlines()
+        indented("\n".join(text[-lines:] if lines else text), "    ")
 
     def verdicts(self):
         """What the milter's log says of each message: {queue id: words}."""
@@ -183,7 +198,7 @@ class Demo:
 
     def stored(self, mail):
         """Its number in quarantine; Disappointment when file and index do not say the same."""
-        rows = [row for row in json.loads(self.command("quarantine", "list", "--json"))
+        rows = [row for row in json.loads(self.filed("quarantine", "list", "--json"))
                 if pathlib.Path(row["path"]).exists() and mail.sent == re.sub(
                     rb"(?m)^X-kavi-reprocess-.*\n", b"", pathlib.Path(row["path"]).read_bytes())]
         if len(rows) != 1 or rows[0]["from"] != mail.sender or rows[0]["rcpt"] != [mail.recipient]:
@@ -192,27 +207,22 @@ class Demo:
 
     def is_held_back(self, mail):
         """Whether the message waits in the spool for its time."""
-        entries = json.loads(self.command("spool", "list", "--json"))
-        return any(entry["kind"] == "postpone" and entry["rcpt"] == [mail.recipient]
-                   for entry in entries)
+        entries = json.loads(self.filed("spool", "list", "--json"))
+        return any(entry["kind"] == "postpone" and entry["state"] == "waiting" and
+                   entry["rcpt"] == [mail.recipient] for entry in entries)
 
     # The chapters, in the order of the story.
 
-    def set_up(self):
+    def set_up(self, bin_dir):
         heading("A gateway between a Postfix and a mailbox")
         indented(PICTURE.format(folder=self.folder))
-        print("\n  The policy, examples/policy.yaml:\n")
-        indented(self.rules(), "    ")
-
-    def rules(self):
-        """A line for each rule."""
-        policy = "\n" + self.milter.policy.read_text(encoding="utf-8").split("\nrules:\n")[1]
-        lines = []
-        for rule in policy.split("\n  - id: ")[1:]:
-            number, name = rule.split("\n")[0], re.search(r"name: (.*)", rule).group(1)
-            does = re.findall(r"^      - (.*)$", rule, re.M) or re.findall(r"verdict: {(.*)}", rule)
-            lines.append(f"{number:>3} {name:22} {', '.join(does)}")
-        return "\n".join(lines)
+        heading("Its policy, from a file into a store")
+        indented(rules_of((EXAMPLES / "policy.yaml").read_text(encoding="utf-8")))
+        print()
+        self.show(f"store init {self.store}")
+        self.show("policy apply examples/policy.yaml", "--store", self.store, lines=1)
+        self.show("object list", "--store", self.store)
+        self.start_milter(bin_dir)
 
     def send_all(self):
         heading(f"{len(self.mails)} messages, sent with swaks")
@@ -234,14 +244,13 @@ class Demo:
                                      + "\n".join(lines))
             if lines:
                 print(f"  {mail.name}")
-                indented("\n".join(printable(line) for line in lines), "    ")
+                indented("\n".join(printable(line) for line in shortened(lines)), "    ")
 
     def show_quarantine(self):
         heading("In quarantine")
         mail = self.mails["macros.eml"]
         number = self.stored(mail)
-        print(f"  $ kavi quarantine show {number}")
-        indented(self.command("quarantine", "show", number))
+        self.show(f"quarantine show {number}", "--config", str(self.milter.config))
         self.quarantined = number
 
     def show_who_was_told(self):
@@ -253,22 +262,21 @@ class Demo:
         text = mail.get_content()
         if "documents with macros" not in text or "invoice.docm" not in trap:
             raise Disappointment(f"notification and trap do not say what they should: {text}{trap}")
-        print(f"  {mail['To']} got a mail from {mail['From']}:\n\n    {mail['Subject']}\n")
+        print(f"  {mail['To']} got a mail from {mail['From']}:\n    {mail['Subject']}\n")
         indented(text, "      ")
-        print("\n  snmptrapd got a trap:\n")
+        print("\n  snmptrapd got a trap:")
         indented(trap.replace(": ", ":\n  ", 1).replace(" = ", " =\n    ", 1), "    ")
 
     def release(self):
         heading("Released from there: rule 15 lets it pass, the others apply")
-        print(f"  $ kavi quarantine release {self.quarantined}")
-        indented(self.command("quarantine", "release", self.quarantined))
+        self.show(f"quarantine release {self.quarantined}", "--config", str(self.milter.config))
         data = self.wait_for(lambda: self.at_sink('filename="invoice.docm"'), "the released message")
         if b"\nSubject: [EXTERNAL] Overdue invoice\r\n" not in data or b"X-kavi-" in data:
             raise Disappointment(f"the released message is not as it should be:\n{data.decode()}")
-        print("  arrived: \"[EXTERNAL] Overdue invoice\", with invoice.docm", flush=True)
+        print("\n  arrived: \"[EXTERNAL] Overdue invoice\", with invoice.docm", flush=True)
 
-    def play(self):
-        self.set_up()
+    def play(self, bin_dir):
+        self.set_up(bin_dir)
         self.send_all()
         self.show_differences()
         self.show_quarantine()
@@ -277,6 +285,26 @@ class Demo:
         heading("What the gateway writes down (a line of its log)")
         [line] = self.milter.lines(f"message queue={self.mails['japanese.eml'].queue_id}")
         indented(textwrap.fill(re.sub(r"^.* L2 ", "", line), 96, break_long_words=False))
+
+
+def rules_of(policy):
+    """A line for each rule of a policy file that is laid out as the example is."""
+    lines = []
+    for rule in ("\n" + policy.split("\nrules:\n")[1]).split("\n  - id: ")[1:]:
+        number, name = rule.split("\n")[0], re.search(r"name: (.*)", rule).group(1)
+        does = re.findall(r"^      - (.*)$", rule, re.M) or re.findall(r"verdict: {(.*)}", rule)
+        lines.append(f"{number:>3}  {name:22} {', '.join(does)}")
+    return "\n".join(lines)
+
+
+def shortened(lines):
+    """A difference with the ends of long pieces left out, which it says."""
+    out = []
+    for piece in re.split(r"\n(?=@@)", "\n".join(lines)):
+        piece = piece.split("\n")
+        more = len(piece) - 7
+        out += piece[:7] + ([f"  ({more} more lines)"] if more > 0 else [])
+    return out
 
 
 def printable(line):
@@ -289,8 +317,10 @@ def main():
         print(__doc__, file=sys.stderr)
         return 2
     begin = time.monotonic()
+    bin_dir = pathlib.Path(sys.argv[1]).resolve()
+    os.chdir(ROOT)
     try:
-        run_cleanly("kavi-demo-", lambda folder: Demo(pathlib.Path(sys.argv[1]), folder).play())
+        run_cleanly("kavi-demo-", lambda folder: Demo(bin_dir, folder).play(bin_dir))
     except Interrupted as interruption:
         print(f"\ndemo: {interruption}: everything was stopped, nothing is left.", file=sys.stderr)
         return 128 + interruption.number
