@@ -23,10 +23,14 @@ using host::store::PolicyRecord;
 using host::store::RuleRecord;
 using nlohmann::ordered_json;
 
+/// What a rule does, its verdict last.
 std::string actionsText(const RuleRecord& rule) {
   std::string text;
   for (const ActionRecord& action : rule.actions) {
     text += (text.empty() ? "" : ", ") + actionWord(action);
+  }
+  if (rule.verdict.kind != policy::RuleVerdict::Kind::None) {
+    text += (text.empty() ? "" : ", ") + std::string(policy::wordOf(rule.verdict.kind));
   }
   return text.empty() ? "none" : text;
 }

@@ -54,6 +54,8 @@ class RuleCommand:
         self.assertEqual(lines[0].split(), ["ID", "NAME", "ENABLED", "ACTIONS", "WHEN"])
         self.assertIn("stamp, notify, quarantine", lines[1])
         self.assertIn("there are more: --after 15", self.text("rule", "list", "--limit=1"))
+        self.apply("rules: [{id: 9, when: always, verdict: {reject: no}, actions: [delete]}]")
+        self.assertIn("delete, reject", self.text("rule", "list"))
         self.apply("rules: []")
         self.assertEqual(self.text("rule", "list"), "no rules\n")
         self.assertEqual(self.rules(), [])
