@@ -223,6 +223,10 @@ class Daemon {
          .count =
              [this](bool used) {
                if (metrics_ != nullptr) metrics_->countPolicy(used);
+             },
+         .countAway =
+             [this] {
+               if (metrics_ != nullptr) metrics_->countPolicyAway();
              }});
     policy_->begin(first_);
     first_ = {};

@@ -171,4 +171,6 @@ void Metrics::countPolicy(bool used) {
   impl_->policies.Add({{"result", used ? "used" : "refused"}}).Increment();
 }
 
+void Metrics::countPolicyAway() { impl_->policies.Add({{"result", "away"}}).Increment(); }
+
 }  // namespace gateway::milter

@@ -29,6 +29,9 @@ class Metrics final : public host::store::StoreObserver, public host::delivery::
              std::chrono::duration<double> took);
   /// A policy was read. \param used  whether it is in force now
   void countPolicy(bool used);
+  /// The store of the policy could not be asked.
+  void countPolicyAway();
+
   void storeFailed(host::store::StoreError error) noexcept override;
   void submitted(host::delivery::SmtpRoute route,
                  host::delivery::SmtpResult result) noexcept override;

@@ -69,6 +69,7 @@ void PolicySource::putInForce(PolicyReading reading) {
 void PolicySource::noteAway(const std::string& why) {
   // What comes back need not be what went.
   revision_ = -1;
+  if (hooks_.countAway) hooks_.countAway();
   if (away_.exchange(true) || hooks_.log == nullptr) return;
   hooks_.log->write(1, "the policy %s cannot be read, and mail is refused for now: %s",
                     name_.c_str(), why.c_str());

@@ -23,12 +23,15 @@ struct PolicyReading {
   std::string away{};
 };
 
-/// What belongs to a change of the policy. Called by any thread, but by one at a time.
+/// What belongs to a change of the policy. Called by any thread, and by one at a time where nothing
+/// else is said.
 struct PolicyHooks {
   host::core::ProcessLog* log = nullptr;  ///< null: nobody is told
   /// Makes ready what the policy needs. \return an error text; then it is not used.
   std::function<std::string(const policy::Snapshot&)> prepare{};
   std::function<void(bool used)> count{};
+  /// Whenever a message, or somebody else, found nothing to read from; by many threads at once.
+  std::function<void()> countAway{};
 };
 
 /// Keeps what came of reading the policy. Every message takes the snapshot once, so that none meets

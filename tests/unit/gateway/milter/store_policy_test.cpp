@@ -38,19 +38,18 @@ class StorePolicyTest : public testing::Test {
  protected:
   StorePolicyTest() {
     EXPECT_TRUE(writer_.prepare().ok());
-    host::store::StoreStatus status;
     auto store = std::make_unique<SqliteStore>(
         path_,
         host::store::SqliteOptions{.busyTimeoutMs = 50, .upkeep = host::store::Upkeep::Refuse});
     source_ = std::make_unique<StorePolicy>(std::move(store));
-    source_->setHooks(
-        {.log = &log_,
-         .prepare =
-             [this](const policy::Snapshot&) {
-               ++prepared_;
-               return unprepared_;
-             },
-         .count = [this](bool used) { counts_.push_back(used ? "used" : "refused"); }});
+    source_->setHooks({.log = &log_,
+                       .prepare =
+                           [this](const policy::Snapshot&) {
+                             ++prepared_;
+                             return unprepared_;
+                           },
+                       .count = [this](bool used) { counts_.push_back(used ? "used" : "refused"); },
+                       .countAway = [this] { ++away_; }});
   }
 
   /// Makes the store hold as many rules; what \p spoil does to the record is in it, too.
@@ -92,6 +91,7 @@ class StorePolicyTest : public testing::Test {
   host::core::LogCapture capture_{log_, 2};
   std::string unprepared_;
   int prepared_ = 0;
+  std::atomic<int> away_ = 0;
   std::vector<std::string> counts_;
   std::unique_ptr<StorePolicy> source_;
 };
@@ -162,6 +162,7 @@ TEST_F(StorePolicyTest, IsNoneWhileTheStoreIsAwayAndComesBackWithIt) {
   for (int i = 0; i < 3; ++i) EXPECT_THAT(message(), HasSubstr("the store cannot be opened"));
   EXPECT_FALSE(std::filesystem::exists(path_)) << "no empty policy takes its place";
   ASSERT_EQ(logged().size(), before + 1) << "said once";
+  EXPECT_EQ(away_, 3);
   EXPECT_THAT(logged()[before], HasSubstr("cannot be read, and mail is refused for now"));
   std::filesystem::rename(path_ + ".away", path_);
   EXPECT_EQ(message(), "2");
