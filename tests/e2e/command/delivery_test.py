@@ -303,6 +303,39 @@ class AttemptTest(DeliveryCase):
     def handoff(self, sink, *before):
         return self.areas(*before, "{handoff: '127.0.0.1:%d'}" % sink.port)
 
+    def refusing(self, verdict):
+        return self.put("policy.yaml", AREAS + "rules:\n- {id: 15, name: q, when: always, actions: "
+                        "[{archive: journal}], verdict: {%s: Not here}}\n" % verdict)
+
+    def test_a_message_that_a_rule_rejects_is_done_with(self):
+        self.refusing("reject")
+        for copies in (1, 2):
+            [report], _ = self.deliver(self.message)
+            self.assertEqual((report["verdict"], report["verdict_rule"], report["verdict_text"]),
+                             ("rejected", 15, "Not here"))
+            self.assertFalse((self.out / "m.eml").exists())
+            self.assertEqual(len(self.stored("archive")), copies, "each run is another message")
+
+    def test_a_message_that_a_rule_refuses_for_now_is_not_done_with(self):
+        self.refusing("tempfail")
+        for _ in range(2):
+            [report], _ = self.deliver(self.message, status=1)
+            self.assertEqual(report["verdict"], "tempfailed")
+            self.assertFalse((self.out / "m.eml").exists())
+            self.assertEqual(len(self.stored("archive")), 1, "the next run finds it done")
+        self.put("policy.yaml", "rules: []\n")
+        [report], _ = self.deliver(self.message)
+        self.assertEqual((self.out / "m.eml").read_bytes(), MESSAGE)
+
+    def test_an_mbox_waits_for_a_message_that_a_rule_refuses_for_now(self):
+        self.put("policy.yaml", "rules: [{id: 1, when: {subject: {matches: later}}, actions: [], "
+                 "verdict: {tempfail: Later}}]\n")
+        box = self.put("box.mbox", b"From a Mon Jan  1 00:00:00 2024\nSubject: now\n\nx\n\n"
+                                   b"From a Mon Jan  1 00:00:00 2024\nSubject: later\n\nx\n")
+        reports, _ = self.deliver(box, status=1)
+        self.assertEqual([report["verdict"] for report in reports], ["unchanged", "tempfailed"])
+        self.assertFalse((self.out / "box.mbox").exists())
+
     def test_a_refused_hand_off_is_a_failure_that_leaves_the_message(self):
         cases = {"refused": ({"mail": {"reply": "550 5.7.1 no"}}, 61),
                  "rcpt": ({"rcpt2": {"reply": "550 5.1.1 unknown"}}, 63),
