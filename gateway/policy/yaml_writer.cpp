@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
-#include <cstdio>
 #include <string_view>
 
 namespace gateway::policy {
@@ -65,10 +64,11 @@ bool isBlock(std::string_view text) {
 
 /// "\x03", "\u2028", "\U0001FFFE".
 std::string escaped(unsigned int c) {
+  constexpr std::string_view kDigits = "0123456789ABCDEF";
   const int digits = c < 0x100 ? 2 : c < 0x10000 ? 4 : 8;
-  char number[9];
-  std::snprintf(number, sizeof number, "%0*X", digits, c);
-  return std::string(digits == 2 ? "\\x" : digits == 4 ? "\\u" : "\\U") + number;
+  std::string out = digits == 2 ? "\\x" : digits == 4 ? "\\u" : "\\U";
+  for (int shift = 4 * (digits - 1); shift >= 0; shift -= 4) out += kDigits[(c >> shift) & 15U];
+  return out;
 }
 
 std::string quoted(std::string_view text) {
