@@ -222,11 +222,8 @@ class Reader {
     const std::size_t before = condition.patterns.size();
     readTexts(row, value, condition.patterns);
     for (std::size_t i = before; i < condition.patterns.size(); ++i) {
-      std::string reason = Patterns::regexFault(condition.patterns[i]);
+      const std::string reason = Patterns::regexFault(condition.patterns[i]);
       if (reason.empty()) continue;
-      if (condition.patterns[i].starts_with('*')) {
-        reason += " (it is looked for anywhere in the text: leave the stars at its ends out)";
-      }
       const Node& place = value.kind == Node::Kind::List ? *value.items[i - before] : value;
       fail(place.line, "regular expression " + inQuotes(condition.patterns[i]) + ": " + reason);
     }

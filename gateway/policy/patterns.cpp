@@ -3,7 +3,11 @@
 #include <re2/re2.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
+
+#include "gateway/policy/suggest.h"
 
 namespace gateway::policy {
 namespace {
@@ -68,6 +72,80 @@ std::string globToRegex(std::string_view glob) {
   return out;
 }
 
+/// What administrators are told of a fault that RE2 finds.
+struct RegexRemedy {
+  re2::RE2::ErrorCode code;
+  const char* what;
+  bool showsWhat;  ///< the part that is wrong is worth showing
+  const char* remedy;
+};
+
+constexpr RegexRemedy kRegexRemedies[] = {
+    {re2::RE2::ErrorMissingParen, "a \"(\" that is never closed", false,
+     "close it, or write \\( for the character itself"},
+    {re2::RE2::ErrorUnexpectedParen, "a \")\" that closes nothing", false,
+     "write \\) for the character itself"},
+    {re2::RE2::ErrorMissingBracket, "a \"[\" that is never closed", false,
+     "close it with ], or write \\[ for the character itself"},
+    {re2::RE2::ErrorBadCharRange, "no set of characters", true,
+     "a range goes from the lower to the higher one, as in a-z; write \\- for a hyphen itself"},
+    {re2::RE2::ErrorBadCharClass, "no set of characters", true,
+     "write the characters between [ and ]"},
+    {re2::RE2::ErrorBadEscape, "an escape that means nothing", true,
+     "write \\\\ for a backslash itself"},
+    {re2::RE2::ErrorTrailingBackslash, "a backslash with nothing behind it", false,
+     "write \\\\ for a backslash itself"},
+    {re2::RE2::ErrorRepeatArgument, "nothing to repeat", true,
+     "it is looked for anywhere in the text: leave the stars at its ends out; write .* for any "
+     "characters, \\* \\+ or \\? for the character itself"},
+    {re2::RE2::ErrorRepeatOp, "a repetition of a repetition", true,
+     "one of * + ? is enough; put a \\ in front of one that is meant as a character"},
+    {re2::RE2::ErrorRepeatSize, "a repetition that is too large or the wrong way round", true,
+     "1000 is the most, repetitions within repetitions multiplied; the smaller number comes first"},
+    {re2::RE2::ErrorBadPerlOp, "a group that is not known", true,
+     "there is no looking ahead or behind; write (?: for a group, (?i) or (?-i) for the case"},
+    {re2::RE2::ErrorBadNamedCapture, "a group without a proper name", true,
+     "write (?P<name>...), each name once, or (...)"},
+    {re2::RE2::ErrorBadUTF8, "bytes that are no UTF-8", false, "save the policy as UTF-8"},
+    {re2::RE2::ErrorPatternTooLarge, "it is too large", false,
+     "make it shorter, its repetitions smaller, or several patterns of it"},
+};
+
+/// The place of the bracket of \p pattern that has no partner; npos when there is none.
+std::size_t lonelyBracket(std::string_view pattern) {
+  std::vector<std::size_t> open;
+  for (std::size_t i = 0; i < pattern.size(); ++i) {
+    const char c = pattern[i];
+    if (c == '\\') {
+      ++i;
+    } else if (c == '[') {
+      const std::size_t end = setEnd(pattern, i);
+      if (end == std::string_view::npos) return i;
+      i = end;
+    } else if (c == '(') {
+      open.push_back(i);
+    } else if (c == ')') {
+      if (open.empty()) return i;
+      open.pop_back();
+    }
+  }
+  return open.empty() ? std::string_view::npos : open.back();
+}
+
+/// Where in \p pattern the fault is; npos when nobody knows.
+std::size_t faultPlace(const std::string& pattern, const re2::RE2& compiled) {
+  switch (compiled.error_code()) {
+    case re2::RE2::ErrorMissingParen:
+    case re2::RE2::ErrorUnexpectedParen:
+    case re2::RE2::ErrorMissingBracket:
+      return lonelyBracket(pattern);
+    case re2::RE2::ErrorTrailingBackslash:
+      return pattern.size() - 1;
+    default:
+      return compiled.error_arg().empty() ? std::string::npos : pattern.find(compiled.error_arg());
+  }
+}
+
 }  // namespace
 
 Patterns::Patterns() = default;
@@ -105,7 +183,21 @@ bool Patterns::matches(std::string_view text) const {
 
 std::string Patterns::regexFault(const std::string& pattern) {
   const re2::RE2 compiled(pattern, options());
-  return compiled.ok() ? std::string() : compiled.error();
+  if (compiled.ok()) return {};
+  const RegexRemedy* known = std::find_if(
+      std::begin(kRegexRemedies), std::end(kRegexRemedies),
+      [&compiled](const RegexRemedy& row) { return row.code == compiled.error_code(); });
+  if (known == std::end(kRegexRemedies)) return compiled.error();
+  std::string fault = known->what;
+  const std::size_t place = faultPlace(pattern, compiled);
+  if (place != std::string::npos) {
+    const std::string_view front = std::string_view(pattern).substr(0, place);
+    const auto characters =
+        std::count_if(front.begin(), front.end(), [](char c) { return (c & 0xC0) != 0x80; });
+    fault += " at character " + std::to_string(characters + 1);
+    if (known->showsWhat) fault += ", " + inQuotes(compiled.error_arg());
+  }
+  return fault + " (" + known->remedy + ")";
 }
 
 }  // namespace gateway::policy

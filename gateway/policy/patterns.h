@@ -28,7 +28,8 @@ class Patterns {
 
   bool matches(std::string_view text) const;
 
-  /// What is wrong with one regular expression; empty when nothing is.
+  /// What is wrong with one regular expression, where in it, and what to write instead; empty when
+  /// nothing is.
   static std::string regexFault(const std::string& pattern);
 
  private:

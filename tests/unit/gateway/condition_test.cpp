@@ -100,9 +100,13 @@ INSTANTIATE_TEST_SUITE_P(
         Form{"header:\n  name: X\n  match: y",
              "3: unknown key 'match' in condition 'header' (did you mean 'matches'?)"},
         Form{"subject: '*test*'",
-             "1: regular expression '*test*': no argument for repetition operator: * (it is looked "
-             "for anywhere in the text: leave the stars at its ends out)"},
-        Form{"subject: {matches: ['a', 'b(']}", "1: regular expression 'b(': missing ): b("},
+             "1: regular expression '*test*': nothing to repeat at character 1, '*' (it is looked "
+             "for anywhere in the text: leave the stars at its ends out; write .* for any "
+             "characters, \\* \\+ or \\? for the character itself)"},
+        Form{
+            "subject: {matches: ['a', 'b(']}",
+            "1: regular expression 'b(': a \"(\" that is never closed at character 2 (close it, or "
+            "write \\( for the character itself)"},
         Form{"subject: {matches: []}",
              "1: condition 'subject' has an empty list (write: {subject: {matches: "
              "\"invoice\"}})"},

@@ -45,6 +45,39 @@ INSTANTIATE_TEST_SUITE_P(
                     Case{"\xe8\xa6\x8b*", "\xe8\xa6\x8b\xe7\xa9\x8d", true}),
     caseName);
 
+struct Fault {
+  const char* pattern;
+  const char* begin;  ///< of what is said
+};
+
+class RegexFaults : public testing::TestWithParam<Fault> {};
+
+TEST_P(RegexFaults, SayWhatWhereAndWhatToWrite) {
+  const std::string fault = Patterns::regexFault(GetParam().pattern);
+  EXPECT_EQ(fault.substr(0, fault.find(" (")), GetParam().begin);
+  EXPECT_TRUE(fault.ends_with(')')) << fault;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, RegexFaults,
+    testing::Values(Fault{"a(b", "a \"(\" that is never closed at character 2"},
+                    Fault{"(\\([(])(\xc3\xa4", "a \"(\" that is never closed at character 8"},
+                    Fault{"a\\))", "a \")\" that closes nothing at character 4"},
+                    Fault{"\\[x[a-", "a \"[\" that is never closed at character 4"},
+                    Fault{"x[z-a]", "no set of characters at character 3, 'z-a'"},
+                    Fault{"\\p{Foo}", "no set of characters at character 1, '\\p{Foo}'"},
+                    Fault{"a\\q", "an escape that means nothing at character 2, '\\q'"},
+                    Fault{"ab\\", "a backslash with nothing behind it at character 3"},
+                    Fault{"+a", "nothing to repeat at character 1, '+'"},
+                    Fault{"a**", "a repetition of a repetition at character 2, '**'"},
+                    Fault{"a{2000}",
+                          "a repetition that is too large or the wrong way round at character 2, "
+                          "'{2000}'"},
+                    Fault{"a(?=b)", "a group that is not known at character 2, '(?='"},
+                    Fault{"(?P<n", "a group without a proper name at character 1, '(?P<n'"},
+                    Fault{"\xff", "bytes that are no UTF-8"}),
+    [](const auto& test) { return std::to_string(test.index); });
+
 class Regexes : public testing::TestWithParam<Case> {};
 
 TEST_P(Regexes, AreFoundAnywhere) {
@@ -69,7 +102,9 @@ TEST(Patterns, OneOfManyIsEnough) {
 }
 
 TEST(Patterns, SaysWhatIsWrongWithARegex) {
-  EXPECT_EQ(Patterns::regexFault("a(b"), "missing ): a(b");
+  EXPECT_EQ(Patterns::regexFault("a(b"),
+            "a \"(\" that is never closed at character 2 (close it, or write \\( for the character "
+            "itself)");
   EXPECT_EQ(Patterns::regexFault("a(b)"), "");
 }
 
