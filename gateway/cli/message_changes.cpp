@@ -113,6 +113,37 @@ PartChange describe(ChangeKind kind, const Entity& entity, std::string path) {
   return change;
 }
 
+bool lies(const Entity* part, const Entity& within) {
+  while (part != nullptr && part != &within) part = part->parent();
+  return part != nullptr;
+}
+
+/// Whether \p now has the content of the root \p was, and the same parts below.
+bool standsWhole(const Entity& was, const Entity& now) {
+  if (was.contentType() != now.contentType() || !sameContent(was, now)) return false;
+  std::unordered_map<const Entity*, const Entity*> placeOf{{&was, &now}};
+  const Entity* place = now.next();
+  for (const Entity* part = was.next(); part != nullptr; part = part->next()) {
+    if (place == nullptr || placeOf[part->parent()] != place->parent()) return false;
+    if (part->headerText() != place->headerText() || !sameContent(*part, *place)) return false;
+    placeOf.emplace(part, place);
+    place = place->next();
+  }
+  return !lies(place, now);
+}
+
+/// What changed around content that stands whole.
+std::vector<PartChange> aroundIt(const Entity& was, const Entity& is, const Entity& content) {
+  std::vector<PartChange> changes{describe(ChangeKind::Changed, is, is.path())};
+  changes.back().fields = changedFields(was, is);
+  for (const Entity* part = is.firstChild(); part != nullptr; part = part->nextSibling()) {
+    const ChangeKind kind = part == &content ? ChangeKind::Wrapped : ChangeKind::Added;
+    changes.push_back(describe(kind, *part, part->path()));
+    if (kind == ChangeKind::Added) changes.back().bytesAfter = part->decodedSize();
+  }
+  return changes;
+}
+
 class Comparison {
  public:
   Comparison(const Message& before, const Message& after)
@@ -171,10 +202,22 @@ const char* wordOf(ChangeKind kind) {
       return "added";
     case ChangeKind::Removed:
       return "removed";
+    case ChangeKind::Wrapped:
+      return "wrapped";
     case ChangeKind::Changed:
       break;
   }
   return "changed";
+}
+
+const Entity* wrappedContent(const Message& before, const Message& after) {
+  const Entity* was = before.firstEntity();
+  const Entity* is = after.firstEntity();
+  if (was == nullptr || is == nullptr || is->kind() != OvMsgEntityKind::Multipart) return nullptr;
+  for (const Entity* child = is->firstChild(); child != nullptr; child = child->nextSibling()) {
+    if (standsWhole(*was, *child)) return child;
+  }
+  return nullptr;
 }
 
 bool sameContent(const host::message::Entity& before, const host::message::Entity& after) {
@@ -185,6 +228,9 @@ bool sameContent(const host::message::Entity& before, const host::message::Entit
 }
 
 std::vector<PartChange> changedParts(const Message& before, const Message& after) {
+  if (const Entity* content = wrappedContent(before, after)) {
+    return aroundIt(*before.firstEntity(), *after.firstEntity(), *content);
+  }
   return Comparison(before, after).run();
 }
 

@@ -12,9 +12,10 @@ class Message;
 
 namespace gateway::cli {
 
-enum class ChangeKind { Added, Removed, Changed };
+/// Wrapped: all that was received stands there unchanged, and something was put around it.
+enum class ChangeKind { Added, Removed, Changed, Wrapped };
 
-/// "added", "removed" or "changed".
+/// "added", "removed", "changed" or "wrapped".
 const char* wordOf(ChangeKind kind);
 
 struct FieldChange {
@@ -34,7 +35,13 @@ struct PartChange {
   std::size_t bytesAfter = 0;
 };
 
-/// In the order of \p before, then what was added. Linear in both messages.
+/// The part of \p after in which the content of \p before stands whole, part by part as it was, as
+/// signed content does that gets a text beside it; null when there is none.
+const host::message::Entity* wrappedContent(const host::message::Message& before,
+                                            const host::message::Message& after);
+
+/// In the order of \p before, then what was added. Of content that was wrapped only what is around
+/// it counts as changed. Linear in both messages.
 std::vector<PartChange> changedParts(const host::message::Message& before,
                                      const host::message::Message& after);
 

@@ -57,19 +57,23 @@ Lines textLines(const Entity* entity) {
   return lines;
 }
 
-/// "1.2  report.pdf  application/pdf  1,234 bytes" for each.
+/// "1.2  report.pdf  application/pdf  1,234 bytes", of what is an attachment.
+void addAttachmentLine(const Entity& entity, Lines& lines) {
+  const OvMsgEntityKind kind = entity.kind();
+  if (kind == OvMsgEntityKind::Multipart || isShownAsText(entity)) return;
+  std::string line = entity.path();
+  if (const auto name = entity.fileNameText()) line += "  " + *name;
+  line += "  " + entity.contentType();
+  if (kind != OvMsgEntityKind::Message) {
+    line += "  " + counted(entity.decodedSize(), "byte", "bytes");
+  }
+  lines.push_back(std::move(line));
+}
+
 Lines attachmentLines(const Message& message) {
   Lines lines;
   for (const Entity* entity = message.firstEntity(); entity != nullptr; entity = entity->next()) {
-    const OvMsgEntityKind kind = entity->kind();
-    if (kind == OvMsgEntityKind::Multipart || isShownAsText(*entity)) continue;
-    std::string line = entity->path();
-    if (const auto name = entity->fileNameText()) line += "  " + *name;
-    line += "  " + entity->contentType();
-    if (kind != OvMsgEntityKind::Message) {
-      line += "  " + counted(entity->decodedSize(), "byte", "bytes");
-    }
-    lines.push_back(std::move(line));
+    addAttachmentLine(*entity, lines);
   }
   return lines;
 }
@@ -128,6 +132,18 @@ class Sections {
 
 std::vector<DiffSection> messageDiff(const Message& before, const Message& after) {
   Sections sections;
+  if (const Entity* content = wrappedContent(before, after)) {
+    const Entity& root = *after.firstEntity();
+    sections.add("header", headerLines(before.firstEntity()), headerLines(&root));
+    Lines attachments;
+    for (const Entity* part = root.firstChild(); part != nullptr; part = part->nextSibling()) {
+      if (part == content) continue;
+      sections.addPair(part->path(), {nullptr, part});
+      addAttachmentLine(*part, attachments);
+    }
+    sections.add("attachments", {}, attachments);
+    return sections.take();
+  }
   for (const auto& [path, pair] : pairsOf(before, after)) sections.addPair(path, pair);
   sections.add("attachments", attachmentLines(before), attachmentLines(after));
   return sections.take();

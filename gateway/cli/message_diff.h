@@ -19,8 +19,8 @@ struct DiffSection {
 };
 
 /// Compares header fields decoded, texts in UTF-8, and the list of attachments with their types and
-/// sizes. What is the same has no section. All lines are printable. Of a text the first megabyte is
-/// looked at.
+/// sizes; of content that was wrapped, what is around it. What is the same has no section. All
+/// lines are printable. Of a text the first megabyte is looked at.
 std::vector<DiffSection> messageDiff(const host::message::Message& before,
                                      const host::message::Message& after);
 

@@ -35,6 +35,9 @@ std::string describe(const PartChange& part) {
   const std::string called =
       part.name.empty() ? printable(part.type) : printable(part.name) + ", " + printable(part.type);
   const std::size_t bytes = part.kind == ChangeKind::Removed ? part.bytesBefore : part.bytesAfter;
+  if (part.kind == ChangeKind::Wrapped) {
+    return "wrapped: " + called + ", all that was received, unchanged";
+  }
   if (part.kind != ChangeKind::Changed) {
     std::string text = std::string(wordOf(part.kind)) + ": " + called;
     if (bytes != 0) text += ", " + counted(bytes, "byte", "bytes");

@@ -131,6 +131,30 @@ TEST(MessageChanges, ListWhatWasAdded) {
   EXPECT_THAT(diffOf(*message), testing::HasSubstr("a.pdf  application/pdf  5 bytes\n"));
 }
 
+TEST(MessageChanges, SayThatSignedContentStandsInsideAsItWas) {
+  const std::string kSigned =
+      "Subject: s\nContent-Type: multipart/signed; boundary=b; "
+      "protocol=\"application/pkcs7-signature\"\n\npreamble\n--b\nContent-Type: text/plain\n\n"
+      "text\n--b\nContent-Type: application/pkcs7-signature; name=s.p7s\n\nxyz\n--b--\n";
+  const auto message = parsed(kSigned);
+  const std::unique_ptr<OvMsgResourceLocator, void (*)(OvMsgResourceLocator*)> stamp(
+      OvMsg_CreateResourceLocator("STAMP\n", kOvMsgMemoryResource, 6, 6, 1),
+      OvMsg_DeleteResourceLocator);
+  ASSERT_EQ(message->insertText(OvMsgInsertPlace::End, stamp.get(), 20, "utf-8", nullptr), 0);
+  EXPECT_EQ(changesOf(*message),
+            "1 changed multipart/mixed Content-Type/changed MIME-Version/added 0>0;1.1 wrapped "
+            "multipart/signed 0>0;"
+            "1.2 added text/plain 0>5;");
+  std::string titles;
+  for (const DiffSection& section : messageDiff(message->received(), *message)) {
+    titles += section.title + ";";
+  }
+  EXPECT_EQ(titles, "header;part 1.2, text/plain;");
+  // One byte of it, and it is not what was received.
+  ASSERT_TRUE(msgu::setHeader(partAt(*message, "1.1.1"), "X-A", "b", nullptr));
+  EXPECT_EQ(changesOf(*message).find("wrapped"), std::string::npos);
+}
+
 TEST(MessageDiff, LooksAtTheFirstMegabyteOfAText) {
   std::string body;
   while (body.size() < 3u << 20) body += "a line of text\n";
