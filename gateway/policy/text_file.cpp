@@ -36,10 +36,16 @@ std::string readTextFile(const std::string& path, std::size_t maxBytes, std::str
   errno = 0;
   std::ifstream file(path, std::ios::binary);
   if (!file) return std::string("cannot be read: ") + std::strerror(errno);
-  text.assign(maxBytes + 1, '\0');
-  file.read(text.data(), static_cast<std::streamsize>(text.size()));
+  // One byte more than wanted tells that there are too many.
+  constexpr std::size_t kPiece = std::size_t{64} << 10;
+  text.clear();
+  for (std::size_t size = 0; file && size <= maxBytes; size = text.size()) {
+    const std::size_t piece = std::min(kPiece, maxBytes + 1 - size);
+    text.resize(size + piece);
+    file.read(text.data() + size, static_cast<std::streamsize>(piece));
+    text.resize(size + static_cast<std::size_t>(file.gcount()));
+  }
   if (file.bad()) return std::string("cannot be read: ") + std::strerror(errno);
-  text.resize(static_cast<std::size_t>(file.gcount()));
   return {};
 }
 

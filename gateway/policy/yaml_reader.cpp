@@ -342,7 +342,7 @@ std::unique_ptr<Document> readYaml(std::string_view text, Diagnostics& diagnosti
       throw Refused{0, "larger than " + std::to_string(limits.bytes) + " bytes (split the file)"};
     }
     checkBytes(text);
-    ViewBuffer buffer(text, limits.values);
+    ViewBuffer buffer(text, limits.signs);
     std::istream stream(&buffer);
     YAML::Parser parser(stream);
     TreeBuilder builder(*document, limits);

@@ -380,7 +380,7 @@ TEST(Loader, RefusesAHugeFileWithoutReadingItWhole) {
   Diagnostics diagnostics("huge");
   EXPECT_FALSE(loadPolicyFile(path, diagnostics).has_value());
   EXPECT_THAT(textsOf(diagnostics),
-              ElementsAre("huge: larger than 16777216 bytes (split the file)"));
+              ElementsAre("huge: larger than 67108864 bytes (split the file)"));
   std::remove(path.c_str());
 }
 
