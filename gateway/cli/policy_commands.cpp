@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <memory>
@@ -31,7 +32,7 @@ using nlohmann::ordered_json;
 using policy::Diagnostic;
 
 /// How often a change is worked out anew when others change the store meanwhile.
-constexpr int kAttempts = 10;
+constexpr std::chrono::seconds kPatience{30};  // with others that keep changing the store
 
 ordered_json jsonOf(const Diagnostic& diagnostic) {
   ordered_json json = {
@@ -72,9 +73,12 @@ class Application {
       : options_(options), store_(store), style_(options.colour, STDOUT_FILENO) {}
 
   int run(const policy::PolicyRows& rows) {
-    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    for (bool isFirst = true; isFirst || std::chrono::steady_clock::now() < end; isFirst = false) {
       PolicyRecord present;
-      if (const StoreStatus status = store_.readPolicy(present); !status.ok()) return fail(status);
+      if (const StoreStatus status = store_.readPolicy(present); !status.ok()) {
+        return fail(status, "nothing is changed");
+      }
       PolicyRecord next;
       policy::Diagnostics diagnostics(options_.file);
       if (!policy::recordOf(rows, present, next, diagnostics)) {
@@ -90,16 +94,21 @@ class Application {
       const StoreStatus status =
           store_.replacePolicy(next, {actorName(), std::time(nullptr)}, revision);
       if (status.ok()) return conclude(diff, revision, true);
-      if (status.error != StoreError::Conflict) return fail(status);
-      complain("somebody has changed the store meanwhile: working it out anew");
+      if (status.error != StoreError::Conflict) {
+        // A server that goes away may do so behind the change.
+        return fail(status, status.error == StoreError::Unavailable
+                                ? "see with kavi policy diff whether anything is changed"
+                                : "nothing is changed");
+      }
+      if (isFirst) complain("somebody has changed the store meanwhile: working it out anew");
     }
     complain("nothing applied: others keep changing the store (try again)");
     return ExitFailed;
   }
 
  private:
-  static int fail(const StoreStatus& status) {
-    complain(printable(status.text) + "; nothing is changed");
+  static int fail(const StoreStatus& status, const char* then) {
+    complain(printable(status.text) + "; " + then);
     return ExitFailed;
   }
 

@@ -53,7 +53,8 @@ TEST(YamlReader, RefusesBracketsThatTheParserWouldHoldInMemory) {
     limits.signs = 1000;
     const Reading reading = read(text, limits);
     EXPECT_EQ(reading.document, nullptr) << piece;
-    EXPECT_THAT(reading.faults, ElementsAre(::testing::ContainsRegex("more than 1000 signs|64 levels")))
+    EXPECT_THAT(reading.faults,
+                ElementsAre(::testing::ContainsRegex("more than 1000 signs|64 levels")))
         << piece;
   }
 }
