@@ -40,36 +40,6 @@ std::unique_ptr<Message> arrived(std::string text) {
   return message;
 }
 
-class PlainBodySink final : public BodySink {
- public:
-  using BodySink::BodySink;
-  std::string text;
-
- private:
-  bool writeBody(std::string_view piece) override {
-    text += piece;
-    return true;
-  }
-};
-
-/// What the mail system makes of the received message: the received body unless a new one is sent.
-std::string delivered(const Message& message, const ChangeSet& changes) {
-  const std::string received(message.receivedBytes());
-  const std::size_t blank = received.starts_with("\r\n") ? 0 : received.find("\r\n\r\n") + 2;
-  MailSystem system(splitHeader(std::string_view(received).substr(0, blank)).value());
-  system.apply(changes.headers);
-  std::string text;
-  for (const HeaderLine& line : system.header()) {
-    text += line.name + ":";
-    for (const char c : line.value) text += c == '\n' ? std::string("\r\n") : std::string(1, c);
-    text += "\r\n";
-  }
-  if (!changes.body) return text + received.substr(blank);
-  PlainBodySink body(headerOf(message).size());
-  EXPECT_EQ(message.render(body), 0);
-  return text + "\r\n" + body.text;
-}
-
 constexpr char kMail[] =
     "Received: from a\n\tby b\nSubject: =?utf-8?q?=C3=A4?=\nX-A: 1\nx-a:2\nX-A: 3\n"
     "Content-Type: multipart/mixed; boundary=b\n\n"

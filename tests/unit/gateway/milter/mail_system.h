@@ -1,11 +1,11 @@
 // A mail system that applies milter operations as Postfix does.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstddef>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -16,7 +16,7 @@
 namespace gateway::milter {
 
 /// Keeps a header with the system's own trace field in front, which the milter does not see. Each
-/// operation meets the header as the operations before it left it.
+/// operation meets the header as the operations before it left it. One that makes no sense throws.
 class MailSystem {
  public:
   explicit MailSystem(const std::vector<HeaderLine>& header) {
@@ -39,8 +39,8 @@ class MailSystem {
       return;
     }
     // An empty value is how the protocol says "delete".
-    if (edit.kind == HeaderEdit::Kind::Change) {
-      EXPECT_FALSE(edit.value.empty());
+    if (edit.kind == HeaderEdit::Kind::Change && edit.value.empty()) {
+      throw std::logic_error("a change of " + edit.name + " that deletes it");
     }
     std::size_t seen = 0;
     for (std::size_t i = 1; i < lines_.size(); ++i) {
@@ -53,7 +53,7 @@ class MailSystem {
       }
       return;
     }
-    ADD_FAILURE() << "no field " << edit.index << " named " << edit.name;
+    throw std::logic_error("no field " + std::to_string(edit.index) + " named " + edit.name);
   }
 
   std::vector<HeaderLine> lines_;
@@ -63,15 +63,45 @@ class MailSystem {
 inline std::vector<std::string> applyRecipients(std::vector<std::string> recipients,
                                                 const ChangeSet& changes) {
   for (const std::string& address : changes.removed) {
-    EXPECT_NE(std::erase_if(recipients,
-                            [&](const std::string& each) {
-                              return host::message::equalsIgnoreCase(each, address);
-                            }),
-              0U)
-        << address;
+    const auto isThis = [&](const std::string& each) {
+      return host::message::equalsIgnoreCase(each, address);
+    };
+    if (std::erase_if(recipients, isThis) == 0) {
+      throw std::logic_error("no recipient " + address);
+    }
   }
   recipients.insert(recipients.end(), changes.added.begin(), changes.added.end());
   return recipients;
+}
+
+class PlainBodySink final : public BodySink {
+ public:
+  using BodySink::BodySink;
+  std::string text;
+
+ private:
+  bool writeBody(std::string_view piece) override {
+    text += piece;
+    return true;
+  }
+};
+
+/// What the mail system makes of the received message: the received body unless a new one is sent.
+inline std::string delivered(const host::message::Message& message, const ChangeSet& changes) {
+  const std::string received(message.receivedBytes());
+  const std::size_t blank = received.starts_with("\r\n") ? 0 : received.find("\r\n\r\n") + 2;
+  MailSystem system(splitHeader(std::string_view(received).substr(0, blank)).value());
+  system.apply(changes.headers);
+  std::string text;
+  for (const HeaderLine& line : system.header()) {
+    text += line.name + ":";
+    for (const char c : line.value) text += c == '\n' ? std::string("\r\n") : std::string(1, c);
+    text += "\r\n";
+  }
+  if (!changes.body) return text + received.substr(blank);
+  PlainBodySink body(headerOf(message).size());
+  if (message.render(body) != 0) throw std::logic_error("the message cannot be rendered");
+  return text + "\r\n" + body.text;
 }
 
 }  // namespace gateway::milter
