@@ -98,7 +98,7 @@ def run_cleanly(prefix, body):
     through), and answers what it does. Whether it returns, raises, or a SIGINT, SIGTERM or SIGHUP
     comes (then Interrupted is raised): at the end no process that came of this one runs, also none
     that made itself a daemon, and the folder is gone. Only a SIGKILL prevents that. To be called
-    once, from the main thread."""
+    once, from the main thread; afterwards these signals are blocked, as the program is about to end."""
     folder = None
     patience = IMPATIENCE
     try:
@@ -121,5 +121,7 @@ def run_cleanly(prefix, body):
         left = end_descendants(patience)
         if folder is not None:
             shutil.rmtree(folder)
+        # Python takes its handlers away while it ends: a late signal would still change the status.
+        signal.pthread_sigmask(signal.SIG_BLOCK, SIGNALS)
         if left:
             raise AssertionError(f"{left} processes would not end")
