@@ -200,6 +200,16 @@ class DemoTest(unittest.TestCase):
         self.assertIn("Postfix can be started by root only: `sudo make demo`", out)
         self.assertNotIn("missing", out)
 
+    def test_a_user_who_may_use_sudo_sees_all_of_it(self):
+        path = self.fake(id="echo 1000\n", sudo='[ "$1" = -n ] && exit 0\nexec "$@"\n')
+        process = self.start(path=path)
+        self.assertEqual(process.stdout.readline(),
+                         b"Postfix can be started by root only: going on with sudo.\n")
+        while HEADINGS[0].encode() not in process.stdout.readline():
+            self.assertIsNone(process.poll())
+        os.killpg(process.pid, signal.SIGTERM)
+        self.end(process, 128 + signal.SIGTERM)
+
     def test_programs_that_are_missing_are_named(self):
         tools = self.folder / "tools"
         tools.mkdir()
