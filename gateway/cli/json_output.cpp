@@ -38,9 +38,10 @@ void printJson(const ordered_json& json) {
   printLine(json.dump(2, ' ', false, ordered_json::error_handler_t::replace));
 }
 
-void printLine(const std::string& text) {
-  std::fwrite(text.data(), 1, text.size(), stdout);
-  std::fputc('\n', stdout);
+void printText(const std::string& text) {
+  static_cast<void>(std::fwrite(text.data(), 1, text.size(), stdout));
 }
+
+void printLine(const std::string& text) { printText(text + "\n"); }
 
 }  // namespace gateway::cli

@@ -14,7 +14,11 @@ void addBytes(const char* key, const std::string& bytes, nlohmann::ordered_json&
 /// Prints \p json over several lines; what is no UTF-8 becomes U+FFFD.
 void printJson(const nlohmann::ordered_json& json);
 
-/// Prints \p text, which may hold any byte, and a line break.
+/// Prints \p text, which may hold any byte. What cannot be written is told in the end, by
+/// finishOutput.
+void printText(const std::string& text);
+
+/// The same, and a line break.
 void printLine(const std::string& text);
 
 }  // namespace gateway::cli

@@ -1,6 +1,5 @@
 #include "gateway/cli/object_commands.h"
 
-#include <cstdio>
 #include <list>
 #include <nlohmann/json.hpp>
 
@@ -40,8 +39,6 @@ KaviNamedObj::NaObjType accessType(std::uint32_t type) {
   return static_cast<KaviNamedObj::NaObjType>(type);
 }
 
-void print(const std::string& text) { std::fwrite(text.data(), 1, text.size(), stdout); }
-
 /// Tells how an operation ended. \param json  what belongs to it, for programs
 /// \param done  what it did, for people
 int report(const OperationResult& result, bool asJson, const ordered_json& json,
@@ -62,7 +59,7 @@ OperationResult listAll(const ObjectKind& kind, std::uint32_t owner,
                         std::vector<ObjectRecord>& objects) {
   NameObjectAccess access(kind.type);
   std::list<NameObjectSummary> rows;
-  const OperationResult result = resultOf(access.getList(owner, rows));
+  OperationResult result = resultOf(access.getList(owner, rows));
   for (NameObjectSummary& row : rows) {
     ObjectRecord& object = objects.emplace_back();
     object.id = row.id;
@@ -133,7 +130,7 @@ int objectListCommand(const ObjectOptions& options, const ObjectListOptions& lis
     printJson(objectListJson(objects));
     return ExitDone;
   }
-  print(objectListText(objects));
+  printText(objectListText(objects));
   if (isPage && !objects.empty() && objects.size() == list.limit.value_or(objects.size())) {
     printLine("there may be more: --after " + std::to_string(objects.back().id));
   }
@@ -151,7 +148,7 @@ int objectShowCommand(const ObjectOptions& options, const std::vector<std::strin
   const OperationResult result = resultOf(access.get(object.id, object.name, object.content));
   if (!result.ok()) return report(result, options.json, ordered_json::object(), "");
   if (entry) {
-    print(objectEntryText(object));
+    printText(objectEntryText(object));
     return ExitDone;
   }
   std::vector<RuleName> rules;
@@ -162,7 +159,7 @@ int objectShowCommand(const ObjectOptions& options, const std::vector<std::strin
   if (options.json) {
     printJson(objectShowJson(object, rules));
   } else {
-    print(objectShowText(object, rules));
+    printText(objectShowText(object, rules));
   }
   return ExitDone;
 }

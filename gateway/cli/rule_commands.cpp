@@ -1,7 +1,6 @@
 #include "gateway/cli/rule_commands.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <ctime>
 #include <nlohmann/json.hpp>
 
@@ -170,8 +169,7 @@ int ruleListCommand(const RuleOptions& options, const RulePage& page) {
     printJson(ruleListJson(session.policy));
     return ExitDone;
   }
-  const std::string text = ruleListText(rules);
-  std::fwrite(text.data(), 1, text.size(), stdout);
+  printText(ruleListText(rules));
   if (isCut && count != 0) printLine("there are more: --after " + std::to_string(rules.back().id));
   return ExitDone;
 }
@@ -184,8 +182,7 @@ int ruleShowCommand(const RuleOptions& options) {
   if (options.json) {
     printJson(ruleJson(session.policy, *rule));
   } else {
-    const std::string text = ruleShowText(session.policy, *rule);
-    std::fwrite(text.data(), 1, text.size(), stdout);
+    printText(ruleShowText(session.policy, *rule));
   }
   return ExitDone;
 }

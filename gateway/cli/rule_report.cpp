@@ -1,7 +1,6 @@
 #include "gateway/cli/rule_report.h"
 
 #include <algorithm>
-#include <cstdio>
 
 #include "gateway/cli/bound_action.h"
 #include "gateway/cli/json_output.h"
@@ -145,8 +144,7 @@ void BindingsReport::print(const RuleRecord& rule, bool asJson) const {
   } else if (table_.isEmpty()) {
     printLine("no action of " + ruleText(rule) + " uses named objects");
   } else {
-    const std::string text = table_.text();
-    std::fwrite(text.data(), 1, text.size(), stdout);
+    printText(table_.text());
   }
 }
 

@@ -196,8 +196,7 @@ int storeAuditCommand(const StoreOptions& options, const PageOptions& page, bool
   } else if (records.empty()) {
     printLine(page.after == 0 ? "nothing has been changed yet" : "no changes behind that row");
   } else {
-    const std::string text = table.text();
-    std::fwrite(text.data(), 1, text.size(), stdout);
+    printText(table.text());
     if (records.size() == page.limit) {
       printLine("there may be more: --after " + std::to_string(records.back().row));
     }
