@@ -12,7 +12,7 @@ from store_case import (PostgresServer, StoreTest, on_every_store, setUpModule, 
 
 MEGABYTES = 1 << 20
 MOST_MEMORY = 1000 * MEGABYTES
-MOST_SECONDS = 60  # on a busy machine; some seconds usually
+MOST_SECONDS = 600 if os.environ.get("KAVI_SANITIZE") else 60  # some seconds on an idle machine
 
 GOOD = "stamps:\n- {name: legal, text: care}\nrules:\n- {id: 1, when: always, actions: [delete]}\n"
 
