@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -222,9 +223,13 @@ TEST_F(StorePolicyTest, IsNeverOlderThanItsChangeForManyThreads) {
     hold(rules);
     held = rules;
   }
-  while (asked < kThreads * 10) std::this_thread::yield();
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  while (asked < kThreads * 10 && std::chrono::steady_clock::now() < end) {
+    std::this_thread::yield();
+  }
   ended = true;
   threads.clear();
+  EXPECT_GE(asked, kThreads * 10);
   EXPECT_EQ(wrong, 0);
   EXPECT_EQ(message(), std::to_string(kChanges));
 }
