@@ -264,6 +264,33 @@ TEST_F(Filing, FilesNothingOfAMessageThatCannotBeWritten) {
   EXPECT_TRUE(bench_.rows().empty());
 }
 
+// Of subjects that declare no charset.
+TEST_F(Filing, ReadsRawSubjectsAsUtf8OrInTheCharsetOfTheMail) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"Subject: gr\xC3\xBC\xC3\x9F"
+       "e\r\n\r\n",
+       "grüße"},
+      {"Subject: gr\xC3\xBC\xC3\x9F"
+       "e\r\nContent-Type: text/plain; charset=koi8-r\r\n\r\n",
+       "grüße"},
+      {"Subject: \xC4\xC1\r\nContent-Type: text/plain; charset=koi8-r\r\n\r\n", "да"},
+      {"Subject: \x93\xFA\x96\x7B\r\nContent-Type: text/plain; charset=shift_jis\r\n\r\n", "日本"},
+      {"Subject: gr\xFC\xDF"
+       "e\r\n\r\n",
+       "grüße"},
+      {"Subject: gr\xFC\xDF"
+       "e\r\nContent-Type: text/plain; charset=nonsense\r\n\r\n",
+       "grüße"},
+  };
+  for (const auto& [mail, subject] : cases) {
+    testing_host::FilingBench bench;
+    host::delivery::LocalAdapter adapter(bench.state);
+    const auto message = Message::parse(Buffer::copyOf(mail));
+    ASSERT_TRUE(quarantine(adapter, *message, bench.folder).ok());
+    EXPECT_EQ(bench.rows().at(0).subject, subject);
+  }
+}
+
 TEST_F(Filing, CutsALongSubjectBetweenCharacters) {
   std::string subject = "x";
   while (subject.size() < 20'000) subject += "字";

@@ -54,7 +54,10 @@ TEST(SpoolFile, ComesBackWhatWasWritten) {
   hostile.envelope.recipients = {every, "", every};
   SpoolEntry negative = sample();
   negative.queuedAt = -1;
-  for (const SpoolEntry& entry : {sample(), noSender, nullSender, hostile, negative}) {
+  SpoolEntry held = sample();
+  held.passes = 2;
+  held.rule = 15;
+  for (const SpoolEntry& entry : {sample(), noSender, nullSender, hostile, negative, held}) {
     SpoolEntry back;
     std::string_view message;
     const std::string whole = writeSpoolHead(entry) + std::string("a\n\0b", 4);
