@@ -97,7 +97,7 @@ std::string settingsFaults(Kavi::GlobalSetting& settings) {
     std::string text;
     if (!section.text(rule.key, text) || text.empty()) continue;
     const std::string fault = faultOf(rule.kind, text);
-    if (!fault.empty()) section.fault(rule.key, "'" + text + "' " + fault);
+    if (!fault.empty()) section.fault(rule.key, std::string("'").append(text).append("' ") + fault);
   }
   return faults;
 }

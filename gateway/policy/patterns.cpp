@@ -74,41 +74,46 @@ std::string globToRegex(std::string_view glob) {
 
 /// What administrators are told of a fault that RE2 finds.
 struct RegexRemedy {
-  re2::RE2::ErrorCode code;
   const char* what;
-  bool showsWhat;  ///< the part that is wrong is worth showing
   const char* remedy;
+  re2::RE2::ErrorCode code;
+  bool showsWhat;  ///< the part that is wrong is worth showing
 };
 
 constexpr RegexRemedy kRegexRemedies[] = {
-    {re2::RE2::ErrorMissingParen, "a \"(\" that is never closed", false,
-     "close it, or write \\( for the character itself"},
-    {re2::RE2::ErrorUnexpectedParen, "a \")\" that closes nothing", false,
-     "write \\) for the character itself"},
-    {re2::RE2::ErrorMissingBracket, "a \"[\" that is never closed", false,
-     "close it with ], or write \\[ for the character itself"},
-    {re2::RE2::ErrorBadCharRange, "no set of characters", true,
-     "a range goes from the lower to the higher one, as in a-z; write \\- for a hyphen itself"},
-    {re2::RE2::ErrorBadCharClass, "no set of characters", true,
-     "write the characters between [ and ]"},
-    {re2::RE2::ErrorBadEscape, "an escape that means nothing", true,
-     "write \\\\ for a backslash itself"},
-    {re2::RE2::ErrorTrailingBackslash, "a backslash with nothing behind it", false,
-     "write \\\\ for a backslash itself"},
-    {re2::RE2::ErrorRepeatArgument, "nothing to repeat", true,
+    {"a \"(\" that is never closed", "close it, or write \\( for the character itself",
+     re2::RE2::ErrorMissingParen, false},
+    {"a \")\" that closes nothing", "write \\) for the character itself",
+     re2::RE2::ErrorUnexpectedParen, false},
+    {"a \"[\" that is never closed", "close it with ], or write \\[ for the character itself",
+     re2::RE2::ErrorMissingBracket, false},
+    {"no set of characters",
+     "a range goes from the lower to the higher one, as in a-z; write \\- for a hyphen itself",
+     re2::RE2::ErrorBadCharRange, true},
+    {"no set of characters", "write the characters between [ and ]", re2::RE2::ErrorBadCharClass,
+     true},
+    {"an escape that means nothing", "write \\\\ for a backslash itself", re2::RE2::ErrorBadEscape,
+     true},
+    {"a backslash with nothing behind it", "write \\\\ for a backslash itself",
+     re2::RE2::ErrorTrailingBackslash, false},
+    {"nothing to repeat",
      "it is looked for anywhere in the text: leave the stars at its ends out; write .* for any "
-     "characters, \\* \\+ or \\? for the character itself"},
-    {re2::RE2::ErrorRepeatOp, "a repetition of a repetition", true,
-     "one of * + ? is enough; put a \\ in front of one that is meant as a character"},
-    {re2::RE2::ErrorRepeatSize, "a repetition that is too large or the wrong way round", true,
-     "1000 is the most, repetitions within repetitions multiplied; the smaller number comes first"},
-    {re2::RE2::ErrorBadPerlOp, "a group that is not known", true,
-     "there is no looking ahead or behind; write (?: for a group, (?i) or (?-i) for the case"},
-    {re2::RE2::ErrorBadNamedCapture, "a group without a proper name", true,
-     "write (?P<name>...), each name once, or (...)"},
-    {re2::RE2::ErrorBadUTF8, "bytes that are no UTF-8", false, "save the policy as UTF-8"},
-    {re2::RE2::ErrorPatternTooLarge, "it is too large", false,
-     "make it shorter, its repetitions smaller, or several patterns of it"},
+     "characters, \\* \\+ or \\? for the character itself",
+     re2::RE2::ErrorRepeatArgument, true},
+    {"a repetition of a repetition",
+     "one of * + ? is enough; put a \\ in front of one that is meant as a character",
+     re2::RE2::ErrorRepeatOp, true},
+    {"a repetition that is too large or the wrong way round",
+     "1000 is the most, repetitions within repetitions multiplied; the smaller number comes first",
+     re2::RE2::ErrorRepeatSize, true},
+    {"a group that is not known",
+     "there is no looking ahead or behind; write (?: for a group, (?i) or (?-i) for the case",
+     re2::RE2::ErrorBadPerlOp, true},
+    {"a group without a proper name", "write (?P<name>...), each name once, or (...)",
+     re2::RE2::ErrorBadNamedCapture, true},
+    {"bytes that are no UTF-8", "save the policy as UTF-8", re2::RE2::ErrorBadUTF8, false},
+    {"it is too large", "make it shorter, its repetitions smaller, or several patterns of it",
+     re2::RE2::ErrorPatternTooLarge, false},
 };
 
 /// The place of the bracket of \p pattern that has no partner; npos when there is none.
