@@ -2,8 +2,10 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -86,7 +88,7 @@ class Application {
         return ExitFailed;
       }
       const policy::PolicyDiff diff(present, next);
-      show(diff);
+      if (!show(diff)) return ExitFailed;
       if (options_.dryRun || diff.changes().empty()) {
         return conclude(diff, present.revision, false);
       }
@@ -112,14 +114,18 @@ class Application {
     return ExitFailed;
   }
 
-  void show(const policy::PolicyDiff& diff) {
-    if (options_.json || diff.changes().empty()) return;
+  /// Nothing is changed that nobody could see coming. \return false after a complaint
+  bool show(const policy::PolicyDiff& diff) {
+    if (options_.json || diff.changes().empty()) return true;
     const std::string text = textReport(diff, style_);
     // What was shown before and still holds is not shown again.
-    if (text == shown_) return;
+    if (text == shown_) return true;
     shown_ = text;
-    std::fwrite(text.data(), 1, text.size(), stdout);
-    std::fflush(stdout);
+    const bool isWritten = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+    if (isWritten && std::fflush(stdout) == 0) return true;
+    complain(std::string("the changes cannot be shown (") + std::strerror(errno) +
+             "): nothing is changed");
+    return false;
   }
 
   int conclude(const policy::PolicyDiff& diff, std::int64_t revision, bool applied) const {

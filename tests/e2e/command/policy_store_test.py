@@ -71,6 +71,21 @@ class ApplyCase(PolicyCase):
             self.assertEqual(self.text("policy", "apply", self.file),
                              self.called("nothing differs (revision 1)"))
 
+    def test_changes_nothing_that_it_cannot_show(self):
+        command = [KAVI, "policy", "apply", self.file, "--store", self.location]
+        with open("/dev/full", "wb") as full:
+            done = subprocess.run(command, stdout=full, stderr=subprocess.PIPE, timeout=60)
+        self.assertEqual(done.returncode, 1)
+        self.assertIn(b"the changes cannot be shown (No space left on device): nothing is changed",
+                      done.stderr)
+        self.assertEqual(self.difference()["revision"], 0)
+        nobody, output = os.pipe()
+        os.close(nobody)
+        with os.fdopen(output, "wb") as broken:
+            done = subprocess.run(command, stdout=broken, stderr=subprocess.PIPE, timeout=60)
+        self.assertNotEqual(done.returncode, 0)
+        self.assertEqual(self.difference()["revision"], 0)
+
     def test_tells_programs_the_same(self):
         self.apply(POLICY)
         changed = POLICY.replace("aging_days: 7", "aging_days: 9").replace(
