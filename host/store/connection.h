@@ -41,7 +41,8 @@ class Connection {
   Connection& operator=(const Connection&) = delete;
   virtual ~Connection() = default;
 
-  /// \param text  a constant: it is prepared once and known by its address's content afterwards
+  /// \param text  a constant: it is prepared once, in this database's words, and known by its
+  ///   address's content afterwards
   virtual std::unique_ptr<Statement> statement(const char* text) = 0;
   /// Runs a text that has no parameters and whose rows nobody wants.
   virtual void execute(const std::string& text) = 0;
@@ -61,7 +62,7 @@ class Connection {
   virtual std::int64_t countTables(const std::string& name) = 0;
   /// Looks for damage below the tables, as far as the database can tell, and says what there is.
   virtual void findDamage(std::vector<std::string>& faults) = 0;
-  /// A text of the schema with this database's types in place of {bytes} and {row}.
+  /// \p text in this database's words, see Dialect; empty when it is not for this one.
   virtual std::string inDialect(std::string_view text) const = 0;
 };
 

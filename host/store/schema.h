@@ -10,8 +10,8 @@
 namespace host::store {
 
 /// The steps from one version of the tables to the next; step n makes version n + 1. A step never
-/// changes once it was released: stores in the field went through it. In the texts {bytes} stands
-/// for the type of raw bytes and {row} for that of a row number that is never given twice.
+/// changes once it was released: stores in the field went through it. What Dialect names stands for
+/// the words of each database; a step may have texts for one of them only.
 using SchemaStep = std::vector<std::string_view>;
 std::span<const SchemaStep> schemaSteps();
 

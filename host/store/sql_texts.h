@@ -88,8 +88,10 @@ inline constexpr char kCountReferrers[] = "SELECT count(*) FROM rule_object WHER
 inline constexpr char kRemoveObject[] = "DELETE FROM named_object WHERE id = $1 AND owner = $2";
 inline constexpr char kFindObject[] =
     "SELECT " KAVI_OBJECT_COLUMNS ", content FROM named_object WHERE id = $1";
+// Where there is a digest the index has that; two names may share one in theory.
 inline constexpr char kFindObjectName[] =
-    "SELECT id FROM named_object WHERE owner = $1 AND type = $2 AND name = $3";
+    "SELECT id FROM named_object WHERE owner = $1 AND type = $2 AND {digest}(name) = {digest}($3) "
+    "AND name = $3";
 inline constexpr char kListObjects[] = KAVI_SELECT_OBJECT
     "WHERE id > $1 "
     "ORDER BY id LIMIT $2";

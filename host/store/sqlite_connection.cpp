@@ -156,7 +156,7 @@ SqliteConnection::SqliteConnection(const std::string& path, int busyTimeoutMs, M
 SQLite::Statement& SqliteConnection::prepared(const char* text) {
   auto found = statements_.find(std::string_view(text));
   if (found == statements_.end()) {
-    auto statement = std::make_unique<SQLite::Statement>(database_, text);
+    auto statement = std::make_unique<SQLite::Statement>(database_, inDialect(text));
     found = statements_.emplace(text, std::move(statement)).first;
   }
   return *found->second;
@@ -214,7 +214,7 @@ void SqliteConnection::findDamage(std::vector<std::string>& faults) {
 }
 
 std::string SqliteConnection::inDialect(std::string_view text) const {
-  return withTypes(text, "BLOB", "INTEGER PRIMARY KEY AUTOINCREMENT");
+  return inWordsOf({"BLOB", "INTEGER PRIMARY KEY AUTOINCREMENT", "", false}, text);
 }
 
 }  // namespace host::store

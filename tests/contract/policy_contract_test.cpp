@@ -1,6 +1,7 @@
 // What every store of named objects and rules promises.
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
 #include <vector>
 
@@ -182,6 +183,36 @@ TEST_F(PolicyContract, SaysWhatIsNotThere) {
   const std::uint32_t id = add(objectOf(1, kStamp, "a"));
   EXPECT_EQ(store_->removeObject(id, 2, note_).error, StoreError::NotFound) << "another owner";
   EXPECT_EQ(find(id).name, "a");
+}
+
+// Bytes that no database can make shorter by packing them.
+std::string longName(unsigned int seed) {
+  std::mt19937 random(seed);
+  std::string name;
+  while (name.size() < 100'000) name += static_cast<char>(random() & 0xFF);
+  return name;
+}
+
+TEST_F(PolicyContract, TakesNamesOfAnyLengthAndKeepsThemUnique) {
+  const std::uint32_t id = add(objectOf(1, kStamp, longName(1)));
+  const std::uint32_t other = add(objectOf(1, kStamp, longName(2)));
+  EXPECT_EQ(find(id).name, longName(1));
+  std::uint32_t none = 0;
+  EXPECT_EQ(store_->addObject(objectOf(1, kStamp, longName(1)), note_, none).error,
+            StoreError::NameTaken);
+  ObjectRecord change = find(other);
+  change.name = longName(1);
+  EXPECT_EQ(store_->changeObject(change, note_).error, StoreError::NameTaken);
+  change.name = longName(3);
+  EXPECT_TRUE(store_->changeObject(change, note_).ok());
+  // One that goes on longer is another; another owner or type may have the same.
+  add(objectOf(1, kStamp, longName(1) + "x"));
+  add(objectOf(2, kStamp, longName(1)));
+  add(objectOf(1, kNotification, longName(1)));
+  PolicyRecord next = policy();
+  std::swap(next.objects[0].name, next.objects[1].name);
+  EXPECT_EQ(replace(next), StoreError::None);
+  EXPECT_EQ(find(other).name, longName(1));
 }
 
 TEST_F(PolicyContract, ListsPages) {

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <random>
 #include <set>
 #include <string>
 #include <thread>
@@ -15,6 +16,7 @@
 
 #include "host/store/postgres_connection.h"
 #include "host/store/schema.h"
+#include "host/store/sql_texts.h"
 #include "host/store/store.h"
 #include "host/store/store_failure.h"
 #include "library/platform/kavi_named_obj.h"
@@ -97,6 +99,45 @@ TEST_F(Postgres, GivesOlderRulesTheAnswerThatTheyAlwaysHad) {
   EXPECT_EQ(policy.rules,
             (std::vector<RuleRecord>{{9, "c", 1, false, "d", {}}, {5, "a", 2, true, "b", {}}}));
   EXPECT_EQ(policy.rules[0].verdict, RuleVerdict());
+}
+
+TEST_F(Postgres, BringsNamesUnderAnIndexOfDigests) {
+  PostgresConnection connection(location_, 1000);
+  migrate(connection, schemaSteps().first(3));
+  connection.execute(
+      "INSERT INTO named_object (id, owner, type, name, content, built_in, created_at, changed_at) "
+      "VALUES (7, 1, 2, '\\x61', '\\x62', 0, 0, 0)");
+  migrate(connection, schemaSteps());
+  EXPECT_EQ(versionOf(connection, schemaSteps()), std::ssize(schemaSteps()));
+  const auto add = [&](const std::string& id, const std::string& name) {
+    connection.execute(
+        "INSERT INTO named_object (id, owner, type, name, content, built_in, created_at, "
+        "changed_at) VALUES (" +
+        id + ", 1, 2, " + name + ", '\\x62', 0, 0, 0)");
+  };
+  EXPECT_THROW(add("8", "'\\x61'"), StoreFailure);
+  // 32,000 bytes that do not pack.
+  EXPECT_NO_THROW(
+      add("9", "(SELECT string_agg(sha256(int4send(i)), '') FROM generate_series(1, 1000) AS i)"));
+  connection.execute("SET enable_seqscan = off");
+  const std::string explained = std::string("EXPLAIN ") + sql::kFindObjectName;
+  Query plan(connection, explained.c_str());
+  plan.bind(1).bind(2).bind("a");
+  std::string text;
+  while (plan.next()) text += plan.bytes(0) + "\n";
+  EXPECT_NE(text.find("named_object_name"), std::string::npos) << text;
+}
+
+TEST_F(Postgres, SaysInItsOwnWordsThatAPathIsTooLong) {
+  PostgresStore store(location_);
+  std::mt19937 random(1);
+  IndexEntry entry;
+  while (entry.path.size() < 10'000) entry.path += static_cast<char>(random() & 0xFF);
+  std::int64_t row = 0;
+  const StoreStatus status = store.addEntry(entry, nullptr, row);
+  EXPECT_EQ(status.error, StoreError::InvalidArgument);
+  EXPECT_NE(status.text.find("larger than the server takes"), std::string::npos) << status.text;
+  EXPECT_EQ(status.text.find("btree"), std::string::npos) << status.text;
 }
 
 TEST_F(Postgres, IsNeitherMadeNorBroughtForwardForWhoMayNot) {

@@ -75,6 +75,26 @@ TEST_F(Schema, TakesAnAnswerThatItDoesNotKnowForDamage) {
   }
 }
 
+TEST_F(Schema, LeavesOutWhatIsForServersOnly) {
+  steps_.push_back({"{server}CREATE TABLE elsewhere (id {row})", "CREATE TABLE here (id {row})"});
+  migrate(connection_, steps_);
+  EXPECT_EQ(number("SELECT version FROM kavi_schema"), 4);
+  EXPECT_EQ(number("SELECT count(*) FROM sqlite_schema WHERE name = 'here'"), 1);
+  EXPECT_EQ(number("SELECT count(*) FROM sqlite_schema WHERE name = 'elsewhere'"), 0);
+}
+
+TEST_F(Schema, KeepsNamesUniqueThroughTheStepToDigests) {
+  migrate(connection_, schemaSteps().first(3));
+  constexpr char kAdd[] =
+      "INSERT INTO named_object (id, owner, type, name, content, built_in, created_at, changed_at) "
+      "VALUES ((SELECT count(*) FROM named_object) + 1, 1, 2, x'61', x'62', 0, 0, 0)";
+  connection_.execute(kAdd);
+  migrate(connection_, schemaSteps());
+  EXPECT_EQ(number("SELECT version FROM kavi_schema"), std::ssize(schemaSteps()));
+  EXPECT_THROW(connection_.execute(kAdd), StoreFailure);
+  EXPECT_EQ(number("SELECT count(*) FROM named_object"), 1);
+}
+
 TEST_F(Schema, LeavesACurrentStoreAlone) {
   migrate(connection_, steps_);
   connection_.database().exec("INSERT INTO things (name) VALUES (x'41')");
@@ -126,7 +146,9 @@ TEST_F(Schema, NumbersParametersAsTheirNamesSay) {
   migrate(connection_, schemaSteps());
   for (const char* text : sql::kEveryStatement) {
     sqlite3_stmt* statement = nullptr;
-    ASSERT_EQ(sqlite3_prepare_v2(connection_.database().getHandle(), text, -1, &statement, nullptr),
+    const std::string words = connection_.inDialect(text);
+    ASSERT_EQ(sqlite3_prepare_v2(connection_.database().getHandle(), words.c_str(), -1, &statement,
+                                 nullptr),
               SQLITE_OK)
         << text;
     for (int index = 1; index <= sqlite3_bind_parameter_count(statement); ++index) {
@@ -158,7 +180,8 @@ TEST_F(Schema, AnswersEveryQuestionByAnIndex) {
   for (const char* text : sql::kEveryStatement) {
     const std::string question(text);
     if (question.starts_with("INSERT") || question == sql::kForgetBefore) continue;
-    SQLite::Statement plan(connection_.database(), "EXPLAIN QUERY PLAN " + question);
+    SQLite::Statement plan(connection_.database(),
+                           "EXPLAIN QUERY PLAN " + connection_.inDialect(question));
     while (plan.executeStep()) {
       ++plans;
       const std::string step = plan.getColumn(3).getString();
