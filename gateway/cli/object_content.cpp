@@ -38,7 +38,7 @@ std::string_view alternativeTo(std::string_view key) {
 bool readWhole(const std::string& path, std::string& bytes) {
   const std::string source = path == "-" ? "/dev/stdin" : path;
   const std::size_t most = policy::YamlLimits().bytes;
-  std::string fault = policy::readTextFile(source, most, bytes);
+  std::string fault = policy::readTextFile(source, policy::FileKind::Any, most, bytes);
   if (fault.empty() && bytes.size() > most) {
     fault = "is longer than " + std::to_string(most) + " bytes";
   }
@@ -206,7 +206,8 @@ class ContentMaker {
     if (entry.find(policy::kSettingKey) != nullptr) return good;
     const bool keepsName = wanted.name.empty() && present_ != nullptr;
     const std::string& name = keepsName ? present_->name : wanted.name;
-    return kind_.encode({entry, name, folder_}, wanted.setting, fault) && good;
+    const bool isTyped = source_.empty();
+    return kind_.encode({entry, name, folder_, isTyped}, wanted.setting, fault) && good;
   }
 
   const ObjectKind& kind_;

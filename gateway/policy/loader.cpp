@@ -374,7 +374,7 @@ std::optional<LoadedPolicy> loadPolicy(std::string_view text, Diagnostics& diagn
 
 std::optional<LoadedPolicy> loadPolicyFile(const std::string& path, Diagnostics& diagnostics) {
   std::string text;
-  std::string fault = readTextFile(path, YamlLimits().bytes, text);
+  std::string fault = readTextFile(path, FileKind::Any, YamlLimits().bytes, text);
   if (fault == "is a folder") fault += " (name the policy file in it)";
   if (!fault.empty()) {
     diagnostics.error(0, "", fault);

@@ -25,6 +25,7 @@ struct ObjectEntry {
   const std::string& name;
   /// The folder that relative file names start from; none when entries must not name files.
   const std::optional<std::string>& folder;
+  bool mayNamePipes = false;  ///< a person at the command line has named the files
 };
 
 /// Receives the keys of an entry behind its name, in their order.

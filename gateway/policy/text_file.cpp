@@ -1,5 +1,6 @@
 #include "gateway/policy/text_file.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unicode/utf8.h>
 
@@ -7,9 +8,15 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
-#include <fstream>
+
+#include "host/core/file_ops.h"
 
 namespace gateway::policy {
+namespace {
+
+std::string unreadable(int error) { return std::string("cannot be read: ") + std::strerror(error); }
+
+}  // namespace
 
 std::optional<TextFault> findTextFault(std::string_view text) {
   int line = 1;
@@ -30,22 +37,29 @@ std::optional<TextFault> findTextFault(std::string_view text) {
   return std::nullopt;
 }
 
-std::string readTextFile(const std::string& path, std::size_t maxBytes, std::string& text) {
+std::string readTextFile(const std::string& path, FileKind kind, std::size_t maxBytes,
+                         std::string& text) {
+  // Opening a pipe waits for its writer, unless told not to.
+  const int waiting = kind == FileKind::Regular ? O_NONBLOCK : 0;
+  host::core::FileOps& ops = host::core::FileOps::system();
+  const host::core::Descriptor file(
+      ops, ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | waiting));
   struct stat status {};
-  if (::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) return "is a folder";
-  errno = 0;
-  std::ifstream file(path, std::ios::binary);
-  if (!file) return std::string("cannot be read: ") + std::strerror(errno);
+  if (!file.isOpen() || ::fstat(file.get(), &status) != 0) return unreadable(errno);
+  if (S_ISDIR(status.st_mode)) return "is a folder";
+  if (kind == FileKind::Regular && !S_ISREG(status.st_mode)) return "is no regular file: name one";
   // One byte more than wanted tells that there are too many.
   constexpr std::size_t kPiece = std::size_t{64} << 10;
   text.clear();
-  for (std::size_t size = 0; file && size <= maxBytes; size = text.size()) {
+  while (text.size() <= maxBytes) {
+    const std::size_t size = text.size();
     const std::size_t piece = std::min(kPiece, maxBytes + 1 - size);
     text.resize(size + piece);
-    file.read(text.data() + size, static_cast<std::streamsize>(piece));
-    text.resize(size + static_cast<std::size_t>(file.gcount()));
+    const ssize_t got = ops.read(file.get(), text.data() + size, piece);
+    text.resize(size + static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+    if (got < 0) return unreadable(static_cast<int>(-got));
+    if (got == 0) break;
   }
-  if (file.bad()) return std::string("cannot be read: ") + std::strerror(errno);
   return {};
 }
 

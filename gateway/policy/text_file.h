@@ -18,9 +18,16 @@ struct TextFault {
 /// a line break; nothing when there is none.
 std::optional<TextFault> findTextFault(std::string_view text);
 
+/// What a name may stand for.
+enum class FileKind {
+  Regular,  ///< nothing that could keep its reader waiting
+  Any       ///< a pipe, too: for names from the command line
+};
+
 /// Reads the file at \p path, its first \p maxBytes + 1 bytes at most: that is enough to know that
 /// it is too large.
 /// \return why it cannot be read; empty for success.
-std::string readTextFile(const std::string& path, std::size_t maxBytes, std::string& text);
+std::string readTextFile(const std::string& path, FileKind kind, std::size_t maxBytes,
+                         std::string& text);
 
 }  // namespace gateway::policy

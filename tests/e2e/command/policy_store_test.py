@@ -86,6 +86,17 @@ class ApplyCase(PolicyCase):
         self.assertNotEqual(done.returncode, 0)
         self.assertEqual(self.difference()["revision"], 0)
 
+    def test_waits_for_pipes_of_the_command_line_only(self):
+        os.mkfifo(self.folder / "pipe")
+        self.assertIn("is no regular file: name one", self.complaint(
+            "policy", "apply", self.put("o.yaml", "stamps: [{name: a, file: pipe}]\nrules: []\n"),
+            status=2))
+        self.text("policy", "apply", "/dev/stdin", stdin=POLICY.encode())
+        self.assertEqual(self.difference()["changes"], [])
+        self.text("object", "add", "stamp", "piped", "file=/dev/stdin", stdin=b"from a pipe")
+        self.assertEqual(self.json("object", "show", "stamp", "piped")["fields"]["text"],
+                         "from a pipe")
+
     def test_tells_programs_the_same(self):
         self.apply(POLICY)
         changed = POLICY.replace("aging_days: 7", "aging_days: 9").replace(

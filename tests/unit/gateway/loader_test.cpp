@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -318,6 +319,15 @@ TEST_F(StampFile, IsFoundBesideThePolicy) {
   put("stamp.txt", "\xEF\xBB\xBFone\r\ntwo\n\n");
   EXPECT_EQ(stampFrom("stamp.txt"), "2:1:8:one\x03two\x03:0::");
   EXPECT_EQ(stampFrom(folder_ + "stamp.txt"), "2:1:8:one\x03two\x03:0::");
+}
+
+TEST_F(StampFile, IsNoPipeThatKeepsItsReaderWaiting) {
+  ASSERT_EQ(::mkfifo((folder_ + "pipe").c_str(), 0600), 0);
+  for (const std::string name : {"pipe", "/dev/null"}) {
+    EXPECT_EQ(stampFrom(name), "p:1: stamps: file '" + name +
+                                   "' is no regular file: name one (a relative name starts from "
+                                   "the folder of the policy)");
+  }
 }
 
 TEST_F(StampFile, SaysWhatIsWrongWithIt) {
