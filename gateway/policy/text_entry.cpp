@@ -8,6 +8,19 @@ namespace {
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
+/// Why \p node is no single text; empty for what is one or nothing at all.
+std::string faultOfKind(const Node& node) {
+  switch (node.kind) {
+    case Node::Kind::Binary:
+      return "is not UTF-8 text (write it as plain UTF-8)";
+    case Node::Kind::List:
+      // A field that is given again makes a list, which has no line.
+      return node.line == 0 ? "is given more than once (give one)" : "is a list (write one text)";
+    default:
+      return {};
+  }
+}
+
 bool readFile(const ObjectEntry& entry, const TextEntry& wanted, const Node& file,
               std::string& content, std::string& called, const FaultSink& fault) {
   const std::string key(wanted.fileKey);
@@ -50,6 +63,10 @@ bool readTextEntry(const ObjectEntry& entry, const TextEntry& wanted, std::strin
   }
   const Node& source = text != nullptr ? *text : *file;
   line = source.line;
+  if (const std::string reason = faultOfKind(source); !reason.empty()) {
+    fault(line, (text != nullptr ? "the " + key : fileKey + ":") + " " + reason);
+    return false;
+  }
   if (source.kind != Node::Kind::Scalar || source.text.empty()) {
     fault(line, (text != nullptr ? "the " + key + " is empty" : fileKey + ": names no file") +
                     " (write " + std::string(wanted.example) + ")");

@@ -231,6 +231,8 @@ INSTANTIATE_TEST_SUITE_P(
         Fault{"StampEmpty", "rules: []\nstamps:\n- {name: a, text: ''}\n",
               "policy.yaml:3: stamps: the text is empty (write text: \"Confidential.\" or file: "
               "stamp.txt)"},
+        Fault{"StampList", "rules: []\nstamps:\n- {name: a, text: [x]}\n",
+              "policy.yaml:3: stamps: the text is a list (write one text)"},
         Fault{"StampOnlyABreak", "rules: []\nstamps:\n- name: a\n  text: \"\\n\"\n",
               "policy.yaml:4: stamps: the text is empty (write what the stamp is to say)"},
         Fault{"StampControlByte", "rules: []\nstamps:\n- name: a\n  text: \"a\\x03b\"\n",

@@ -105,6 +105,8 @@ TEST(ObjectContent, RefusesWhatCannotBeMeant) {
       {fields({"name=x"}), "an argument of its own"},
       {fields({"txt=x"}), "did you mean 'text'?"},
       {fields({"text="}), "the stamp has no text"},
+      {fields({"text=\xFF"}), "the text is not UTF-8"},
+      {fields({"text=a", "text=b"}), "the text is given more than once"},
       {{{"text=x"}, "", "1:1:1:x:0::", ""}, "more than one way"},
       {{{}, "", "1:1:1:x:0", ""}, "refuses the settings string '1:1:1:x:0'"},
       {{{}, "/nonexistent", {}, ""}, "cannot be read"}};
