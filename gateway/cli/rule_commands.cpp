@@ -61,16 +61,25 @@ int readObjects(const PolicyRecord& policy, const policy::ActionSpec& spec,
     return ExitUsage;
   }
   for (const std::string& word : words) {
-    if (const auto id = parseId(word)) {
-      ids.push_back(*id);
-      continue;
-    }
+    const auto id = parseId(word);
     const auto object = std::find_if(
         policy.objects.begin(), policy.objects.end(), [&](const ObjectRecord& candidate) {
           return candidate.owner == policy::kPolicyOwner && candidate.type == spec.objectType &&
                  candidate.name == word;
         });
-    if (object == policy.objects.end()) {
+    const ObjectRecord* numbered = id ? objectOf(policy, *id) : nullptr;
+    const bool isNamed = object != policy.objects.end();
+    if (isNamed && numbered != nullptr && numbered->id != object->id) {
+      complain(nameText(word) + " is both the name of " + objectText(*object) + " and the id of " +
+               objectText(*numbered) + " (write the first one's id, " + std::to_string(object->id) +
+               ", or give it another name)");
+      return ExitUsage;
+    }
+    if (id && !isNamed) {
+      ids.push_back(*id);
+      continue;
+    }
+    if (!isNamed) {
       complain("there is no " + std::string(kind) + " " + nameText(word) +
                " (kavi object list shows what is there)");
       return ExitFailed;

@@ -106,6 +106,19 @@ class RuleCommand:
                          ["write rule 15 'executables'", "write rule 15 'executables'",
                           "write rule 3 'two stamps'"])
 
+    def test_a_number_that_is_a_name_too_binds_nothing(self):
+        legal = self.ids["legal"]
+        added = self.json("object", "add", "stamp", str(legal), "text=x")["id"]
+        complaint = self.complaint("rule", "bind", "15", "stamp", str(legal), status=2)
+        self.assertIn(f"'{legal}' is both the name of stamp '{legal}' ({added}) and the id of "
+                      f"stamp 'legal' ({legal})", complaint)
+        self.assertEqual(self.bound(15, "stamp"), {1: ["legal"]})
+        self.bind(15, "stamp", added)
+        self.assertEqual(self.bound(15, "stamp"), {1: [str(legal)]})
+        self.json("object", "add", "stamp", "4000", "text=x")
+        self.bind(15, "stamp", "4000")
+        self.assertEqual(self.bound(15, "stamp"), {1: ["4000"]})
+
     def test_the_same_binding_changes_nothing(self):
         self.assertEqual(self.bind(15, "stamp", "legal")["revision"], 1)
 
