@@ -61,6 +61,12 @@ class Linter {
 
   void lintObject(std::size_t index) {
     const NamedObjectRow& row = rows_.objects[index];
+    if (row.name.starts_with("OPP:")) {
+      diagnostics_.warning(lines_.ofObject(index), "",
+                           "name " + inQuotes(row.name) +
+                               " is reserved: kavi object refuses those that begin with OPP: "
+                               "(choose another)");
+    }
     const ObjectKind* kind = findObjectKind(row.type);
     const std::string doubt =
         kind != nullptr && kind->doubt != nullptr ? kind->doubt(row.setting) : std::string();

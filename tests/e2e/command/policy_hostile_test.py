@@ -106,7 +106,7 @@ def sequences():
     """Texts that break what puts texts into other texts."""
     return ["'; DROP TABLE named_object; --", "\" OR \"\"=\"", "$1", "%s%n", "{bytes}", "\\'; --",
             "'||(SELECT 1)||'", "x', 1); DELETE FROM rule; --", "/* */", "-- ", "?1", ":a", "@a",
-            "OPP:mine"[::-1], "Opp:x", "NULL", "\\x41", "E'\\101'", "日本語", "a: b", "- x", "#",
+            "OPP:mine", "opp:mine", "Opp:x", "NULL", "\\x41", "E'\\101'", "日本語", "a: b", "- x", "#",
             "&a", "*a", "!t", "| x", "> x", "~", "yes", "0x1f", "1e3", "'", '"', "\\", "{a}",
             "[a]", "\u00a0", "\u2028", "\ufeff", "\U0001F600", "a\u0301", "\x85", "x" * 255]
 

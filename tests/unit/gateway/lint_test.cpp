@@ -133,6 +133,11 @@ INSTANTIATE_TEST_SUITE_P(
               "quarantine_areas: [{name: virus}, {name: spam}]\n"
               "rules:\n- {id: 1, when: always, actions: [{quarantine: spam}]}\n",
               "p:1: warning: no rule refers to 'virus' (remove it, or leave it for later)"},
+        Doubt{"ReservedName",
+              "stamps: [{name: 'OPP:a', text: x}, {name: 'opp:a', text: x}]\n"
+              "rules:\n- {id: 1, when: always, actions: [{stamp: 'OPP:a'}, {stamp: 'opp:a'}]}\n",
+              "p:1: warning: name 'OPP:a' is reserved: kavi object refuses those that begin with "
+              "OPP: (choose another)"},
         Doubt{"TwoPlaces",
               "quarantine_areas: [{name: v}]\n"
               "rules:\n- {id: 1, when: always, actions: [{quarantine: v}, {handoff: 'h:25'}]}\n",
