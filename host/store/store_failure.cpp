@@ -32,7 +32,7 @@ const char* remedyFor(StoreError error) {
     case StoreError::Unavailable:
       return "check that the path is right and its disk is mounted";
     case StoreError::Busy:
-      return "look for a program that keeps the store locked, or raise the busy timeout";
+      return "look for a program that keeps the store locked";
     case StoreError::Full:
       return "make room on the disk of the store";
     case StoreError::ReadOnly:

@@ -18,6 +18,7 @@
 namespace {
 
 using namespace host::store;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using testing_host::inChild;
 using testing_host::kNotPermitted;
@@ -186,6 +187,8 @@ TEST(SqliteFaults, GivesUpOnAnotherWriterAfterTheBusyTimeout) {
     const StoreStatus status = add(store, "/y");
     EXPECT_EQ(status.error, StoreError::Busy);
     EXPECT_THAT(status.text, HasSubstr("locked by others"));
+    // No setting changes how long it waits.
+    EXPECT_THAT(status.text, EndsWith("; look for a program that keeps the store locked"));
     EXPECT_EQ(rowCount(store), 1u) << "reading goes on";
   }
   EXPECT_TRUE(add(store, "/y").ok());
