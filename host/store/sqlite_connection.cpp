@@ -127,6 +127,9 @@ StoreError sqliteErrorOf(const SQLite::Exception& fault) {
     case SQLITE_CANTOPEN:
       return StoreError::Unavailable;
     case SQLITE_IOERR:
+      // The -shm file cannot grow. SQLite sees a full disk itself only where it writes the others.
+      return fault.getExtendedErrorCode() == SQLITE_IOERR_SHMSIZE ? StoreError::Full
+                                                                  : StoreError::InputOutput;
     case SQLITE_PROTOCOL:
       return StoreError::InputOutput;
     case SQLITE_NOMEM:

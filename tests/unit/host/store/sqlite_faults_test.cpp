@@ -1,8 +1,11 @@
 // Stores that the system, or somebody else's hand, has spoilt.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <filesystem>
 #include <future>
@@ -109,6 +112,57 @@ TEST(SqliteFaults, SaysThatItsDiskIsFullAndKeepsWhatItHad) {
   });
   if (result == kNotPermitted) GTEST_SKIP() << "this system lets nobody mount a disk";
   EXPECT_EQ(result, 0);
+}
+
+// Takes what is left of the disk of \p folder, but for \p left bytes.
+bool fillDisk(const std::string& folder, std::size_t left) {
+  const int file = ::open((folder + "/filler").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  if (file < 0) return false;
+  const std::string page(4096, 'f');
+  off_t size = 0;
+  for (int i = 0; i < 10'000; ++i) {
+    const ssize_t wrote = ::write(file, page.data(), page.size());
+    if (wrote <= 0) break;
+    size += wrote;
+  }
+  const bool full = errno == ENOSPC && size >= static_cast<off_t>(left);
+  const bool done = full && ::ftruncate(file, size - static_cast<off_t>(left)) == 0;
+  ::close(file);
+  return done;
+}
+
+// What a new and an old store answer on a disk with `left` bytes; 0 when all is as it should be.
+int useOfAFullDisk(const std::string& folder, std::size_t left, bool& refused) {
+  if (!testing_host::mountSmallDisk(folder.c_str(), "size=512k")) return kNotPermitted;
+  const std::string path = folder + "/store";
+  if (SqliteStore store(path); !add(store, "/first").ok()) return 1;
+  if (!fillDisk(folder, left)) return 2;
+  SqliteStore store(path);
+  const StoreStatus status = add(store, "/second", 100);
+  refused = !status.ok();
+  if (refused && status.error != StoreError::Full) return 10 + static_cast<int>(status.error);
+  if (refused && status.text.find("make room") == std::string::npos) return 3;
+  SqliteStore made(folder + "/new");
+  const StoreStatus making = made.prepare();
+  if (making.error != StoreError::Full) return 50 + static_cast<int>(making.error);
+  std::filesystem::remove(folder + "/filler");
+  SqliteStore again(path);
+  if (rowCount(again) != (refused ? 1U : 2U)) return 4;
+  return add(again, "/third").ok() ? 0 : 5;
+}
+
+TEST(SqliteFaults, SaysThatItsDiskWasFullBeforeItBegan) {
+  for (std::size_t pages = 0; pages <= 12; ++pages) {
+    const TempFolder temp;
+    std::filesystem::create_directory(temp / "disk");
+    const int result = inChild([&] {
+      bool refused = false;
+      const int fault = useOfAFullDisk(temp / "disk", pages * 4096, refused);
+      return fault == 0 && !refused && pages == 0 ? 6 : fault;
+    });
+    if (result == kNotPermitted) GTEST_SKIP() << "this system lets nobody mount a disk";
+    EXPECT_EQ(result, 0) << pages;
+  }
 }
 
 TEST(SqliteFaults, SaysThatItsDiskIsReadOnly) {
