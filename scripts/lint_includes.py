@@ -53,6 +53,7 @@ OUTSIDE = {
     "DTL": (r"^dtl/", ["gateway/cli"]),
     "nlohmann-json": (r"^nlohmann/", ["host/core", "host/delivery", "gateway", "tests"]),
     "GoogleTest": (r"^(gtest|gmock)/", ["tests"]),
+    "libFuzzer": (r"^fuzzer/", ["fuzz"]),
     "Google Benchmark": (r"^benchmark/", ["bench"]),
 }
 

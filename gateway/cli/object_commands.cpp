@@ -11,6 +11,7 @@
 #include "gateway/cli/store_session.h"
 #include "gateway/cli/table.h"
 #include "host/core/text_escape.h"
+#include "host/store/configured_store.h"
 #include "library/namedobj/name_object_access.h"
 
 namespace gateway::cli {
@@ -195,14 +196,32 @@ int objectAddCommand(const ObjectOptions& options, const std::vector<std::string
       std::string(kind->word) + " " + nameText(texts.name) + " added, id " + std::to_string(id));
 }
 
-int objectUpdateCommand(const ObjectOptions& options, const std::vector<std::string>& arguments,
-                        const ContentOptions& content, const std::optional<std::string>& name) {
-  StoreSession session;
-  if (const int status = session.open(options.store); status != ExitDone) return status;
-  ObjectRecord object;
+namespace {
+
+constexpr int kMostAttempts = 50;
+
+/// What one attempt to change an object has led to.
+struct Update {
+  ObjectRecord object;  ///< as it was
+  ObjectTexts texts;    ///< as it is to be
+  OperationResult result;
+  bool again = false;  ///< somebody else was faster
+};
+
+/// Changes what stands in the store at this moment, unless somebody else does meanwhile: what they
+/// changed would be lost. \return the exit status, unless it came to the operation
+int tryUpdate(Database& store, const ObjectOptions& options,
+              const std::vector<std::string>& arguments, const ContentOptions& content,
+              const std::optional<std::string>& name, Update& update) {
+  std::int64_t revision = 0;
+  if (const StoreStatus read = store.readRevision(revision); !read.ok()) {
+    complain(read.text);
+    return ExitFailed;
+  }
   std::size_t used = 0;
-  const int status = findTarget(*session.store, arguments, options.owner, object, used);
+  const int status = findTarget(store, arguments, options.owner, update.object, used);
   if (status != ExitDone) return status;
+  const ObjectRecord& object = update.object;
   const ObjectKind* kind = policy::findObjectKind(object.type);
   if (kind == nullptr) {
     complain(objectText(object) + " cannot be changed: its type is none that this program knows");
@@ -217,17 +236,37 @@ int objectUpdateCommand(const ObjectOptions& options, const std::vector<std::str
     return ExitUsage;
   }
   const ObjectTexts present{object.name, object.content};
-  ObjectTexts texts{name.value_or(""), ""};
-  if (!makeContent(*kind, given, &present, texts)) return ExitUsage;
-  if (name && name->empty()) texts.name.clear();
-  if (!canTravel(texts)) return ExitUsage;
+  update.texts = {name.value_or(""), ""};
+  if (!makeContent(*kind, given, &present, update.texts)) return ExitUsage;
+  if (name && name->empty()) update.texts.name.clear();
+  if (!canTravel(update.texts)) return ExitUsage;
+  const host::store::ExpectedRevision expected(revision);
   NameObjectAccess access(kind->type);
-  const OperationResult result =
-      resultOf(access.update(object.owner, object.id, texts.name.c_str(), texts.setting.c_str()));
-  if (result.ok()) warnOfDoubts(*kind, texts);
-  return report(result, options.json, identity(object.id, object.type, texts.name),
-                objectText(object) + " changed" +
-                    (texts.name != object.name ? ", now " + nameText(texts.name) : ""));
+  const int code = access.update(object.owner, object.id, update.texts.name.c_str(),
+                                 update.texts.setting.c_str());
+  update.again = code == NameObjectAccess::ModifyRefused &&
+                 host::store::lastObjectOperation().error == host::store::StoreError::Conflict;
+  update.result = resultOf(code);
+  return ExitDone;
+}
+
+}  // namespace
+
+int objectUpdateCommand(const ObjectOptions& options, const std::vector<std::string>& arguments,
+                        const ContentOptions& content, const std::optional<std::string>& name) {
+  StoreSession session;
+  if (const int status = session.open(options.store); status != ExitDone) return status;
+  Update update;
+  for (int attempt = 0; attempt < kMostAttempts && (attempt == 0 || update.again); ++attempt) {
+    const int status = tryUpdate(*session.store, options, arguments, content, name, update);
+    if (status != ExitDone) return status;
+  }
+  const ObjectRecord& object = update.object;
+  if (update.result.ok()) warnOfDoubts(*policy::findObjectKind(object.type), update.texts);
+  return report(
+      update.result, options.json, identity(object.id, object.type, update.texts.name),
+      objectText(object) + " changed" +
+          (update.texts.name != object.name ? ", now " + nameText(update.texts.name) : ""));
 }
 
 int objectRemoveCommand(const ObjectOptions& options, const std::vector<std::string>& target) {

@@ -46,6 +46,9 @@ struct RuleName {
 struct ChangeNote {
   std::string actor;
   std::int64_t now = 0;  ///< seconds since 1970
+  /// Of the store when what is changed was read: with another one by now, a change of an object
+  /// answers Conflict. Nothing: whatever somebody else did meanwhile is overwritten.
+  std::optional<std::int64_t> revision = {};
 };
 
 /// Durable and safe as MessageIndex. Each change counts the revision up by one and leaves a row in

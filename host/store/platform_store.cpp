@@ -3,6 +3,7 @@
 #include <chrono>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -27,6 +28,7 @@ Configured& configured() {
 }
 
 thread_local StoreStatus lastStatus;
+thread_local std::optional<std::int64_t> expectedRevision;
 
 std::int64_t now() {
   return std::chrono::duration_cast<std::chrono::seconds>(
@@ -45,6 +47,10 @@ void configureStore(std::shared_ptr<PolicyStore> store, std::string actor) {
 
 StoreStatus lastObjectOperation() { return lastStatus; }
 
+ExpectedRevision::ExpectedRevision(std::int64_t revision) { expectedRevision = revision; }
+
+ExpectedRevision::~ExpectedRevision() { expectedRevision.reset(); }
+
 }  // namespace host::store
 
 namespace {
@@ -59,7 +65,9 @@ struct Kavi::RdbmsInterface::Impl {
   std::shared_ptr<host::store::PolicyStore> store;
   std::string actor;
 
-  host::store::ChangeNote note() const { return {actor, host::store::now()}; }
+  host::store::ChangeNote note() const {
+    return {actor, host::store::now(), host::store::expectedRevision};
+  }
 };
 
 Kavi::RdbmsInterface::RdbmsInterface() {

@@ -40,6 +40,9 @@ PolicyChange::PolicyChange(Connection& connection, const ChangeNote& note)
   Query query(connection_, sql::kNextRevision);
   if (!query.next()) throw StoreFailure(StoreError::Damaged, "the policy's revision is missing");
   revision_ = query.number(0);
+  if (note.revision && revision_ != *note.revision + 1) {
+    throw StoreFailure(StoreError::Conflict, "somebody else changed something meanwhile");
+  }
   lastObjectId_ = static_cast<std::uint32_t>(query.number(1));
   query.next();
 }

@@ -174,6 +174,25 @@ TEST_F(PolicyContract, ChangesWhatIsThere) {
   EXPECT_EQ(find(id).name, "b");
 }
 
+TEST_F(PolicyContract, RefusesAChangeOfWhatWasReadBeforeAnotherChange) {
+  const std::uint32_t id = add(objectOf(1, kStamp, "a"));
+  std::int64_t read = 0;
+  ASSERT_TRUE(store_->readRevision(read).ok());
+  add(objectOf(1, kStamp, "of somebody else"));
+  ObjectRecord change = objectOf(1, kStamp, "a", "new");
+  change.id = id;
+  note_.revision = read;
+  std::uint32_t other = 99;
+  EXPECT_EQ(store_->changeObject(change, note_).error, StoreError::Conflict);
+  EXPECT_EQ(store_->removeObject(id, 1, note_).error, StoreError::Conflict);
+  EXPECT_EQ(store_->addObject(objectOf(1, kStamp, "b"), note_, other).error, StoreError::Conflict);
+  EXPECT_EQ(find(id).content, objectOf(1, kStamp, "a").content);
+  note_.revision = read + 1;
+  EXPECT_TRUE(store_->changeObject(change, note_).ok());
+  note_.revision.reset();
+  EXPECT_EQ(find(id).content, "new");
+}
+
 TEST_F(PolicyContract, SaysWhatIsNotThere) {
   ObjectRecord object;
   object.name = "before";

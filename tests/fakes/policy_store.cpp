@@ -115,6 +115,7 @@ MemoryPolicyStore::Status MemoryPolicyStore::commit(PolicyRecord next, const Not
 
 MemoryPolicyStore::Status MemoryPolicyStore::addObject(const Object& object, const Note& note,
                                                        std::uint32_t& id) {
+  if (isOutdated(note)) return failed(StoreError::Conflict);
   PolicyRecord next = policy_;
   Object added = object;
   added.id = policy_.lastObjectId + 1;
@@ -126,6 +127,7 @@ MemoryPolicyStore::Status MemoryPolicyStore::addObject(const Object& object, con
 }
 
 MemoryPolicyStore::Status MemoryPolicyStore::changeObject(const Object& object, const Note& note) {
+  if (isOutdated(note)) return failed(StoreError::Conflict);
   PolicyRecord next = policy_;
   const auto changed = at(next.objects, object.id);
   if (changed == next.objects.end() || changed->owner != object.owner ||
@@ -140,6 +142,7 @@ MemoryPolicyStore::Status MemoryPolicyStore::changeObject(const Object& object, 
 
 MemoryPolicyStore::Status MemoryPolicyStore::removeObject(std::uint32_t id, std::uint32_t owner,
                                                           const Note& note) {
+  if (isOutdated(note)) return failed(StoreError::Conflict);
   PolicyRecord next = policy_;
   const auto removed = at(next.objects, id);
   if (removed == next.objects.end()) return failed(StoreError::NotFound);

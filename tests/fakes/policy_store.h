@@ -37,6 +37,9 @@ class MemoryPolicyStore final : public host::store::PolicyStore {
   Status commit(host::store::PolicyRecord next, const Note& note,
                 const std::vector<std::string>& done);
   bool isReferredTo(std::uint32_t id) const;
+  bool isOutdated(const host::store::ChangeNote& note) const {
+    return note.revision && *note.revision != policy_.revision;
+  }
 
   host::store::PolicyRecord policy_;
   std::vector<host::store::AuditRecord> audit_;

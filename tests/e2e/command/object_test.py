@@ -1,4 +1,5 @@
 """`kavi object`: named objects in a store, one operation for each command."""
+import concurrent.futures
 import json
 import os
 import unittest
@@ -162,6 +163,17 @@ class ObjectCommand:
         self.assertEqual(self.show("1")["fields"]["text"], "from a file")
         self.assertIn("the stamp has no text", self.complaint("object", "update", "1", "text=",
                                                               status=2))
+
+    def test_two_at_once_lose_nothing(self):
+        self.add("stamp", "a", "text=t", "note=n")
+        for turn in range(6):
+            fields = (f"text=t{turn}", f"note=n{turn}", f"position={('top', 'end')[turn % 2]}")
+            with concurrent.futures.ThreadPoolExecutor(len(fields)) as pool:
+                list(pool.map(lambda field: self.json("object", "update", "stamp", "a", field),
+                              fields))
+            kept = self.show("1")["fields"]
+            self.assertEqual([f"{key}={kept[key]}" for key in ("text", "note", "position")],
+                             list(fields))
 
     def test_a_record_that_repeats_the_name_follows_a_new_one(self):
         self.add("quarantine-area", "a", "aging_days=3")
