@@ -132,6 +132,7 @@ class Daemon {
     // Now only: they write down what holds, and who looks for what keeps the daemon from starting
     // would have to look for it behind that.
     engine::startLibrary(settings_, *log_);
+    warnOfUnknownListener();
     beginPolicy();
     const ReloadSignal reloading([this] { reload(); });
     const std::jthread housekeeping(
@@ -147,6 +148,14 @@ class Daemon {
   }
 
  private:
+  void warnOfUnknownListener() {
+    if (!milter_.reinjectionListener.empty() || !delivery_.scan.isSet()) return;
+    log_->write(1,
+                "reinjection_listener in section milter is not set: what goes back to %s to be "
+                "scanned comes in as any other mail, and the rule that sent it acts again",
+                delivery_.scan.text().c_str());
+  }
+
   ExitStatus refuse(const std::string& fault) {
     complain(fault);
     return ExitFailed;

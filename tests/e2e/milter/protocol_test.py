@@ -191,6 +191,14 @@ class MetricsTest(unittest.TestCase):
             lines = answer.read().decode().splitlines()
         return dict(line.rsplit(" ", 1) for line in lines if not line.startswith("#"))
 
+    def test_says_when_nothing_tells_our_own_mail_from_others(self):
+        for settings, lines in (("", 1), ("reinjection_listener = kavi-scan", 0)):
+            milter = Milter(self.base, POLICY, settings=settings,
+                            delivery="scan_host = 127.0.0.1\nscan_port = 1\n")
+            found = milter.lines(f"[{milter.process.pid}]", "reinjection_listener", "127.0.0.1:1")
+            milter.stop()
+            self.assertEqual(len(found), lines, milter.log())
+
     def test_counts_what_happens(self):
         port = free_port()
         milter = Milter(self.base, POLICY, settings=f"metrics_port = {port}")
