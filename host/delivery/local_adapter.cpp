@@ -80,7 +80,12 @@ AdapterError LocalAdapter::holdBack(SpoolEntry entry, OvMsgMailMessage& msg,
   // as good as success, and the next start adds its row.
   if (!isNew) return AdapterError::None;
   core::guardedVoid([&] { static_cast<void>(state_.spoolIndex()->remove(id)); });
-  return spool.remove(id) == AdapterError::None ? listed : AdapterError::None;
+  // A removal that reports failure may have happened all the same: only what is seen to lie there
+  // whole counts as kept. In doubt the sender keeps the message; twice is better than not at all.
+  SpoolEntry kept;
+  const bool isKept =
+      spool.remove(id) != AdapterError::None && spool.readHead(id, kept) == AdapterError::None;
+  return isKept ? AdapterError::None : listed;
 }
 
 int LocalAdapter::handoffMessage(unsigned int& error, OvMsgMailMessage* msg, const char* host,

@@ -213,6 +213,33 @@ TEST_F(Postpone, IsAcceptedWhenItCannotBeTakenBack) {
   EXPECT_EQ(report.rowsAdded, 1u);
 }
 
+// The disk fails right behind the removal while the index is down: the removal reports failure,
+// and yet nothing is left to go out from here. The sender must keep the message.
+TEST_F(Postpone, FailsWhenItIsGoneThoughItsRemovalReportsFailure) {
+  class ForgetfulOps final : public host::core::FileOps {
+   public:
+    bool removed = false;
+
+   private:
+    int unlink(int folder, const std::string& name) override {
+      removed = true;
+      return FileOps::unlink(folder, name);
+    }
+    int sync(int descriptor) override { return removed ? -EIO : FileOps::sync(descriptor); }
+  } ops;
+  const testing_host::TempFolder temp;
+  auto store = std::make_shared<testing_host::FailingStore>();
+  DeliveryState state(ops, store);
+  ASSERT_EQ(state.open(temp.path()), AdapterError::None);
+  LocalAdapter adapter(state);
+  store->failAll(host::store::StoreError::Unavailable);
+  unsigned int error = 0;
+  EXPECT_NE(adapter.postponeMessage(error, &bench_.message, 8, 30, 23, 59), 0);
+  EXPECT_EQ(static_cast<AdapterError>(error), AdapterError::IndexUnavailable);
+  EXPECT_TRUE(ops.removed);
+  EXPECT_EQ(filesBelow(temp / "spool"), Files{});
+}
+
 TEST_F(Postpone, ARetryFindsItAndItsRow) {
   ASSERT_EQ(attempt(), AdapterError::None);
   const Files first = ids();
