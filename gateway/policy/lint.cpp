@@ -90,6 +90,7 @@ class Linter {
     if (condition) lintCondition(*condition, line);
     if (rule.enabled) lintReach(index, condition && condition->kind == Condition::Kind::Always);
     lintActions(index);
+    lintPostponing(rule, line);
     lintOptions(rule, line);
     if (condition && !marksAttachments(*condition)) lintMarks(index);
   }
@@ -141,6 +142,31 @@ class Linter {
       if (spec != nullptr && spec->disposes) return spec;
     }
     return nullptr;
+  }
+
+  /// Whether an action of \p rule, met twice by the same message, does its work twice.
+  static bool repeatsItself(const RuleRow& rule) {
+    return std::any_of(rule.actions.begin(), rule.actions.end(), [](const ActionRow& action) {
+      const ActionSpec* spec = findAction(action.type);
+      // The field is set to the same value again, and attachments that were removed are gone.
+      return spec != nullptr && !spec->doesNothing && spec->type != KaviAction::InsertXHeaderTag &&
+             spec->type != KaviAction::DeleteAttachment;
+    });
+  }
+
+  /// A postponed message comes back as it was changed so far, and only the rule that postponed it
+  /// is skipped then.
+  void lintPostponing(const RuleRow& rule, int line) {
+    if (!rule.enabled) return;
+    const ActionSpec* disposer = disposerOf(rule);
+    if (disposer != nullptr && disposer->type == KaviAction::Postpone && !repeating_.empty()) {
+      warn(line, "postpones what " + repeating_ +
+                     " may have worked on before: that acts again when the mail comes back (put "
+                     "the rule that postpones first)");
+    }
+    // A message that another rule took does not get here.
+    const bool goesOn = disposer == nullptr && rule.verdict.kind == RuleVerdict::Kind::None;
+    if (goesOn && repeating_.empty() && repeatsItself(rule)) repeating_ = place_;
   }
 
   void lintOptions(const RuleRow& rule, int line) {
@@ -244,6 +270,8 @@ class Linter {
   Diagnostics& diagnostics_;
   std::string place_;
   std::string endOfAll_;  ///< the rule that no message gets past, and why, once there is one
+  std::string
+      repeating_;  ///< the first rule that acts on what goes on, and acts twice if met twice
   std::unordered_map<std::string, unsigned int> names_;
   std::unordered_set<unsigned int> used_;  ///< ids of the objects that actions refer to
 };

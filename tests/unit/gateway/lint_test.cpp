@@ -31,6 +31,22 @@ TEST(Lint, FindsNothingInAPlainPolicy) {
               IsEmpty());
 }
 
+// What stands before the rule that postpones: harmless twice, done with, or ending the run.
+TEST(Lint, LetsARulePostponeBehindWhatDoesNotRepeatItself) {
+  EXPECT_THAT(
+      doubtsAbout(
+          "archive_areas: [{name: j}]\n"
+          "rules:\n"
+          "- {id: 1, name: a, when: {subject: a}, actions: [{x_header: 'X-A: b'}]}\n"
+          "- {id: 2, name: b, when: always, actions: [{delete_attachments: all}]}\n"
+          "- {id: 3, name: c, when: {subject: c}, actions: [{archive: j}, delete]}\n"
+          "- {id: 4, name: d, when: {subject: d}, actions: [{archive: j}], verdict: {reject: No}}\n"
+          "- {id: 5, name: e, when: {subject: e}, actions: [{archive: j}, {postpone: '8:30'}]}\n"
+          "- {id: 6, name: f, when: {subject: f}, actions: [{postpone: '9:30'}]}\n"
+          "- {id: 7, name: g, when: always, actions: [{archive: j}]}\n"),
+      IsEmpty());
+}
+
 struct Doubt {
   const char* name;
   const char* text;
@@ -85,6 +101,13 @@ INSTANTIATE_TEST_SUITE_P(
               "on_failure: accept}\n",
               "p:2: warning: rule 1: 'on_failure: accept' says nothing: the rule has no actions "
               "(remove it)"},
+        Doubt{"PostponedBehindAStamp",
+              "stamps: [{name: s, text: x}]\n"
+              "rules:\n- {id: 1, when: {subject: x}, actions: [{x_header: 'X-A: b'}]}\n"
+              "- {id: 2, when: {subject: x}, actions: [{stamp: s}]}\n"
+              "- {id: 3, when: {subject: y}, actions: [{postpone: '8:30'}]}\n",
+              "p:5: warning: rule 3: postpones what rule 2 may have worked on before: that acts "
+              "again when the mail comes back (put the rule that postpones first)"},
         Doubt{"TakenAndAccepted",
               "archive_areas: [{name: j}]\n"
               "rules:\n- {id: 1, when: {subject: x}, actions: [delete, {archive: j}], on_failure: "
