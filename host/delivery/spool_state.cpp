@@ -25,6 +25,9 @@ constexpr std::array<EventName, 5> kNames{{
 }};
 
 // No event is larger; a line that is, is none of ours and not looked at.
+// An attempt takes its time: what another process has just written down may be newer than the time
+// that a run goes by.
+constexpr std::int64_t kClockSlack = 3600;
 constexpr std::size_t kMaxLineBytes = std::size_t{16} << 10;
 
 // Takes a flat object apart as it is read: no tree is built, which could run out of memory where
@@ -164,9 +167,9 @@ std::int64_t RetrySchedule::pauseAfter(unsigned int attempt) const {
 std::int64_t dueTime(const SpoolEntry& entry, const SpoolState& state,
                      const RetrySchedule& schedule, std::int64_t now) {
   std::int64_t due = std::min(entry.queuedAt, now);
-  if (state.dueSaid <= now) due = std::max(due, state.due);
+  if (state.dueSaid <= now + kClockSlack) due = std::max(due, state.due);
   // One that ends the process each time must not do so all the time.
-  if (state.open && state.recentAttempts > 0 && state.lastAttempt <= now) {
+  if (state.open && state.recentAttempts > 0 && state.lastAttempt <= now + kClockSlack) {
     due = std::max(due, state.lastAttempt + schedule.pauseAfter(state.recentAttempts));
   }
   // An administrator who asks for a retry does not want to wait for the window.

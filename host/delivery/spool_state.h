@@ -77,8 +77,8 @@ struct KAVI_API RetrySchedule {
 };
 
 /// When an entry is to be tried next, seconds since 1970; past only if its window is open now. For
-/// one that has not failed. What was written down by a clock that was ahead of \p now does not put
-/// it off: clocks that jump hold nothing back.
+/// one that has not failed. What was written down by a clock that was more than an hour ahead of \p
+/// now does not put it off: clocks that jump hold nothing back.
 KAVI_API std::int64_t dueTime(const SpoolEntry& entry, const SpoolState& state,
                               const RetrySchedule& schedule, std::int64_t now);
 
