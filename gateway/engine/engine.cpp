@@ -188,7 +188,8 @@ class Run {
     if (rule.onFailure == policy::OnFailure::Accept && !rule.actions.empty()) {
       Before before(message_, tokens_, size_);
       report.failure = failureOf([&] { runActions(match, report); });
-      if (failed_ || !report.failure.empty()) return acceptFailure(before, report);
+      failed_ = failed_ || !report.failure.empty();
+      if (failed_ && !unsettled_) return acceptFailure(before, report);
     } else {
       runActions(match, report);
     }
@@ -217,6 +218,24 @@ class Run {
     }
   }
 
+  /// When the time is up or the adapter cannot begin, that is no failure of the action's own.
+  void beginAction(const Snapshot::Rule& rule, std::size_t position) {
+    unsettled_ = true;
+    const AdapterError begun = adapterRun_.beginAction(rule.id, static_cast<unsigned int>(position),
+                                                       rule.actions[position].setting);
+    if (begun != AdapterError::None) throw std::runtime_error(textOf(begun));
+    unsettled_ = false;
+  }
+
+  /// Whether another attempt was at something that was asked for: it may still come about.
+  bool isUnderWaySince(std::size_t first) const {
+    const std::vector<HandOver>& handOvers = adapter_.handOvers();
+    return std::any_of(handOvers.begin() + static_cast<std::ptrdiff_t>(first), handOvers.end(),
+                       [](const HandOver& handOver) {
+                         return handOver.error == static_cast<unsigned int>(AdapterError::UnderWay);
+                       });
+  }
+
   void runAction(const Snapshot::Rule& rule, std::size_t position, KaviAction* action,
                  ActionReport& report) {
     const Snapshot::Action& entry = rule.actions[position];
@@ -232,13 +251,12 @@ class Run {
     } else {
       report.failure = failureOf([&] {
         records_.renewFor(entry);
-        const AdapterError begun =
-            adapterRun_.beginAction(rule.id, static_cast<unsigned int>(position), entry.setting);
-        if (begun != AdapterError::None) throw std::runtime_error(textOf(begun));
+        beginAction(rule, position);
         take(*action, report);
       });
     }
     if (!report.failure.empty()) report.result = false;
+    if (!report.result && isUnderWaySince(handOversBefore)) unsettled_ = true;
     if (!report.result && report.failure.empty()) report.failure = adapterRun_.lastFault();
     lines.moveTo(report.log);
     if (!report.result && report.failure.empty() && report.log.empty()) {
@@ -294,6 +312,7 @@ class Run {
   Records records_;
   std::size_t size_ = 0;  ///< of the message as it stands
   bool failed_ = false;
+  bool unsettled_ = false;  ///< what failed may still come about, or is no rule's: none accepts it
   Verdict ruleVerdict_ = Verdict::Rejected;  ///< once there is a rule whose verdict it is
 };
 

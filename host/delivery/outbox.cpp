@@ -61,7 +61,7 @@ AdapterError Outbox::refuse(const OvMsgMailMessage& msg, const SmtpOutcome& outc
                 outcome.text().c_str());
   }
   if (outcome.isUncertain()) {
-    warnOfDouble(msg, "the server may have taken it, and the sender will try again");
+    warnOfDouble(msg, "the server may have taken it, though it counts as not sent");
   }
   return outcome.error;
 }

@@ -18,7 +18,7 @@ class HandoffRefusingAdapter final : public OvIsAdapter {
     return dry.postponeMessage(e, m, a, b, c, d);
   }
   int handoffMessage(unsigned int& error, OvMsgMailMessage*, const char*, int) override {
-    error = static_cast<unsigned int>(host::delivery::AdapterError::IndexBusy);
+    error = static_cast<unsigned int>(refusal);
     return 1;
   }
   int quarantineMessage(unsigned int& e, OvMsgMailMessage* m, const char* r, const char* d,
@@ -36,6 +36,7 @@ class HandoffRefusingAdapter final : public OvIsAdapter {
     return dry.deliverMessage(e, m);
   }
   cli::DryAdapter dry;
+  host::delivery::AdapterError refusal = host::delivery::AdapterError::IndexBusy;
 };
 
 }  // namespace gateway

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <new>
 #include <regex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "gateway/engine/engine.h"
@@ -15,6 +17,7 @@
 namespace gateway::engine {
 namespace {
 
+using host::delivery::AdapterError;
 using host::delivery::FinalAnswer;
 using host::delivery::ReprocessTrust;
 using testing::ElementsAre;
@@ -158,6 +161,75 @@ TEST(OnFailureAccept, LeavesTheValuesOfTokensAsTheyWere) {
       run(ruleText(2, "{x_header: 'X-A: b'}") + ruleText(3, "{tag_subject: '%TOTALACTION% '}"),
           ReprocessTrust::Nobody, withHeader("Subject: x\n"));
   EXPECT_EQ(seen.text, never.text);
+}
+
+// --- Failures that no rule accepts ---
+
+/// Lets the actions of a rule begin up to a position.
+class StoppingRun final : public host::delivery::MessageRun {
+ public:
+  StoppingRun(unsigned int stop, AdapterError how) : stop_(stop), how_(how) {}
+  void setPasses(unsigned int) override {}
+  AdapterError beginMessage(const OvMsgMailMessage&, std::string_view,
+                            const Kavi::TokenMap<Kavi::ScanToken>&) override {
+    return AdapterError::None;
+  }
+  AdapterError beginAction(unsigned int, unsigned int position, std::string_view) override {
+    if (position < stop_) return AdapterError::None;
+    if (how_ == AdapterError::None) throw std::bad_alloc();
+    return how_;
+  }
+  AdapterError finalAnswer(FinalAnswer) override { return AdapterError::None; }
+  const std::string& lastFault() const override { return none_; }
+
+ private:
+  unsigned int stop_;
+  AdapterError how_;
+  std::string none_;
+};
+
+/// Runs a rule that accepts failures and one behind it. \p run may be null.
+Outcome runAccepting(AdapterError refusal, host::delivery::MessageRun* run) {
+  const auto message = withHeader("Subject: x\n");
+  message->setEnvelope({"s@x.example", {"a@x.example"}, {}});
+  const auto policy =
+      policy::snapshotOf(kObjects +
+                         ("rules:\n" + ruleText(1, std::string("{x_header: 'X-A: b'}, ") + kFails,
+                                                ", on_failure: accept")) +
+                         ruleText(2, "delete"));
+  HandoffRefusingAdapter adapter;
+  adapter.refusal = refusal;
+  return runMessage(*message, *policy, {.adapter = adapter, .adapterRun = run, .hostName = "h"});
+}
+
+void expectNotAccepted(const Outcome& outcome) {
+  EXPECT_EQ(outcome.verdict, Verdict::Failed);
+  EXPECT_EQ(answerFor(outcome.verdict), FinalAnswer::TemporaryFailure);
+  EXPECT_FALSE(outcome.rules.at(0).failureAccepted);
+  EXPECT_EQ(whatFailed(outcome.rules.at(0)), "action handoff of rule 1");
+  EXPECT_FALSE(outcome.rules.at(1).reached);
+}
+
+TEST(OnFailureAccept, DoesNotHoldForWhatAnotherAttemptIsAt) {
+  expectNotAccepted(runAccepting(AdapterError::UnderWay, nullptr));
+}
+
+TEST(OnFailureAccept, HoldsForWhatIsKnownToHaveFailed) {
+  for (const AdapterError known : {AdapterError::IndexBusy, AdapterError::ConnectionRefused,
+                                   AdapterError::TimedOut, AdapterError::RefusedForGood}) {
+    StoppingRun run(2, AdapterError::None);
+    const Outcome outcome = runAccepting(known, &run);
+    EXPECT_EQ(outcome.verdict, Verdict::Disposed) << "by the rule behind it";
+    EXPECT_TRUE(outcome.rules.at(0).failureAccepted);
+  }
+}
+
+TEST(OnFailureAccept, DoesNotHoldForAnActionThatCannotBegin) {
+  for (const AdapterError how :
+       {AdapterError::TimedOut, AdapterError::OutOfMemory, AdapterError::None /* it throws */}) {
+    StoppingRun run(1, how);
+    expectNotAccepted(runAccepting(AdapterError::IndexBusy, &run));
+  }
 }
 
 // --- Verdicts ---
