@@ -59,6 +59,8 @@ class MessageScan {
   /// The answer is about to go out: the effects of the message are settled, and the log gets its
   /// lines. Never throws.
   void settle();
+  /// Whether something may wait in the spool because of this message.
+  bool mayHaveSpooled() const { return adapter_.mayHaveSpooled(); }
   /// The message that `settle` marked as being answered; nothing when it had no effects.
   const std::optional<host::store::Digest>& marked() const { return marked_; }
 

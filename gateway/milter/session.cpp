@@ -110,7 +110,8 @@ sfsistat Session::end(SMFICTX* context) {
   const sfsistat status = tellAnswer(context, scan.answer());
   scan.settle();
   marked_ = scan.marked();
-  server_.wakeSender();
+  // It looks through the whole spool: not for mail that put nothing there.
+  if (scan.mayHaveSpooled()) server_.wakeSender();
   return status;
 }
 

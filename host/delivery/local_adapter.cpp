@@ -126,6 +126,7 @@ int LocalAdapter::spool(unsigned int& error, const char* operation, Body&& body)
                       operation, kShortLeaseSeconds,
                       [&](const MessageEffects::Ticket& ticket) {
                         if (ticket.isTakenOver()) slot.earlier = ticket.answer.result;
+                        mayHaveSpooled_ = true;
                         return body(slot);
                       },
                       slot.id);

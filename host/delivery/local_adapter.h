@@ -42,6 +42,9 @@ class KAVI_API LocalAdapter final : public OvIsAdapter, public MessageRun {
   /// \return the message as the ledger knows it; nothing when it had no effects.
   std::optional<store::Digest> leaveUnanswered() { return effects_.leaveUnanswered(); }
 
+  /// Whether something of this message may have been filed in the spool: its sender is to be woken.
+  bool mayHaveSpooled() const { return mayHaveSpooled_; }
+
   int deleteMessage(unsigned int& error, OvMsgMailMessage* msg) override;
   int postponeMessage(unsigned int& error, OvMsgMailMessage* msg, unsigned char fromHour,
                       unsigned char fromMinute, unsigned char toHour,
@@ -75,6 +78,7 @@ class KAVI_API LocalAdapter final : public OvIsAdapter, public MessageRun {
   MessageEffects effects_;
   Outbox outbox_;
   unsigned int passes_ = 0;
+  bool mayHaveSpooled_ = false;
   std::string lastPlace_;  ///< of the last copy that was filed
   const Kavi::TokenMap<Kavi::ScanToken>* tokens_ = nullptr;
 };

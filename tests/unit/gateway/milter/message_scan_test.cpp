@@ -205,6 +205,18 @@ TEST_F(MessageScanTest, OnlyAnAnsweredMessageWithEffectsIsMarked) {
   EXPECT_TRUE(next.begin(*scan_->marked()));
 }
 
+TEST_F(MessageScanTest, OnlyWhatFilesSomethingInTheSpoolHasItsSenderWoken) {
+  use("archive_areas: [{name: kept}]\n"
+      "rules:\n- {id: 1, when: {subject: copy}, actions: [{archive: kept}]}\n"
+      "- {id: 2, when: {subject: later}, actions: [{postpone: '23:59'}]}\n");
+  delivery_.scan.host = "127.0.0.1";
+  EXPECT_FALSE(scan({{"Subject", " s"}}).mayHaveSpooled());
+  EXPECT_FALSE(scan({{"Subject", " copy"}}).mayHaveSpooled());
+  const MessageScan& postponed = scan({{"Subject", " later"}});
+  EXPECT_EQ(postponed.answer().kind, Answer::Kind::Discard);
+  EXPECT_TRUE(postponed.mayHaveSpooled());
+}
+
 TEST_F(MessageScanTest, AMailSystemThatDoesNotTakeTheChangesGetsATemporaryFailure) {
   use("rules: [{id: 1, when: always, actions: [{x_header: 'X-A: b'}]}]\n");
   MessageScan& done = scan({{"Subject", " s"}});
