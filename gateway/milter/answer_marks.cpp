@@ -37,7 +37,7 @@ std::string AnswerMarks::open(const std::string& folder) {
     if (isOld(path)) {
       ::unlink(path.c_str());
     } else {
-      left_.insert(name);
+      keep(name);
     }
   }
   return {};
@@ -46,12 +46,14 @@ std::string AnswerMarks::open(const std::string& folder) {
 bool AnswerMarks::begin(const host::store::Digest& message) {
   const std::string name = host::delivery::toHex(message);
   const std::string path = folder_ + "/" + name;
+  const bool isStale = isOld(path);
   // Without a mark, on a full disk, nothing is worse than a doubling that nobody is told of.
-  host::core::Descriptor(host::core::FileOps::system(),
-                         ::open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC | O_NOFOLLOW, 0600));
+  host::core::Descriptor(
+      host::core::FileOps::system(),
+      ::open(path.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC | O_NOFOLLOW, 0600));
   const std::lock_guard lock(mutex_);
   own_.insert(name);
-  return left_.erase(name) != 0;
+  return take(name) && !isStale;
 }
 
 void AnswerMarks::end(const host::store::Digest& message) {
@@ -59,6 +61,30 @@ void AnswerMarks::end(const host::store::Digest& message) {
   ::unlink((folder_ + "/" + name).c_str());
   const std::lock_guard lock(mutex_);
   own_.erase(name);
+}
+
+void AnswerMarks::leave(const host::store::Digest& message) {
+  const std::string name = host::delivery::toHex(message);
+  const std::lock_guard lock(mutex_);
+  if (own_.erase(name) != 0) keep(name);
+}
+
+void AnswerMarks::keep(const std::string& name) {
+  take(name);
+  left_.emplace(name, next_);
+  order_.emplace(next_++, name);
+  if (left_.size() <= kMostLeft) return;
+  const std::string first = order_.begin()->second;
+  take(first);
+  ::unlink((folder_ + "/" + first).c_str());
+}
+
+bool AnswerMarks::take(const std::string& name) {
+  const auto found = left_.find(name);
+  if (found == left_.end()) return false;
+  order_.erase(found->second);
+  left_.erase(found);
+  return true;
 }
 
 void AnswerMarks::endAll() {

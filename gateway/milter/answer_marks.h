@@ -1,6 +1,9 @@
-// Which messages were being answered when the process ended.
+// Which messages were answered without a sign that the answer was read.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <map>
 #include <mutex>
 #include <set>
 #include <string>
@@ -11,28 +14,39 @@
 namespace gateway::milter {
 
 /// The effects of a message are forgotten before its answer goes out, as libmilter does not say
-/// when it has. When the process is killed between the two, the sender tries again and the effects
-/// happen again. So each message is marked over that time by a file of its own, and a mark that a
-/// process has left tells the next one that the message it names is possibly doubled. Marks outlive
-/// the process; one that is lost in a power cut is missed. Safe from any thread.
+/// when it has. When the process is killed between the two, or the mail system goes away, the
+/// sender tries again and the effects happen again. So each message is marked by a file of its own
+/// until the mail system says something more, and a mark that was left tells the next attempt that
+/// the message is possibly doubled. Marks outlive the process; one that is lost in a power cut is
+/// missed. Old marks go, and so do the first ones when too many are left. Safe from any thread.
 class AnswerMarks {
  public:
+  /// So many marks are left at most.
+  static constexpr std::size_t kMostLeft = 10'000;
+
   /// \param folder  made with mode 0700 when it is missing
   /// \return an error text; empty for success.
   std::string open(const std::string& folder);
 
-  /// A message's effects are going to be forgotten. \return whether an earlier process has left its
+  /// A message's effects are going to be forgotten. \return whether an earlier attempt has left its
   ///   mark.
   bool begin(const host::store::Digest& message);
   /// The mail system has the answer.
   void end(const host::store::Digest& message);
+  /// The mail system has hung up, and may not have read the answer: the mark stays.
+  void leave(const host::store::Digest& message);
   /// The process ends as it should: every answer is out.
   void endAll();
 
  private:
+  void keep(const std::string& name);
+  bool take(const std::string& name);
+
   std::string folder_;
   std::mutex mutex_;
-  std::set<std::string> left_;  ///< the names of the marks of earlier processes
+  std::map<std::string, std::uint64_t> left_;   ///< the names of marks that were left; when
+  std::map<std::uint64_t, std::string> order_;  ///< the same the other way round
+  std::uint64_t next_ = 0;
   std::set<std::string> own_;
 };
 

@@ -126,7 +126,10 @@ void MessageScan::failFor(std::string why) {
   answer_ = Answer::tempFail(origin_.queueId);
 }
 
-void MessageScan::failTelling() { failFor("the mail system did not take the answer"); }
+void MessageScan::failTelling() {
+  if (answer_.kind == Answer::Kind::TempFail) return;
+  failFor("the mail system did not take the answer");
+}
 
 void MessageScan::settle() {
   host::core::guardedVoid([this] {
@@ -144,10 +147,11 @@ void MessageScan::settleEffects() {
   if (gateway_.answers != nullptr) {
     marked_ = message;
     if (gateway_.answers->begin(*message)) {
-      gateway_.log.write(1,
-                         "Message %s is possibly doubled: the answer to an earlier attempt was on "
-                         "its way when the gateway was stopped.",
-                         message_->id());
+      gateway_.log.write(
+          1,
+          "Message %s is possibly doubled: it came before, and it is not known whether "
+          "the mail system read the answer.",
+          message_->id());
     }
   }
   std::string fault;

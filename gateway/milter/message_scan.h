@@ -54,7 +54,10 @@ class MessageScan {
   const ChangeSet& changes() const { return changes_; }
   /// The message as it stands. Only when there are changes.
   const host::message::Message& message() const { return *message_; }
-  /// The message is not to go on after all: the mail system could not be told of the changes.
+  /// Whether a rule matched, so that there may be effects to settle.
+  bool hasActed() const { return !outcome_.rules.empty(); }
+  /// The message is not to go on after all: the mail system cannot be told. What a refusal for now
+  /// already says stays.
   void failTelling();
   /// The answer is about to go out: the effects of the message are settled, and the log gets its
   /// lines. Never throws.

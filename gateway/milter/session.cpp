@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 
 #include <array>
+#include <atomic>
 #include <utility>
 #include <vector>
 
@@ -47,17 +48,23 @@ void Session::connect(const char* host, const _SOCK_ADDR* address) {
   clientAddress_ = addressText(address);
 }
 
-void Session::hello(const char* name) { helo_ = textOf(name); }
+void Session::hello(const char* name) {
+  noteAnswered();
+  helo_ = textOf(name);
+}
 
 void Session::noteAnswered() {
   if (marked_) server_.gateway().answers->end(*marked_);
   marked_.reset();
 }
 
-void Session::abort() {
-  noteAnswered();
-  message_.reset();
+void Session::leaveMark() {
+  if (marked_) server_.gateway().answers->leave(*marked_);
+  marked_.reset();
 }
+
+// libmilter calls this, too, when the connection breaks: it proves no answer.
+void Session::abort() { message_.reset(); }
 
 void Session::sender(char** arguments) {
   noteAnswered();
@@ -94,18 +101,31 @@ Origin Session::originOf(SMFICTX* context) const {
           .listener = symbol(context, "{daemon_name}")};
 }
 
+void Session::tell(SMFICTX* context, MessageScan& scan) {
+  if (!scan.changes().isEmpty()) {
+    if (!tellChanges(context, scan.changes(), scan.message())) scan.failTelling();
+  } else if (scan.hasActed() && smfi_progress(context) != MI_SUCCESS) {
+    scan.failTelling();
+  }
+}
+
 sfsistat Session::end(SMFICTX* context) {
   const Server::Count atWork(server_.messagesAtWork());
   const std::unique_ptr<CollectedMessage> collected =
       std::exchange(message_, std::unique_ptr<CollectedMessage>());
   if (collected == nullptr) throw std::logic_error("the end of a message that never began");
   MessageScan scan(server_.gateway(), *collected, originOf(context));
+  std::atomic<bool> isGone = false;
   {
-    const Progress::Watch watch(server_.progress(), [context] { smfi_progress(context); });
+    const Progress::Watch watch(server_.progress(), [context, &isGone] {
+      if (smfi_progress(context) != MI_SUCCESS) isGone = true;
+    });
     scan.run();
   }
-  if (!scan.changes().isEmpty() && !tellChanges(context, scan.changes(), scan.message())) {
+  if (isGone) {
     scan.failTelling();
+  } else {
+    tell(context, scan);
   }
   const sfsistat status = tellAnswer(context, scan.answer());
   scan.settle();

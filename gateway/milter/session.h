@@ -20,7 +20,7 @@ namespace gateway::milter {
 class Session {
  public:
   explicit Session(Server& server) : server_(server), counted_(server.connections()) {}
-  ~Session() { noteAnswered(); }
+  ~Session() { leaveMark(); }
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
@@ -39,8 +39,13 @@ class Session {
 
  private:
   CollectedMessage& message();
-  /// The mail system says something more, or has hung up: it has the answer to the message before.
+  /// Tells of the message; a mail system that has gone away has to find its effects done.
+  void tell(SMFICTX* context, MessageScan& scan);
+  /// The mail system says something more: it has the answer to the message before.
   void noteAnswered();
+  /// The mail system has hung up. libmilter does not say whether it did so with QUIT or without
+  /// reading the answer.
+  void leaveMark();
   Origin originOf(SMFICTX* context) const;
 
   Server& server_;

@@ -45,6 +45,37 @@ TEST_F(AnswerMarksTest, AMarkThatWasLeftIsTheNextProcessesToTell) {
   EXPECT_FALSE(next.begin(digest(1))) << "told once";
 }
 
+TEST_F(AnswerMarksTest, AnAnswerThatMayBeUnreadIsToldInTheSameProcess) {
+  AnswerMarks marks;
+  ASSERT_EQ(marks.open(folder_), "");
+  marks.begin(digest(1));
+  marks.leave(digest(1));
+  marks.endAll();
+  EXPECT_TRUE(isMarked(1));
+  EXPECT_TRUE(marks.begin(digest(1)));
+  marks.end(digest(1));
+  EXPECT_FALSE(isMarked(1));
+  EXPECT_FALSE(marks.begin(digest(1))) << "the second answer was read";
+}
+
+TEST_F(AnswerMarksTest, TheFirstMarksGoWhenTooManyAreLeft) {
+  AnswerMarks marks;
+  ASSERT_EQ(marks.open(folder_), "");
+  const auto numbered = [](std::size_t number) {
+    host::store::Digest made = digest(static_cast<unsigned char>(number & 0xFF));
+    made[1] = static_cast<unsigned char>(number >> 8);
+    return made;
+  };
+  for (std::size_t number = 0; number <= AnswerMarks::kMostLeft; ++number) {
+    marks.begin(numbered(number));
+    marks.leave(numbered(number));
+  }
+  const auto files = std::distance(fs::directory_iterator(folder_), fs::directory_iterator());
+  EXPECT_EQ(static_cast<std::size_t>(files), AnswerMarks::kMostLeft);
+  EXPECT_FALSE(isMarked(0));
+  EXPECT_TRUE(marks.begin(numbered(1)));
+}
+
 TEST_F(AnswerMarksTest, AnAnswerThatIsOutLeavesNothing) {
   AnswerMarks marks;
   ASSERT_EQ(marks.open(folder_), "");
