@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <istream>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <streambuf>
 #include <utility>
 #include <vector>
@@ -35,16 +36,21 @@ class ViewBuffer : public std::streambuf {
   }
 
   void eventCame() { signs_ = 0; }
+  /// Why the parser got no more; null when it got all that it asked for.
+  const Refused* refusal() const { return refusal_ ? &*refusal_ : nullptr; }
 
  protected:
   std::streamsize xsgetn(char* to, std::streamsize size) override {
+    if (refusal_) return 0;
     const std::streamsize given = std::streambuf::xsgetn(to, size);
     const std::string_view text(to, static_cast<std::size_t>(given));
     line_ += static_cast<int>(std::count(text.begin(), text.end(), '\n'));
     signs_ += static_cast<std::size_t>(std::count_if(text.begin(), text.end(), isSign));
     if (signs_ > mostSigns_) {
-      throw Refused{line_, "brackets that hold more than " + std::to_string(mostSigns_) +
-                               " signs (write them as lists and maps without brackets)"};
+      // The parser loses memory when an exception goes through it here.
+      refusal_ = Refused{line_, "brackets that hold more than " + std::to_string(mostSigns_) +
+                                    " signs (write them as lists and maps without brackets)"};
+      return 0;
     }
     return given;
   }
@@ -57,6 +63,7 @@ class ViewBuffer : public std::streambuf {
   std::size_t mostSigns_;
   std::size_t signs_ = 0;
   int line_ = 1;
+  std::optional<Refused> refusal_;
 };
 
 constexpr std::string_view kBinaryTag = "tag:yaml.org,2002:binary";
@@ -337,12 +344,12 @@ class JsonHandler : public nlohmann::json_sax<nlohmann::json> {
 std::unique_ptr<Document> readYaml(std::string_view text, Diagnostics& diagnostics,
                                    const YamlLimits& limits) {
   auto document = std::make_unique<Document>();
+  ViewBuffer buffer(text, limits.signs);
   try {
     if (text.size() > limits.bytes) {
       throw Refused{0, "larger than " + std::to_string(limits.bytes) + " bytes (split the file)"};
     }
     checkBytes(text);
-    ViewBuffer buffer(text, limits.signs);
     std::istream stream(&buffer);
     YAML::Parser parser(stream);
     TreeBuilder builder(*document, limits);
@@ -356,11 +363,17 @@ std::unique_ptr<Document> readYaml(std::string_view text, Diagnostics& diagnosti
       throw Refused{second.root() != nullptr ? second.root()->line : 0,
                     "a second YAML document (a policy is one document: remove the '---')"};
     }
+    if (buffer.refusal() != nullptr) throw *buffer.refusal();
     document->setRoot(root);
     return document;
   } catch (const Refused& refused) {
-    diagnostics.error(refused.line, "", refused.message);
+    const Refused& why = buffer.refusal() != nullptr ? *buffer.refusal() : refused;
+    diagnostics.error(why.line, "", why.message);
   } catch (const YAML::Exception& fault) {
+    if (const Refused* refused = buffer.refusal()) {
+      diagnostics.error(refused->line, "", refused->message);
+      return nullptr;
+    }
     diagnostics.error(fault.mark.line + 1, "", withRemedy(fault.msg));
   }
   return nullptr;

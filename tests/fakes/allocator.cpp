@@ -32,13 +32,17 @@ void release(void* memory) {
 
 long fakes::liveAllocations() { return live; }
 
-// The remaining forms (array, nothrow) end up in these by the standard's defaults.
+// The array forms end up in these by the standard's defaults; so does the nothrow form, but where a
+// sanitizer has one of its own.
 void* operator new(std::size_t size) {
   void* memory = allocate(size);
   if (memory == nullptr) {
     throw std::bad_alloc();
   }
   return memory;
+}
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+  return allocate(size);
 }
 void operator delete(void* memory) noexcept { release(memory); }
 void operator delete(void* memory, std::size_t /*size*/) noexcept { release(memory); }
