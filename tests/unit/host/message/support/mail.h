@@ -14,6 +14,15 @@ inline std::unique_ptr<host::message::Message> mail(std::string_view bytes) {
   return host::message::Message::parse(host::message::Buffer::copyOf(bytes));
 }
 
+/// A text, a picture and a mail.
+inline constexpr char kParts[] =
+    "From: a@example.com\nMIME-Version: 1.0\n"
+    "Content-Type: multipart/mixed; boundary=\"b\"\n\npreamble\n"
+    "--b\nContent-Type: text/plain\n\ntext\n"
+    "--b\nContent-Type: image/png; name=p.png\nContent-Disposition: attachment\n\nPNG\n"
+    "--b\nContent-Type: message/rfc822\n\nSubject: inner\n\ninner text\n"
+    "--b--\nepilogue\n";
+
 /// The entity at a path such as "1.2"; null when there is none.
 inline host::message::Entity* at(host::message::Message& message, std::string_view path) {
   for (auto* entity = message.firstEntity(); entity != nullptr; entity = entity->nextEntity()) {
