@@ -20,7 +20,8 @@ using Condition = SpoolItem::Condition;
 constexpr std::size_t kMostNamed = 20;
 
 bool isKnown(const SpoolItem& item) {
-  return item.condition == Condition::Waiting || item.condition == Condition::Failed;
+  return item.condition == Condition::Waiting || item.condition == Condition::Sending ||
+         item.condition == Condition::Failed;
 }
 
 std::string row(std::string_view label, const std::string& text) {
@@ -59,7 +60,7 @@ ordered_json toJson(const SpoolItem& item, std::int64_t now) {
   json["attempts"] = item.state.attempts;
   if (item.state.lastAttempt != 0) json["last_attempt"] = item.state.lastAttempt;
   if (item.state.code != 0) json["last"] = {{"code", item.state.code}, {"text", item.state.text}};
-  json["possibly_doubled"] = item.state.isPossiblyDoubled();
+  json["possibly_doubled"] = item.isPossiblyDoubled();
   return json;
 }
 
@@ -82,6 +83,8 @@ const char* spoolStateWord(const SpoolItem& item, std::int64_t now) {
   switch (item.condition) {
     case Condition::Waiting:
       return item.due <= now ? "due" : "waiting";
+    case Condition::Sending:
+      return "sending";
     case Condition::Failed:
       return "failed";
     case Condition::Damaged:
@@ -109,7 +112,7 @@ std::string spoolText(const SpoolItem& item, std::int64_t now) {
   }
   if (item.condition == Condition::Waiting) text += row("next", timeText(item.due, now));
   if (!item.state.text.empty()) text += row("last", printable(item.state.text));
-  if (item.state.isPossiblyDoubled()) {
+  if (item.isPossiblyDoubled()) {
     text += row("doubled?", "an attempt may have succeeded without our knowing");
   }
   return text;

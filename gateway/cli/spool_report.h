@@ -9,8 +9,8 @@
 
 namespace gateway::cli {
 
-/// "due", "waiting", "failed", "damaged" or "unreadable". \param now  seconds since 1970, as in all
-/// of these
+/// "due", "waiting", "sending", "failed", "damaged" or "unreadable". \param now  seconds since
+/// 1970, as in all of these
 const char* spoolStateWord(const host::delivery::SpoolItem& item, std::int64_t now);
 
 /// One message for people: several lines, the last with its line break.

@@ -9,15 +9,35 @@ namespace host::delivery {
 
 std::int64_t SpoolControl::systemClock() { return std::time(nullptr); }
 
+// The log of an attempt that is under way is that of one that was cut off: who holds the entry
+// tells them apart.
+AdapterError SpoolControl::readEvents(const std::string& id, std::vector<SpoolEvent>& events,
+                                      bool& isUnderWay) const {
+  std::string log;
+  AdapterError error = spool_.readLog(id, log);
+  if (error != AdapterError::None) return error;
+  events = parseSpoolLog(log);
+  if (!SpoolState::of(events).open) return AdapterError::None;
+  core::Descriptor hold;
+  error = spool_.hold(id, hold);
+  isUnderWay = error == AdapterError::UnderWay;
+  if (isUnderWay) return AdapterError::None;
+  if (error != AdapterError::None) return error;
+  // It may have come to its end meanwhile.
+  error = spool_.readLog(id, log);
+  if (error == AdapterError::None) events = parseSpoolLog(log);
+  return error;
+}
+
 AdapterError SpoolControl::look(const std::string& id, SpoolItem& item,
                                 std::vector<SpoolEvent>& events) const {
   SpoolItem found;
   found.id = id;
-  std::string log;
+  bool isUnderWay = false;
   AdapterError error = spool_.readHead(id, found.entry);
   const bool damaged = error == AdapterError::Damaged;
   if (damaged) error = AdapterError::None;
-  if (error == AdapterError::None) error = spool_.readLog(id, log);
+  if (error == AdapterError::None) error = readEvents(id, events, isUnderWay);
   if (error == AdapterError::NotFound || error == AdapterError::OutOfMemory) return error;
   if (error != AdapterError::None) {
     item = {};
@@ -27,12 +47,13 @@ AdapterError SpoolControl::look(const std::string& id, SpoolItem& item,
     events.clear();
     return AdapterError::None;
   }
-  events = parseSpoolLog(log);
   found.state = SpoolState::of(events);
   if (damaged) {
     found.condition = SpoolItem::Condition::Damaged;
   } else if (found.state.failed) {
     found.condition = SpoolItem::Condition::Failed;
+  } else if (isUnderWay) {
+    found.condition = SpoolItem::Condition::Sending;
   } else {
     found.due = dueTime(found.entry, found.state, schedule_, clock_());
   }
@@ -66,6 +87,7 @@ AdapterError SpoolControl::summarise(SpoolSummary& summary) const {
   SpoolSummary found;
   for (const SpoolItem& item : items) {
     if (item.condition == SpoolItem::Condition::Waiting) ++found.waiting;
+    if (item.condition == SpoolItem::Condition::Sending) ++found.waiting;
     if (item.condition == SpoolItem::Condition::Failed) ++found.failed;
     if (item.condition == SpoolItem::Condition::Damaged) ++found.damaged;
     if (item.condition == SpoolItem::Condition::Unreadable) ++found.unreadable;

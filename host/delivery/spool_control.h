@@ -16,6 +16,7 @@ namespace host::delivery {
 struct SpoolItem {
   enum class Condition {
     Waiting,     ///< for its time, or for its next attempt
+    Sending,     ///< an attempt is under way
     Failed,      ///< refused for good: stays until it is retried or deleted
     Damaged,     ///< its file is not what was written; nothing but its id is known
     Unreadable,  ///< `fault` says why; nothing but its id is known
@@ -26,10 +27,15 @@ struct SpoolItem {
   SpoolState state;
   AdapterError fault = AdapterError::None;
   std::int64_t due = 0;  ///< not before that, seconds since 1970; 0 unless it waits
+
+  /// Whether an attempt may have succeeded without our knowing. One under way is not yet such.
+  bool isPossiblyDoubled() const {
+    return condition == Condition::Sending ? state.uncertain : state.isPossiblyDoubled();
+  }
 };
 
 struct SpoolSummary {
-  std::size_t waiting = 0;
+  std::size_t waiting = 0;  ///< those that are being sent included
   std::size_t failed = 0;
   std::size_t damaged = 0;
   std::size_t unreadable = 0;
@@ -67,6 +73,8 @@ class KAVI_API SpoolControl {
 
  private:
   AdapterError look(const std::string& id, SpoolItem& item, std::vector<SpoolEvent>& events) const;
+  AdapterError readEvents(const std::string& id, std::vector<SpoolEvent>& events,
+                          bool& isUnderWay) const;
 
   Spool& spool_;
   RetrySchedule schedule_;

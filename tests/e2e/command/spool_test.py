@@ -208,13 +208,18 @@ class SpoolTest(GatewayTest):
             for command in (["retry", key], ["delete", "--yes", key]):
                 done = self.spool(*command, status=1)
                 self.assertIn(b"is being sent at this moment", done.stderr)
-            self.assertTrue(self.waiting()[0]["possibly_doubled"])
+            [entry] = self.waiting()
+            self.assertEqual((entry["state"], entry["possibly_doubled"]), ("sending", False))
+            self.assertNotIn("due", entry)
+            self.assertIn(b"1 message, 1 sending\n", self.spool("list").stdout)
             busy = json.loads(self.spool("send", "--json").stdout)["spool"]
             self.assertEqual(busy["busy"] + busy["waiting"], 1)
         finally:
             worker.kill()
             worker.wait(timeout=30)
-        self.assertEqual(self.ids(), [key])
+        [entry] = self.waiting()
+        self.assertEqual((entry["id"], entry["state"]), (key, "waiting"))
+        self.assertTrue(entry["possibly_doubled"])
 
     def test_many_commands_at_once_send_each_message_once(self):
         self.fill(*(f"m{i}" for i in range(20)), at={"mail": {"reply": "451 4.3.0 come back"}})

@@ -366,6 +366,31 @@ TEST(SpoolControl, LeavesAloneWhatIsBeingSent) {
   EXPECT_EQ(control.remove(id), AdapterError::None);
 }
 
+TEST(SpoolControl, TellsWhatIsBeingSentFromWhatWasCutOff) {
+  SpoolBench bench;
+  const std::string id = bench.file();
+  ASSERT_EQ(bench.spool.appendLog(
+                id, writeSpoolEvent({SpoolEvent::Kind::Attempt, kFiled + 1, 0, {}, 0, false})),
+            AdapterError::None);
+  host::core::Descriptor hold;
+  ASSERT_EQ(bench.spool.hold(id, hold), AdapterError::None);
+  SpoolItem item = bench.show(id, kFiled + 2);
+  EXPECT_EQ(item.condition, SpoolItem::Condition::Sending);
+  EXPECT_EQ(item.due, 0);
+  EXPECT_FALSE(item.isPossiblyDoubled());
+  SpoolSummary summary;
+  ASSERT_EQ(SpoolControl(bench.spool).summarise(summary), AdapterError::None);
+  EXPECT_EQ(summary.waiting, 1u);
+
+  hold.reset();  // as when its process is killed
+  item = bench.show(id, kFiled + 2);
+  EXPECT_EQ(item.condition, SpoolItem::Condition::Waiting);
+  EXPECT_EQ(item.due, kFiled + 1 + bench.settings.retry.firstPause);
+  EXPECT_TRUE(item.isPossiblyDoubled());
+  // To look at it keeps nobody from working at it.
+  EXPECT_EQ(bench.spool.hold(id, hold), AdapterError::None);
+}
+
 TEST(SpoolControl, DamagedEntryCanBeDeleted) {
   SpoolBench bench;
   SpoolControl control(bench.spool);
