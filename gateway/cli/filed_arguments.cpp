@@ -52,11 +52,11 @@ class FiledCommands {
   }
 
  private:
-  CLI::App* add(const char* name, const char* help, bool json = true) {
+  CLI::App* add(const char* name, const char* help) {
     CLI::App* command = parent_.add_subcommand(name, help);
     command->add_option("--config,-c", arguments_->options.config, kConfigHelp)->type_name("FILE");
     command->add_option("--state", arguments_->options.state, kStateHelp)->type_name("FOLDER");
-    if (json) command->add_flag("--json", arguments_->options.json, kJsonHelp);
+    command->add_flag("--json", arguments_->options.json, kJsonHelp);
     return command;
   }
 
@@ -131,7 +131,7 @@ class FiledCommands {
   }
 
   void addDelete() {
-    CLI::App* remove = add("delete", "Remove messages for good", false);
+    CLI::App* remove = add("delete", "Remove messages for good");
     addNumbers(*remove);
     remove->add_flag("--yes,-y", arguments_->flag, "Do not ask");
     choose(*remove, [](const FiledArguments& given) {

@@ -30,6 +30,7 @@ using host::delivery::AdapterError;
 using host::store::IndexEntry;
 using host::store::MessageKind;
 using host::store::StoreStatus;
+using nlohmann::ordered_json;
 
 constexpr std::size_t kBatch = 1000;
 
@@ -173,8 +174,6 @@ bool readOrder(const ReleaseOptions& release, host::delivery::ReleaseOrder& orde
   return true;
 }
 
-void print(const std::string& text) { std::fwrite(text.data(), 1, text.size(), stdout); }
-
 }  // namespace
 
 int filedListCommand(const FiledOptions& options, const FiledPage& page) {
@@ -188,7 +187,7 @@ int filedListCommand(const FiledOptions& options, const FiledPage& page) {
   }
   const bool more = entries.size() > page.limit;
   if (more) entries.resize(page.limit);
-  print(options.json ? filedListJson(entries) : filedListText(entries, more));
+  printText(options.json ? filedListJson(entries) : filedListText(entries, more));
   return ExitDone;
 }
 
@@ -198,13 +197,13 @@ int filedShowCommand(const FiledOptions& options, std::int64_t row, bool message
   IndexEntry entry;
   if (!filed.find(row, entry)) return ExitFailed;
   if (!message) {
-    print(options.json ? filedJson(entry) : filedText(entry));
+    printText(options.json ? filedJson(entry) : filedText(entry));
     return ExitDone;
   }
   std::string bytes;
   const AdapterError error = filed.mail().read(entry, bytes);
   if (error != AdapterError::None) return Filed::complainOf(entry, error, "");
-  print(bytes);
+  printText(bytes);
   return ExitDone;
 }
 
@@ -226,8 +225,8 @@ int filedReleaseCommand(const FiledOptions& options, const ReleaseOptions& relea
     if (error == AdapterError::None) {
       ++done;
       if (scannedAgain) {
-        complain(std::to_string(entry.row) +
-                 ": does not say which rule put it aside: all rules scan it again");
+        remark(std::to_string(entry.row) +
+               ": does not say which rule put it aside: all rules scan it again");
       }
       if (!keep) error = filed.mail().remove(entry, words);
       if (error != AdapterError::None) words += " (it was released, but is still stored)";
@@ -235,7 +234,9 @@ int filedReleaseCommand(const FiledOptions& options, const ReleaseOptions& relea
     if (error != AdapterError::None) status = Filed::complainOf(entry, error, words);
   }
   if (options.json) {
-    printJson({{"released", done}});
+    ordered_json json = {{"released", done}};
+    addComplaints(json);
+    printJson(json);
   } else {
     printLine(counted(done, "message", "messages") +
               " released into the spool (kavi spool send sends them, and so does kavi-milter)");
@@ -265,7 +266,13 @@ int filedDeleteCommand(const FiledOptions& options, const std::vector<std::int64
     if (error == AdapterError::None) ++done;
     if (error != AdapterError::None) status = Filed::complainOf(entry, error, words);
   }
-  printLine(counted(done, "message", "messages") + " deleted");
+  if (options.json) {
+    ordered_json json = {{"deleted", done}};
+    addComplaints(json);
+    printJson(json);
+  } else {
+    printLine(counted(done, "message", "messages") + " deleted");
+  }
   return status;
 }
 
@@ -281,22 +288,24 @@ int filedPurgeCommand(const FiledOptions& options, bool dryRun) {
       complain(status.text);
       return ExitFailed;
     }
-    print(options.json ? filedListJson(due) : filedListText(due, false));
+    printText(options.json ? filedListJson(due) : filedListText(due, false));
     return ExitDone;
   }
   host::delivery::PurgeReport report;
   std::string words;
   const AdapterError error =
       filed.mail().purge({std::time(nullptr), options.kind}, std::stop_token(), report, words);
-  if (options.json) {
-    printJson({{"removed", report.removed}, {"kept", report.kept}});
-  } else {
-    printLine(counted(report.removed, "message", "messages") + " removed");
-  }
   if (error != AdapterError::None) complain(textOf(error) + (words.empty() ? "" : ": " + words));
   if (report.kept != 0) {
     complain(counted(report.kept, "message", "messages") + " could not be removed; " +
              printable(report.firstFault));
+  }
+  if (options.json) {
+    ordered_json json = {{"removed", report.removed}, {"kept", report.kept}};
+    addComplaints(json);
+    printJson(json);
+  } else {
+    printLine(counted(report.removed, "message", "messages") + " removed");
   }
   return error == AdapterError::None && report.kept == 0 ? ExitDone : ExitFailed;
 }

@@ -1,17 +1,21 @@
 #include "gateway/cli/json_output.h"
 
+#include <atomic>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <string_view>
 
+#include "gateway/cli/complaints.h"
 #include "host/core/text_escape.h"
 
 namespace gateway::cli {
 namespace {
 
 using nlohmann::ordered_json;
+
+std::atomic<bool> hasPrinted = false;  ///< anything, by this process
 
 std::string percentEncoded(const std::string& text) {
   constexpr std::string_view kDigits = "0123456789ABCDEF";
@@ -38,7 +42,19 @@ void printJson(const ordered_json& json) {
   printLine(json.dump(2, ' ', false, ordered_json::error_handler_t::replace));
 }
 
+void addComplaints(ordered_json& json) {
+  if (const std::string text = keptComplaints(); !text.empty()) json["error"] = text;
+}
+
+void printFailure() {
+  if (hasPrinted) return;
+  ordered_json json = {{"error", "failed"}};
+  addComplaints(json);
+  printLine(json.dump(-1, ' ', false, ordered_json::error_handler_t::replace));
+}
+
 void printText(const std::string& text) {
+  if (!text.empty()) hasPrinted = true;
   static_cast<void>(std::fwrite(text.data(), 1, text.size(), stdout));
 }
 

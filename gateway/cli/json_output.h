@@ -14,6 +14,13 @@ void addBytes(const char* key, const std::string& bytes, nlohmann::ordered_json&
 /// Prints \p json over several lines; what is no UTF-8 becomes U+FFFD.
 void printJson(const nlohmann::ordered_json& json);
 
+/// Adds to \p json, under "error", what the command has complained of so far, if it has.
+void addComplaints(nlohmann::ordered_json& json);
+
+/// Prints, on one line, an object with what the command has complained of: for a command that
+/// failed, unless it has printed a report of its own.
+void printFailure();
+
 /// Prints \p text, which may hold any byte. What cannot be written is told in the end, by
 /// finishOutput.
 void printText(const std::string& text);

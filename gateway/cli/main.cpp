@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "gateway/cli/complaints.h"
+#include "gateway/cli/json_output.h"
 #include "gateway/cli/standard_streams.h"
 #include "gateway/cli/startup.h"
 #include "gateway/cli/subcommands.h"
@@ -50,43 +52,70 @@ std::string unknownCommand(const CLI::App& app, int argc, char** argv,
   return {};
 }
 
+/// Whether the command line asks for JSON. It is looked at as it stands: one that cannot be read
+/// has no options yet.
+bool wantsJson(int argc, char** argv) {
+  for (int i = 1; i < argc && std::string_view(argv[i]) != "--"; ++i) {
+    if (std::string_view(argv[i]) == "--json") return true;
+  }
+  return false;
+}
+
+/// Reads the command line and does what it asks for. \return the exit status
+int runCommandLine(int argc, char** argv) {
+  CLI::App app("Runs mail through a policy of filter actions.", "kavi");
+  app.set_version_flag("--version", std::string("kavi ") + KAVI_VERSION);
+  app.require_subcommand(1);
+  Chosen chosen;
+  addRunCommand(app, chosen);
+  addMessageCommands(app, chosen);
+  addPolicyCommands(app, chosen);
+  addLookupCommands(app, chosen);
+  addSpoolCommands(app, chosen);
+  addFiledCommands(app, chosen);
+  addStoreCommands(app, chosen);
+  addObjectCommands(app, chosen);
+  addRuleCommands(app, chosen);
+  // Last: a subcommand starts with the examples that its parent has by then.
+  app.footer(kExamples);
+  std::vector<std::string_view> known;
+  if (const std::string word = unknownCommand(app, argc, argv, known); !word.empty()) {
+    complain("unknown command " + gateway::policy::inQuotes(word) + " " +
+             gateway::policy::remedyFor(word, known));
+    return ExitUsage;
+  }
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& done) {
+    // Help and version.
+    return app.exit(done);
+  } catch (const CLI::ParseError& error) {
+    complainOfPlace(error.what());
+    static_cast<void>(std::fputs("Run with --help for more information.\n", stderr));
+    return ExitUsage;
+  }
+  return chosen();
+}
+
+/// The same; whatever goes wrong is told. \return the exit status
+int runGuarded(int argc, char** argv) {
+  try {
+    return runCommandLine(argc, argv);
+  } catch (const std::exception& fault) {
+    complain(fault.what());
+    return ExitFailed;
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   holdStandardDescriptors();
   // A file size limit is an error like a full disk, not an end.
   std::signal(SIGXFSZ, SIG_IGN);
-  try {
-    CLI::App app("Runs mail through a policy of filter actions.", "kavi");
-    app.set_version_flag("--version", std::string("kavi ") + KAVI_VERSION);
-    app.require_subcommand(1);
-    Chosen chosen;
-    addRunCommand(app, chosen);
-    addMessageCommands(app, chosen);
-    addPolicyCommands(app, chosen);
-    addLookupCommands(app, chosen);
-    addSpoolCommands(app, chosen);
-    addFiledCommands(app, chosen);
-    addStoreCommands(app, chosen);
-    addObjectCommands(app, chosen);
-    addRuleCommands(app, chosen);
-    // Last: a subcommand starts with the examples that its parent has by then.
-    app.footer(kExamples);
-    std::vector<std::string_view> known;
-    if (const std::string word = unknownCommand(app, argc, argv, known); !word.empty()) {
-      complain("unknown command " + gateway::policy::inQuotes(word) + " " +
-               gateway::policy::remedyFor(word, known));
-      return ExitUsage;
-    }
-    try {
-      app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-      // Help and version are no errors; every other way to end here is one of usage.
-      return finishOutput(app.exit(error) == 0 ? ExitDone : ExitUsage);
-    }
-    return finishOutput(chosen());
-  } catch (const std::exception& fault) {
-    std::fprintf(stderr, "kavi: %s\n", fault.what());
-    return ExitFailed;
-  }
+  const bool asJson = wantsJson(argc, argv);
+  if (asJson) keepComplaints();
+  const int status = runGuarded(argc, argv);
+  if (asJson && status != ExitDone) printFailure();
+  return finishOutput(status);
 }

@@ -89,8 +89,8 @@ OperationResult listPage(Database& store, const ObjectKind* kind, const ObjectOp
 void warnOfDoubts(const ObjectKind& kind, const ObjectTexts& texts) {
   if (kind.doubt == nullptr) return;
   if (const std::string doubt = kind.doubt(texts.setting); !doubt.empty()) {
-    complain("warning: the " + std::string(kind.word) + " " + nameText(texts.name) + " " +
-             printable(doubt));
+    remark("warning: the " + std::string(kind.word) + " " + nameText(texts.name) + " " +
+           printable(doubt));
   }
 }
 

@@ -102,7 +102,7 @@ class Application {
                                 ? "see with kavi policy diff whether anything is changed"
                                 : "nothing is changed");
       }
-      if (isFirst) complain("somebody has changed the store meanwhile: working it out anew");
+      if (isFirst) remark("somebody has changed the store meanwhile: working it out anew");
     }
     complain("nothing applied: others keep changing the store (try again)");
     return ExitFailed;
@@ -217,7 +217,7 @@ int policyExportCommand(const StoreOptions& options, const std::string& file) {
   complain(diagnostics);
   if (!text) return ExitFailed;
   if (file.empty() || file == "-") {
-    std::fwrite(text->data(), 1, text->size(), stdout);
+    printText(*text);
     return ExitDone;
   }
   if (const std::string fault = replaceFile(file, *text); !fault.empty()) {

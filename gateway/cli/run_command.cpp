@@ -9,6 +9,7 @@
 
 #include "gateway/cli/deliverer.h"
 #include "gateway/cli/delivery_setup.h"
+#include "gateway/cli/json_output.h"
 #include "gateway/cli/message_job.h"
 #include "gateway/cli/output_folder.h"
 #include "gateway/cli/pipeline.h"
@@ -145,7 +146,7 @@ class Reporter {
 
   void print(const std::string& text) {
     progress_.clear();
-    std::fwrite(text.data(), 1, text.size(), stdout);
+    printText(text);
     if (progressOn()) std::fflush(stdout);
     printed_ = true;
   }
@@ -194,7 +195,7 @@ int conclude(const RunOptions& options, Deliverer& deliverer, OutputFolder& out,
   const std::string text =
       options.json ? jsonReport(submission) + "\n"
                    : "\n" + textReport(submission, Style(options.colour, STDOUT_FILENO));
-  std::fwrite(text.data(), 1, text.size(), stdout);
+  printText(text);
   // Who did not get the report will ask for it again.
   if ((std::fflush(stdout) != 0 || std::ferror(stdout) != 0) && status == ExitDone) {
     status = ExitFailed;

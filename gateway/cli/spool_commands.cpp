@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "gateway/cli/delivery_setup.h"
+#include "gateway/cli/json_output.h"
 #include "gateway/cli/spool_report.h"
 #include "gateway/cli/startup.h"
 #include "gateway/cli/submission.h"
@@ -114,7 +115,7 @@ int spoolListCommand(const SpoolOptions& options) {
   }
   const std::string text = options.json ? spoolListJson(items, std::time(nullptr))
                                         : spoolListText(items, std::time(nullptr));
-  std::fwrite(text.data(), 1, text.size(), stdout);
+  printText(text);
   for (const SpoolItem& item : items) {
     if (item.condition == SpoolItem::Condition::Unreadable) return ExitFailed;
   }
@@ -139,7 +140,7 @@ int spoolShowCommand(const SpoolOptions& options, const std::string& id, bool me
     readable = item.condition != SpoolItem::Condition::Unreadable;
   }
   if (error != AdapterError::None) return open.complainOf(id, error);
-  std::fwrite(text.data(), 1, text.size(), stdout);
+  printText(text);
   return readable ? ExitDone : ExitFailed;
 }
 
@@ -213,7 +214,7 @@ int spoolSendCommand(const SpoolOptions& options, bool verbose) {
   const std::string text = options.json
                                ? jsonReport(submission) + "\n"
                                : textReport(submission, Style(Colour::Auto, STDOUT_FILENO));
-  std::fwrite(text.data(), 1, text.size(), stdout);
+  printText(text);
   return submission.good() ? ExitDone : ExitUnsent;
 }
 

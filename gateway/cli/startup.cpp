@@ -1,7 +1,6 @@
 #include "gateway/cli/startup.h"
 
 #include <cstddef>
-#include <cstdio>
 #include <utility>
 #include <vector>
 
@@ -27,7 +26,7 @@ bool loadSettings(const std::string& path, host::core::IniSettings& settings) {
   if (path.empty()) return true;
   if (settings.loadFile(path, error)) {
     for (const std::string& unknown : engine::unknownSettings(settings)) {
-      complain("warning: " + host::core::printable(path) + ": " + unknown);
+      remark("warning: " + host::core::printable(path) + ": " + unknown);
     }
     const std::string faults = engine::settingsFaults(settings);
     for (std::size_t at = 0; at < faults.size(); at = faults.find('\n', at) + 1) {
@@ -36,20 +35,8 @@ bool loadSettings(const std::string& path, host::core::IniSettings& settings) {
     return faults.empty();
   }
   while (!error.empty() && error.back() == '\n') error.pop_back();
-  std::fprintf(stderr, "%s\n", error.c_str());
+  complainOfPlace(error);
   return false;
-}
-
-void complain(const std::string& text) { std::fprintf(stderr, "kavi: %s\n", text.c_str()); }
-
-void complain(const policy::Diagnostics& diagnostics) {
-  for (const policy::Diagnostic& diagnostic : diagnostics.all()) {
-    std::fprintf(stderr, "%s\n", diagnostics.text(diagnostic).c_str());
-  }
-  if (diagnostics.errorCount() > diagnostics.all().size()) {
-    std::fprintf(stderr, "… and %zu more errors\n",
-                 diagnostics.errorCount() - diagnostics.all().size());
-  }
 }
 
 }  // namespace gateway::cli

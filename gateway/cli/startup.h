@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "gateway/policy/diagnostics.h"
+#include "gateway/cli/complaints.h"
 #include "host/core/ini_settings.h"
 #include "host/core/log.h"
 
@@ -32,11 +32,5 @@ class Startup {
 /// Reads the settings file \p path (empty for none). What nobody reads in it is warned of.
 /// \return false after writing every fault to standard error.
 bool loadSettings(const std::string& path, host::core::IniSettings& settings);
-
-/// Writes one line "kavi: …" to standard error.
-void complain(const std::string& text);
-
-/// Writes all of \p diagnostics to standard error.
-void complain(const policy::Diagnostics& diagnostics);
 
 }  // namespace gateway::cli
