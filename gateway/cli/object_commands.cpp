@@ -25,19 +25,31 @@ using host::store::StoreStatus;
 using nlohmann::ordered_json;
 using policy::ObjectKind;
 
-/// Opens the store and finds the one object that `target` names. \return the exit status
+/// Opens the store and finds the id that `target` means. \return the exit status
 int openOne(const ObjectOptions& options, const std::vector<std::string>& target,
-            StoreSession& session, ObjectRecord& object) {
+            StoreSession& session, std::uint32_t& id) {
   if (const int status = session.open(options.store); status != ExitDone) return status;
   std::size_t used = 0;
-  const int status = findTarget(*session.store, target, options.owner, object, used);
+  const int status = findTarget(*session.store, target, options.owner, id, used);
   if (status != ExitDone || used == target.size()) return status;
   complain("one object at a time (write its ID, or its TYPE and NAME)");
   return ExitUsage;
 }
 
-KaviNamedObj::NaObjType accessType(std::uint32_t type) {
-  return static_cast<KaviNamedObj::NaObjType>(type);
+/// Reads an object: its texts by the operation, whose result it is, and then what the store knows
+/// besides. Between the two somebody may have removed it.
+OperationResult readOne(Database& store, std::uint32_t id, ObjectRecord& object) {
+  // This operation, as the one that removes, asks for no type.
+  NameObjectAccess access(KaviNamedObj::StampType);
+  std::string name;
+  std::string content;
+  OperationResult result = resultOf(access.get(id, name, content));
+  if (!result.ok()) return result;
+  const StoreStatus status = store.findObject(id, object);
+  if (!status.ok()) return {NameObjectAccess::ReadFailed, "ReadFailed", status.text};
+  object.name = std::move(name);
+  object.content = std::move(content);
+  return result;
 }
 
 /// Tells how an operation ended. \param json  what belongs to it, for programs
@@ -141,13 +153,16 @@ int objectListCommand(const ObjectOptions& options, const ObjectListOptions& lis
 int objectShowCommand(const ObjectOptions& options, const std::vector<std::string>& target,
                       bool entry) {
   StoreSession session;
+  std::uint32_t id = 0;
+  if (const int status = openOne(options, target, session, id); status != ExitDone) return status;
   ObjectRecord object;
-  if (const int status = openOne(options, target, session, object); status != ExitDone) {
-    return status;
+  const OperationResult result = readOne(*session.store, id, object);
+  if (!result.ok()) return report(result, options.json, {{"id", id}}, "");
+  if (options.owner && object.owner != *options.owner) {
+    complain("object " + std::to_string(id) + " is none of owner " +
+             std::to_string(*options.owner) + " (kavi object list shows what is there)");
+    return ExitFailed;
   }
-  NameObjectAccess access(accessType(object.type));
-  const OperationResult result = resultOf(access.get(object.id, object.name, object.content));
-  if (!result.ok()) return report(result, options.json, ordered_json::object(), "");
   if (entry) {
     printText(objectEntryText(object));
     return ExitDone;
@@ -219,8 +234,12 @@ int tryUpdate(Database& store, const ObjectOptions& options,
     return ExitFailed;
   }
   std::size_t used = 0;
-  const int status = findTarget(store, arguments, options.owner, update.object, used);
+  const int status = findTarget(store, arguments, options.owner, update.object.id, used);
   if (status != ExitDone) return status;
+  // What is not given stays, and has to be read for that.
+  update.result = readOne(store, update.object.id, update.object);
+  update.again = false;
+  if (!update.result.ok()) return ExitDone;
   const ObjectRecord& object = update.object;
   const ObjectKind* kind = policy::findObjectKind(object.type);
   if (kind == nullptr) {
@@ -242,8 +261,8 @@ int tryUpdate(Database& store, const ObjectOptions& options,
   if (!canTravel(update.texts)) return ExitUsage;
   const host::store::ExpectedRevision expected(revision);
   NameObjectAccess access(kind->type);
-  const int code = access.update(object.owner, object.id, update.texts.name.c_str(),
-                                 update.texts.setting.c_str());
+  const int code = access.update(options.owner.value_or(object.owner), object.id,
+                                 update.texts.name.c_str(), update.texts.setting.c_str());
   update.again = code == NameObjectAccess::ModifyRefused &&
                  host::store::lastObjectOperation().error == host::store::StoreError::Conflict;
   update.result = resultOf(code);
@@ -264,7 +283,9 @@ int objectUpdateCommand(const ObjectOptions& options, const std::vector<std::str
   const ObjectRecord& object = update.object;
   if (update.result.ok()) warnOfDoubts(*policy::findObjectKind(object.type), update.texts);
   return report(
-      update.result, options.json, identity(object.id, object.type, update.texts.name),
+      update.result, options.json,
+      object.type != 0 ? identity(object.id, object.type, update.texts.name)
+                       : ordered_json{{"id", object.id}},
       objectText(object) + " changed" +
           (update.texts.name != object.name ? ", now " + nameText(update.texts.name) : ""));
 }
@@ -272,12 +293,16 @@ int objectUpdateCommand(const ObjectOptions& options, const std::vector<std::str
 int objectRemoveCommand(const ObjectOptions& options, const std::vector<std::string>& target) {
   StoreSession session;
   ObjectRecord object;
-  if (const int status = openOne(options, target, session, object); status != ExitDone) {
+  if (const int status = openOne(options, target, session, object.id); status != ExitDone) {
     return status;
   }
-  NameObjectAccess access(accessType(object.type));
-  OperationResult result = removalOf(access.remove(object.id, object.owner));
-  ordered_json json = identity(object.id, object.type, object.name);
+  // To be named in the report. That it is not there, or another owner's, the operation tells.
+  const StoreStatus found = session.store->findObject(object.id, object);
+  NameObjectAccess access(KaviNamedObj::StampType);
+  OperationResult result =
+      removalOf(access.remove(object.id, options.owner.value_or(object.owner)));
+  ordered_json json =
+      found.ok() ? identity(object.id, object.type, object.name) : ordered_json{{"id", object.id}};
   if (result.code == static_cast<int>(host::store::StoreError::InUse)) {
     std::vector<RuleName> rules;
     if (session.store->listReferrers(object.id, rules).ok()) {

@@ -11,7 +11,6 @@
 namespace gateway::cli {
 namespace {
 
-using host::store::ObjectRecord;
 using host::store::StoreError;
 using host::store::StoreStatus;
 
@@ -22,26 +21,6 @@ std::string normalised(std::string_view word) {
       text.begin(), text.end(), [](char c) { return c == ' ' || c == '-'; }, '_');
   if (text.ends_with('s')) text.pop_back();
   return text;
-}
-
-/// \return NotFound for an object of another owner, too
-StoreStatus findById(host::store::ObjectStore& store, std::uint32_t id,
-                     std::optional<std::uint32_t> owner, ObjectRecord& object) {
-  StoreStatus status = store.findObject(id, object);
-  if (status.ok() && owner && object.owner != *owner) status.error = StoreError::NotFound;
-  return status;
-}
-
-int missing(const std::string& what) {
-  complain("there is no " + what + " (" + objectRemedy(StoreError::NotFound) + ")");
-  return ExitFailed;
-}
-
-int outcomeOf(const StoreStatus& status, const std::string& what) {
-  if (status.ok()) return ExitDone;
-  if (status.error == StoreError::NotFound) return missing(what);
-  complain(status.text);
-  return ExitFailed;
 }
 
 }  // namespace
@@ -74,14 +53,15 @@ std::optional<std::uint32_t> parseId(std::string_view text) {
 }
 
 int findTarget(host::store::ObjectStore& store, const std::vector<std::string>& arguments,
-               std::optional<std::uint32_t> owner, ObjectRecord& object, std::size_t& used) {
+               std::optional<std::uint32_t> owner, std::uint32_t& id, std::size_t& used) {
   if (arguments.empty()) {
     complain("no object is named (write its ID, or its TYPE and NAME)");
     return ExitUsage;
   }
-  if (const auto id = parseId(arguments[0])) {
+  if (const auto number = parseId(arguments[0])) {
     used = 1;
-    return outcomeOf(findById(store, *id, owner, object), "object " + arguments[0]);
+    id = *number;
+    return ExitDone;
   }
   const policy::ObjectKind* kind = requireKind(arguments[0]);
   if (kind == nullptr) return ExitUsage;
@@ -90,11 +70,16 @@ int findTarget(host::store::ObjectStore& store, const std::vector<std::string>& 
     return ExitUsage;
   }
   used = 2;
-  std::uint32_t id = 0;
-  StoreStatus status =
+  const StoreStatus status =
       store.findObjectNamed(owner.value_or(policy::kPolicyOwner), kind->type, arguments[1], id);
-  if (status.ok()) status = store.findObject(id, object);
-  return outcomeOf(status, std::string(kind->word) + " " + nameText(arguments[1]));
+  if (status.ok()) return ExitDone;
+  if (status.error == StoreError::NotFound) {
+    complain("there is no " + std::string(kind->word) + " " + nameText(arguments[1]) + " (" +
+             objectRemedy(status.error) + ")");
+  } else {
+    complain(status.text);
+  }
+  return ExitFailed;
 }
 
 }  // namespace gateway::cli

@@ -23,12 +23,13 @@ const policy::ObjectKind* requireKind(const std::string& word);
 /// Reads a number of 32 bits. \return nothing for any other text
 std::optional<std::uint32_t> parseId(std::string_view text);
 
-/// Finds the object that the first arguments of a command name: "ID", or "TYPE NAME".
-/// \param owner  of a name; of an id, one that is not the owner's is none
+/// The object that the first arguments of a command name: "ID", or "TYPE NAME". A name is looked up
+/// in the store; whether there is an object of a number, its operation tells.
+/// \param owner  of a name
+/// \param id  receives it
 /// \param used  receives how many arguments named it
 /// \return the exit status, after a complaint when it is not ExitDone
 int findTarget(host::store::ObjectStore& store, const std::vector<std::string>& arguments,
-               std::optional<std::uint32_t> owner, host::store::ObjectRecord& object,
-               std::size_t& used);
+               std::optional<std::uint32_t> owner, std::uint32_t& id, std::size_t& used);
 
 }  // namespace gateway::cli

@@ -121,6 +121,30 @@ class ObjectCommand:
         self.complaint("object", "remove", "1", "--owner=0")
         self.text("object", "remove", "1", "--owner=7")
 
+    def test_ids_that_are_not_there_are_the_operations_to_tell(self):
+        for number in ("77", "0", "4294967295"):
+            for arguments, code, word in ((["show", number], 1405, "ReadFailed"),
+                                          (["show", number, "--entry"], 1405, "ReadFailed"),
+                                          (["update", number, "text=x"], 1405, "ReadFailed"),
+                                          (["update", number, "--name", "b"], 1405, "ReadFailed"),
+                                          (["remove", number], 2, "NotFound")):
+                error = self.refused(code, word, "object", *arguments)
+                self.assertIn(f"object {number}", error)
+                self.assertIn("kavi object list shows what is there", error)
+        self.assertEqual(self.json("store", "audit"), [])
+
+    def test_an_id_of_another_owner(self):
+        self.add("stamp", "mine", "text=x", "--owner=7")
+        for arguments, code, word in ((["update", "1", "text=y"], 1402, "ModifyRefused"),
+                                      (["remove", "1"], 2, "NotFound")):
+            self.refused(code, word, "object", *arguments, "--owner=0")
+        self.assertIn("object 1 is none of owner 0", self.complaint("object", "show", "1",
+                                                                    "--owner=0"))
+        # Whoever names no owner means the object itself.
+        self.json("object", "update", "1", "text=y")
+        self.assertEqual(self.show("1")["fields"]["text"], "y")
+        self.json("object", "remove", "1")
+
     # --- usage ---
 
     def test_what_cannot_be_meant(self):
