@@ -15,6 +15,7 @@
 #include "gateway/cli/envelope.h"
 #include "gateway/cli/filed_report.h"
 #include "gateway/cli/json_output.h"
+#include "gateway/cli/standard_streams.h"
 #include "gateway/cli/startup.h"
 #include "gateway/cli/terminal.h"
 #include "gateway/engine/library_start.h"
@@ -233,6 +234,7 @@ int filedReleaseCommand(const FiledOptions& options, const ReleaseOptions& relea
     }
     if (error != AdapterError::None) status = Filed::complainOf(entry, error, words);
   }
+  if (done != 0) noteChange(counted(done, "message", "messages") + " released into the spool");
   if (options.json) {
     ordered_json json = {{"released", done}};
     addComplaints(json);
@@ -266,6 +268,7 @@ int filedDeleteCommand(const FiledOptions& options, const std::vector<std::int64
     if (error == AdapterError::None) ++done;
     if (error != AdapterError::None) status = Filed::complainOf(entry, error, words);
   }
+  if (done != 0) noteChange(counted(done, "message", "messages") + " deleted");
   if (options.json) {
     ordered_json json = {{"deleted", done}};
     addComplaints(json);
@@ -295,6 +298,7 @@ int filedPurgeCommand(const FiledOptions& options, bool dryRun) {
   std::string words;
   const AdapterError error =
       filed.mail().purge({std::time(nullptr), options.kind}, std::stop_token(), report, words);
+  if (report.removed != 0) noteChange(counted(report.removed, "message", "messages") + " removed");
   if (error != AdapterError::None) complain(textOf(error) + (words.empty() ? "" : ": " + words));
   if (report.kept != 0) {
     complain(counted(report.kept, "message", "messages") + " could not be removed; " +

@@ -14,11 +14,23 @@ void addBytes(const char* key, const std::string& bytes, nlohmann::ordered_json&
 /// Prints \p json over several lines; what is no UTF-8 becomes U+FFFD.
 void printJson(const nlohmann::ordered_json& json);
 
+/// Prints the first part of an object: what \p json holds. endJson prints the rest of it. Before a
+/// change is made this shows whether there is anybody to report it to.
+/// \return false when it could not be written; the reason is in errno
+bool beginJson(const nlohmann::ordered_json& json);
+
+/// Prints the rest of the object that was begun; without one, an object.
+void endJson(const nlohmann::ordered_json& json);
+
+/// Writes out what was printed so far. \return false when that cannot be done; the reason is in
+/// errno
+bool flushOutput();
+
 /// Adds to \p json, under "error", what the command has complained of so far, if it has.
 void addComplaints(nlohmann::ordered_json& json);
 
-/// Prints, on one line, an object with what the command has complained of: for a command that
-/// failed, unless it has printed a report of its own.
+/// Prints an object with what the command has complained of: for a command that failed, unless it
+/// has printed a report of its own. Where it has only begun one, it is the rest.
 void printFailure();
 
 /// Prints \p text, which may hold any byte. What cannot be written is told in the end, by

@@ -7,6 +7,7 @@
 #include "gateway/cli/object_report.h"
 #include "gateway/cli/object_target.h"
 #include "gateway/cli/operation_result.h"
+#include "gateway/cli/standard_streams.h"
 #include "gateway/cli/startup.h"
 #include "gateway/cli/store_session.h"
 #include "gateway/cli/table.h"
@@ -56,6 +57,7 @@ OperationResult readOne(Database& store, std::uint32_t id, ObjectRecord& object)
 /// \param done  what it did, for people
 int report(const OperationResult& result, bool asJson, const ordered_json& json,
            const std::string& done) {
+  if (result.ok()) noteChange(done);
   if (asJson) {
     ordered_json all = toJson(result);
     all.update(json);

@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <memory>
@@ -15,6 +14,7 @@
 #include "gateway/cli/json_output.h"
 #include "gateway/cli/policy_report.h"
 #include "gateway/cli/replaced_file.h"
+#include "gateway/cli/standard_streams.h"
 #include "gateway/cli/startup.h"
 #include "gateway/policy/lint.h"
 #include "gateway/policy/loader.h"
@@ -116,35 +116,37 @@ class Application {
 
   /// Nothing is changed that nobody could see coming. \return false after a complaint
   bool show(const policy::PolicyDiff& diff) {
-    if (options_.json || diff.changes().empty()) return true;
-    const std::string text = textReport(diff, style_);
-    // What was shown before and still holds is not shown again.
-    if (text == shown_) return true;
-    shown_ = text;
-    const bool isWritten = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
-    if (isWritten && std::fflush(stdout) == 0) return true;
+    if (diff.changes().empty()) return true;
+    if (options_.json ? begin() : showText(textReport(diff, style_))) return true;
     complain(std::string("the changes cannot be shown (") + std::strerror(errno) +
              "): nothing is changed");
     return false;
   }
 
+  bool showText(const std::string& text) {
+    // What was shown before and still holds is not shown again.
+    if (text == shown_) return true;
+    shown_ = text;
+    printText(text);
+    return flushOutput();
+  }
+
+  /// The changes stand in the rest of the report: what they are may differ from attempt to attempt.
+  bool begin() {
+    if (isBegun_) return true;
+    isBegun_ = true;
+    return beginJson(subject());
+  }
+
   int conclude(const policy::PolicyDiff& diff, std::int64_t revision, bool applied) const {
-    using Kind = policy::PolicyChange::Kind;
-    if (options_.json) {
-      printJson({{"policy", options_.file},
-                 {"store", store_.location()},
-                 {"changes", jsonReport(diff)},
-                 {"added", diff.count(Kind::Added)},
-                 {"removed", diff.count(Kind::Removed)},
-                 {"changed", diff.count(Kind::Changed)},
-                 {"applied", applied},
-                 {"revision", revision}});
-      return ExitDone;
-    }
     const std::string called = "store " + printable(store_.location());
     const std::string at = "revision " + std::to_string(revision);
-    if (applied) {
-      printLine(called + ": applied, now at " + at);
+    const std::string done = called + ": applied, now at " + at;
+    if (applied) noteChange(done);
+    if (options_.json) {
+      endJson(jsonOf(diff, revision, applied));
+    } else if (applied) {
+      printLine(done);
     } else if (diff.changes().empty()) {
       printLine(called + ": nothing differs (" + at + ")");
     } else {
@@ -153,10 +155,26 @@ class Application {
     return ExitDone;
   }
 
+  ordered_json subject() const { return {{"policy", options_.file}, {"store", store_.location()}}; }
+
+  /// The report, or where it is begun the rest of it.
+  ordered_json jsonOf(const policy::PolicyDiff& diff, std::int64_t revision, bool applied) const {
+    using Kind = policy::PolicyChange::Kind;
+    ordered_json json = isBegun_ ? ordered_json::object() : subject();
+    json["changes"] = jsonReport(diff);
+    json["added"] = diff.count(Kind::Added);
+    json["removed"] = diff.count(Kind::Removed);
+    json["changed"] = diff.count(Kind::Changed);
+    json["applied"] = applied;
+    json["revision"] = revision;
+    return json;
+  }
+
   const PolicyApplyOptions& options_;
   host::store::Database& store_;
   Style style_;
   std::string shown_;
+  bool isBegun_ = false;  ///< the report
 };
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "gateway/cli/object_report.h"
 #include "gateway/cli/object_target.h"
 #include "gateway/cli/rule_report.h"
+#include "gateway/cli/standard_streams.h"
 #include "gateway/cli/startup.h"
 #include "gateway/cli/store_session.h"
 
@@ -141,6 +142,10 @@ int tryBinding(PolicySession& session, const RuleOptions& options,
 
 int report(const PolicySession& session, const RuleOptions& options, const Binding& binding) {
   const bool written = binding.result.ok() && binding.fault.empty();
+  const std::string done = binding.described + ", uses " +
+                           objectsText(session.policy, binding.ids) + ", revision " +
+                           std::to_string(binding.revision);
+  if (written) noteChange(done);
   if (options.json) {
     ordered_json json = toJson(binding.result);
     json["written"] = written;
@@ -149,9 +154,7 @@ int report(const PolicySession& session, const RuleOptions& options, const Bindi
     json["objects"] = objectsJson(session.policy, binding.ids);
     printJson(json);
   } else if (written) {
-    printLine(resultText(binding.result) + ": " + binding.described + ", uses " +
-              objectsText(session.policy, binding.ids) + ", revision " +
-              std::to_string(binding.revision));
+    printLine(resultText(binding.result) + ": " + done);
   }
   if (!binding.result.ok()) complain(resultText(binding.result));
   if (!binding.fault.empty()) {

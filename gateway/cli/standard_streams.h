@@ -1,6 +1,8 @@
 // The three descriptors that every process starts with.
 #pragma once
 
+#include <string>
+
 namespace gateway::cli {
 
 /// Puts /dev/null where descriptor 0, 1 or 2 is closed, so that no file that is opened later gets
@@ -12,10 +14,15 @@ void holdStandardDescriptors();
 /// server that goes away must not take the messages behind it with it. For commands that send.
 void ignoreBrokenPipes();
 
+/// A change was made that the rest of the output only reports: whoever cannot be told that must not
+/// take it for a failure. A pipe that breaks is an error from now on.
+/// \param change  "store /x: applied, now at revision 7"
+void noteChange(const std::string& change);
+
 /// Flushes standard output.
 /// \param status  how the command ended otherwise
 /// \return \p status, or ExitFailed after a complaint when it says success but some of the output,
-///   now or earlier, could not be written.
+///   now or earlier, could not be written. The complaint says what was done all the same.
 int finishOutput(int status);
 
 }  // namespace gateway::cli

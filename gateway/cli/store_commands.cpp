@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "gateway/cli/json_output.h"
+#include "gateway/cli/standard_streams.h"
 #include "gateway/cli/startup.h"
 #include "gateway/cli/store_check.h"
 #include "gateway/cli/submission.h"
@@ -46,6 +47,7 @@ int lookAt(const StoreOptions& options, std::shared_ptr<Database>& store, StoreF
 int prepare(Database& store, const StoreForm& before, const std::string& done, bool json) {
   if (before.version != before.newest) {
     if (const StoreStatus status = store.prepare(); !status.ok()) return failed(status);
+    noteChange(called(store) + done);
   }
   if (json) {
     printJson({{"store", store.location()},

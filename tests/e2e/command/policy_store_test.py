@@ -1,5 +1,7 @@
 #!/usr/bin/env python3
 """Policies in a store: `kavi policy`, and commands that take their rules from there."""
+import contextlib
+import json
 import os
 import sqlite3
 import stat
@@ -56,6 +58,46 @@ class FileCase(PolicyCase, StoreTest):
         return f"sqlite:{self.path}"
 
 
+class HeldBackCase(FileCase):
+    """A change that is held back until nobody reads the output any more."""
+
+    def apply_unheard(self, *options):
+        """The error output of an application whose reader leaves before the change is made."""
+        held = sqlite3.connect(self.path, isolation_level=None)
+        held.execute("BEGIN IMMEDIATE")
+        command = [KAVI, "policy", "apply", self.file, "--store", self.location, *options]
+        with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE) as running:
+            self.assertTrue(running.stdout.read(1))
+            running.stdout.close()
+            held.execute("ROLLBACK")
+            held.close()
+            said = running.stderr.read().decode()
+        self.assertEqual(running.returncode, 1, said)
+        return said
+
+    def test_a_change_that_was_made_is_not_reported_as_failed(self):
+        for revision, options in ((1, []), (3, ["--json"])):
+            said = self.apply_unheard(*options)
+            self.assertIn("standard output cannot be written (Broken pipe); the change WAS made "
+                          f"all the same: store {self.path}: applied, now at revision {revision}",
+                          said)
+            self.assertEqual(self.difference()["revision"], revision)
+            self.assertEqual(self.difference()["changes"], [])
+            self.kavi("policy", "apply", self.put("none.yaml", "rules: []\n"))
+
+    def test_a_report_that_was_begun_says_what_failed(self):
+        with contextlib.closing(sqlite3.connect(self.path)) as database:
+            database.execute("CREATE TRIGGER no BEFORE INSERT ON rule "
+                             "BEGIN SELECT RAISE(ABORT, 'not today'); END")
+            database.commit()
+        done = self.kavi("policy", "apply", self.file, "--json", status=1)
+        report = json.loads(done.stdout)
+        self.assertEqual(report["store"], str(self.path))
+        self.assertIn("; nothing is changed", report["error"])
+        self.assertNotIn("applied", report)
+        self.assertEqual(self.difference()["revision"], 0)
+
+
 class ApplyCase(PolicyCase):
     def test_shows_what_changes_and_then_changes_it(self):
         shown = self.text("policy", "diff", self.file)
@@ -72,19 +114,36 @@ class ApplyCase(PolicyCase):
                              self.called("nothing differs (revision 1)"))
 
     def test_changes_nothing_that_it_cannot_show(self):
-        command = [KAVI, "policy", "apply", self.file, "--store", self.location]
-        with open("/dev/full", "wb") as full:
-            done = subprocess.run(command, stdout=full, stderr=subprocess.PIPE, timeout=60)
-        self.assertEqual(done.returncode, 1)
-        self.assertIn(b"the changes cannot be shown (No space left on device): nothing is changed",
-                      done.stderr)
-        self.assertEqual(self.difference()["revision"], 0)
-        nobody, output = os.pipe()
-        os.close(nobody)
-        with os.fdopen(output, "wb") as broken:
-            done = subprocess.run(command, stdout=broken, stderr=subprocess.PIPE, timeout=60)
-        self.assertNotEqual(done.returncode, 0)
-        self.assertEqual(self.difference()["revision"], 0)
+        for json_too in ([], ["--json"]):
+            command = [KAVI, "policy", "apply", self.file, "--store", self.location, *json_too]
+            with open("/dev/full", "wb") as full:
+                done = subprocess.run(command, stdout=full, stderr=subprocess.PIPE, timeout=60)
+            self.assertEqual(done.returncode, 1)
+            self.assertIn(b"the changes cannot be shown (No space left on device): "
+                          b"nothing is changed", done.stderr)
+            self.assertNotIn(b"WAS made", done.stderr)
+            self.assertEqual(self.difference()["revision"], 0)
+            nobody, output = os.pipe()
+            os.close(nobody)
+            with os.fdopen(output, "wb") as broken:
+                done = subprocess.run(command, stdout=broken, stderr=subprocess.PIPE, timeout=60)
+            self.assertNotEqual(done.returncode, 0)
+            self.assertEqual(self.difference()["revision"], 0)
+
+    def test_other_changes_are_not_taken_for_failures(self):
+        self.apply(POLICY)
+        for arguments, words in ((["object", "add", "stamp", "s", "text=x"], b"stamp 's' added"),
+                                 (["object", "remove", "stamp", "s"], b"removed"),
+                                 (["rule", "bind", "10", "quarantine", "spam"], b"uses "),
+                                 (["rule", "bind", "10", "quarantine", "virus", "--json"],
+                                  b"uses ")):
+            with open("/dev/full", "wb") as full:
+                done = subprocess.run([KAVI, *arguments, "--store", self.location], stdout=full,
+                                      stderr=subprocess.PIPE, timeout=60)
+            self.assertEqual(done.returncode, 1)
+            self.assertRegex(done.stderr, b"cannot be written .No space left on device.; the "
+                                          b"change WAS made all the same: .*" + words)
+        self.assertEqual(self.json("store", "audit")[-1]["revision"], 5)
 
     def test_waits_for_pipes_of_the_command_line_only(self):
         os.mkfifo(self.folder / "pipe")
