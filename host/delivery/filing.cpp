@@ -54,7 +54,7 @@ class FilingAttempt {
                 MessageEffects& effects)
       : filing_(filing), request_(request), msg_(msg), effects_(effects), folder_(filing.ops_) {}
 
-  AdapterError run(std::string& path) {
+  AdapterError run(std::string& path, std::string* gone) {
     AdapterError outcome = locate();
     if (outcome == AdapterError::None) outcome = openFolders();
     if (outcome == AdapterError::None) outcome = claim();
@@ -65,6 +65,7 @@ class FilingAttempt {
     outcome = guardedOutcome([this] { return store(); });
     if (outcome == AdapterError::None) {
       path.swap(path_);
+      if (gone != nullptr) gone->swap(gone_);
     } else {
       effects_.abandon(ticket_);
     }
@@ -111,6 +112,7 @@ class FilingAttempt {
     if (ticket_.isDone()) {
       outcome = reuse();
       if (outcome != AdapterError::None || done_) return outcome;
+      gone_ = ticket_.answer.result;
       outcome = effects_.beginAnew(kShortLeaseSeconds, path_, ticket_);
       if (outcome != AdapterError::None) return outcome;
     }
@@ -242,6 +244,7 @@ class FilingAttempt {
   std::string path_;
   core::Folder folder_;  ///< that the file goes into
   MessageEffects::Ticket ticket_;
+  std::string gone_;   ///< where an earlier attempt filed it, if nothing is there now
   bool done_ = false;  ///< by an earlier attempt, at path_
 };
 
@@ -264,8 +267,11 @@ core::FileError Filing::openLevel(const core::Folder& parent, const std::string&
 }
 
 AdapterError Filing::file(const FilingRequest& request, OvMsgMailMessage& msg,
-                          MessageEffects& effects, std::string& path) {
-  return guardedOutcome([&] { return FilingAttempt(*this, request, msg, effects).run(path); });
+                          MessageEffects& effects, std::string& path, std::string* gone) {
+  return guardedOutcome([&] {
+    if (gone != nullptr) gone->clear();
+    return FilingAttempt(*this, request, msg, effects).run(path, gone);
+  });
 }
 
 AdapterError Filing::remove(const store::IndexEntry& entry, std::string& fault) {

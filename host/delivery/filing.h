@@ -43,8 +43,11 @@ class KAVI_API Filing {
   /// Files \p msg as it stands now, unless \p effects knows a copy from an earlier attempt that is
   /// still there.
   /// \param path  receives the copy's absolute path; left as it was on failure.
+  /// \param gone  receives where an earlier attempt filed a copy that is not there any more, so
+  /// that
+  ///   this is another one; empty without such. May be null
   AdapterError file(const FilingRequest& request, OvMsgMailMessage& msg, MessageEffects& effects,
-                    std::string& path);
+                    std::string& path, std::string* gone = nullptr);
 
   /// Removes a stored copy and then its row. A file that is gone already is no failure; a folder
   /// that is gone is.

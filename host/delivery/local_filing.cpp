@@ -4,6 +4,8 @@
 #include <optional>
 #include <utility>
 
+#include "host/core/guard.h"
+#include "host/core/text_escape.h"
 #include "host/delivery/adapter_guard.h"
 #include "host/delivery/local_adapter.h"
 
@@ -61,8 +63,16 @@ AdapterError LocalAdapter::file(FilingRequest& request, ScanToken aging, OvMsgMa
   if (state_.filing() == nullptr) return AdapterError::MissingFolder;
   request.rule = tokenOrEmpty(ScanToken::RuleId);
   request.agingDays = daysIn(tokenOrEmpty(aging));
-  const AdapterError outcome = state_.filing()->file(request, msg, effects_, stored);
-  if (outcome == AdapterError::None) lastPlace_ = stored;
+  std::string gone;
+  const AdapterError outcome = state_.filing()->file(request, msg, effects_, stored, &gone);
+  if (outcome != AdapterError::None) return outcome;
+  lastPlace_ = stored;
+  if (gone.empty()) return outcome;
+  core::guardedVoid([&] {
+    outbox_.warnOfDouble(msg, "an earlier attempt filed it as " + core::printable(gone) +
+                                  ", which was released or deleted since; now it is at " +
+                                  core::printable(stored));
+  });
   return outcome;
 }
 

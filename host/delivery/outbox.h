@@ -50,9 +50,11 @@ class KAVI_API Outbox {
   /// How long one hand-off may be under way at most.
   std::int64_t handOffLeaseSeconds() const;
 
+  /// Writes into the log that \p msg is possibly doubled. \param why  printable
+  void warnOfDouble(const OvMsgMailMessage& msg, const std::string& why) const;
+
  private:
   AdapterError check(const SpoolEntry& entry, const OvMsgMailMessage& msg) const;
-  void warnOfDouble(const OvMsgMailMessage& msg, const std::string& why) const;
   AdapterError refuse(const OvMsgMailMessage& msg, const SmtpOutcome& outcome) const;
   SmtpOutcome send(const OvMsgMailMessage& msg, const SmtpDestination& to) const;
 

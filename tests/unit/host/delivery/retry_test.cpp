@@ -33,7 +33,7 @@ class RetryTest : public ::testing::Test {
     PlainMessage message(bytes);
     message.setId(id);
     message.setEnvelope("a@example.org", {"b@example.org"});
-    LocalAdapter adapter(bench_.state);
+    LocalAdapter adapter(bench_.state, nullptr, &log_);
     Tokens tokens;
     EXPECT_EQ(adapter.beginMessage(message, bytes, tokens), AdapterError::None);
     Result result;
@@ -46,6 +46,7 @@ class RetryTest : public ::testing::Test {
   }
 
   FilingBench bench_;
+  fakes::CapturingLog log_;
 };
 
 TEST_F(RetryTest, GetsTheEarlierCopyBack) {
@@ -58,6 +59,7 @@ TEST_F(RetryTest, GetsTheEarlierCopyBack) {
   EXPECT_EQ(second.quarantined.path, first.quarantined.path);
   EXPECT_EQ(filesBelow(bench_.folder), (Files{"Sales/first.eml", "f/i/first.DF"}));
   EXPECT_EQ(bench_.rows().size(), 2u);
+  EXPECT_TRUE(log_.takeLines(1).empty());
 }
 
 TEST_F(RetryTest, FilesAnewWhatWasSentAnew) {
@@ -80,6 +82,12 @@ TEST_F(RetryTest, FilesAgainWhenTheEarlierCopyIsGone) {
   const Result second = attempt("second", FinalAnswer::TemporaryFailure);
   EXPECT_TRUE(second.quarantined.ok());
   EXPECT_EQ(second.quarantined.path, bench_.folder + "/s/e/second.DF");
+  const auto lines = log_.takeLines(1);
+  ASSERT_EQ(lines.size(), 1u) << "whoever released the first will see this one, too";
+  EXPECT_EQ(lines[0], "Message second is possibly doubled: an earlier attempt filed it as " +
+                          first.quarantined.path +
+                          ", which was released or deleted since; now it is at " +
+                          second.quarantined.path + ".");
   EXPECT_EQ(filesBelow(bench_.folder), (Files{"Sales/first.eml", "s/e/second.DF"}));
   const Result third = attempt("third", FinalAnswer::Accepted);
   EXPECT_EQ(third.quarantined.path, second.quarantined.path);
@@ -90,6 +98,7 @@ TEST_F(RetryTest, FilesAgainWhenTheFolderOfTheEarlierCopyIsGone) {
   std::filesystem::remove_all(bench_.folder + "/f");
   EXPECT_TRUE(attempt("second", FinalAnswer::Accepted).quarantined.ok());
   EXPECT_EQ(filesBelow(bench_.folder), (Files{"Sales/first.eml", "s/e/second.DF"}));
+  EXPECT_EQ(log_.takeLines(1).size(), 1u);
 }
 
 TEST_F(RetryTest, FailsWhenTheEarlierCopyCannotBeLookedFor) {
@@ -202,7 +211,6 @@ class SpoolRetry : public RetryTest, public ::testing::WithParamInterface<const 
   }
 
   DeliverySettings settings_;
-  fakes::CapturingLog log_;
 };
 
 TEST_P(SpoolRetry, FindsTheMessageThere) {
