@@ -150,6 +150,13 @@ StoreStatus readPage(host::store::MessageIndex& index, MessageKind kind, const F
   return {};
 }
 
+/// For a message that was released and stayed all the same, or its line of the list did.
+std::string whatIsLeftToDo(const IndexEntry& entry) {
+  return " (it was released: do not release it again, but take it away with kavi quarantine "
+         "delete " +
+         std::to_string(entry.row) + ")";
+}
+
 bool agreed(const std::vector<IndexEntry>& entries) {
   for (const IndexEntry& entry : entries) std::fputs(filedLine(entry).c_str(), stderr);
   std::fprintf(stderr, "Delete %s for good? [y/N] ",
@@ -230,7 +237,7 @@ int filedReleaseCommand(const FiledOptions& options, const ReleaseOptions& relea
                ": does not say which rule put it aside: all rules scan it again");
       }
       if (!keep) error = filed.mail().remove(entry, words);
-      if (error != AdapterError::None) words += " (it was released, but is still stored)";
+      if (error != AdapterError::None) words += whatIsLeftToDo(entry);
     }
     if (error != AdapterError::None) status = Filed::complainOf(entry, error, words);
   }

@@ -148,6 +148,24 @@ class QuarantineTest(GatewayTest):
         self.assertIn(b"its file is gone", said.stderr)
         self.assertIn(b"1 message released", said.stdout)
 
+    def test_what_was_released_and_stays_in_the_list_can_be_deleted(self):
+        self.file("invoice")
+        number = str(self.listed()[0]["number"])
+        index = sqlite3.connect(self.state / "store.sqlite", isolation_level=None)
+        self.addCleanup(index.close)
+        index.execute("CREATE TRIGGER kept BEFORE DELETE ON message_index "
+                      "BEGIN SELECT RAISE(ABORT, 'no'); END")
+        said = self.command("release", number, status=1)
+        self.assertIn(b"1 message released", said.stdout)
+        self.assertIn(f"it was released: do not release it again, but take it away with "
+                      f"kavi quarantine delete {number})", said.stderr.decode())
+        self.assertIn(b"its file is gone", self.command("release", number, status=1).stderr)
+        index.execute("DROP TRIGGER kept")
+        self.command("delete", "--yes", number)
+        self.assertEqual(self.listed(), [])
+        self.spool("send")
+        self.assertEqual(len(self.scan.messages()), 1)
+
     def test_one_without_known_recipients_needs_some(self):
         self.file("invoice")
         [entry] = self.listed()
