@@ -1,6 +1,7 @@
 #include "tests/contract/subjects.h"
 #include "tests/fakes/adapter.h"
 #include "tests/fakes/message.h"
+#include "tests/fakes/named_object_store.h"
 #include "tests/fakes/policy_store.h"
 #include "tests/fakes/store.h"
 
@@ -29,6 +30,11 @@ std::unique_ptr<host::store::Store> makeStore(const std::string& /*folder*/) {
 
 std::unique_ptr<host::store::PolicyStore> makePolicyStore(const std::string& /*folder*/) {
   return std::make_unique<fakes::MemoryPolicyStore>();
+}
+
+ObjectsInUse useObjects(const std::string& /*folder*/) {
+  fakes::NamedObjectStore::instance().clear();
+  return nullptr;
 }
 
 std::vector<AdapterKind> adapterKinds() {

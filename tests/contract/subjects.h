@@ -19,6 +19,13 @@ std::unique_ptr<host::store::Store> makeStore(const std::string& folder);
 /// Another one, for named objects and rules.
 std::unique_ptr<host::store::PolicyStore> makePolicyStore(const std::string& folder);
 
+/// The store behind the platform's operations on named objects; null where they have none of their
+/// own kind. Goes from behind them with the last copy.
+using ObjectsInUse = std::shared_ptr<host::store::PolicyStore>;
+
+/// Puts an empty store there. \param folder  as above
+ObjectsInUse useObjects(const std::string& folder);
+
 /// An adapter, a message for it, and a folder to file under.
 class AdapterBench {
  public:

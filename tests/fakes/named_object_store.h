@@ -19,8 +19,9 @@ class NamedObjectStore {
   void clear();
   /// From now on every operation answers \p result; other than 0 it then does nothing.
   void answer(int result) { result_ = result; }
+  /// One more row of every list, whatever is asked for.
   void addRow(const SummaryNamedObject& row) { rows_.push_back(row); }
-  /// Lets `getContentBlob` find an object.
+  /// One that can be read, changed and removed, whatever owner and type are named; in no list.
   void addContent(unsigned int id, const std::string& name, const std::string& content);
 
   /// What was asked, in order: "open", "add 1 name content 2", ..., "close".
@@ -33,18 +34,25 @@ class NamedObjectStore {
   /// Writes a call down. \return what it is to answer.
   int record(const std::string& call);
 
-  const std::list<SummaryNamedObject>& rows() const { return rows_; }
-  struct Content {
-    unsigned int id;
+  struct Object {
+    unsigned int id, owner, type;
     std::string name, content;
   };
-  const Content* find(unsigned int id) const;
+  /// Each answers 0, or the number of a failure after which everything is as before.
+  int add(Object object, unsigned int& id);
+  int modify(const Object& object);
+  int remove(unsigned int id, unsigned int owner);
+  std::list<SummaryNamedObject> list(unsigned int owner, unsigned int type) const;
+  const Object* find(unsigned int id) const;
 
  private:
+  bool isFree(const Object& object) const;
+
   int result_ = 0;
   int open_ = 0;
   std::list<SummaryNamedObject> rows_;
-  std::vector<Content> contents_;
+  std::vector<Object> objects_;
+  unsigned int lastId_ = 4710;
   std::vector<std::string> calls_;
 };
 

@@ -83,6 +83,7 @@ TEST_F(NameObjectAccessTest, SaysThatTheStoreRefusedToAdd) {
 }
 
 TEST_F(NameObjectAccessTest, HandsOnTheNumbersOfAnUpdateInReverse) {
+  store().addContent(30, "before", "text");
   EXPECT_EQ(access.update(7, 30, "legal", "text"), Access::Success);
   EXPECT_EQ(asked(), Texts{"modify 30 7 legal text 2"});
 }
@@ -115,8 +116,9 @@ TEST_F(NameObjectAccessTest, RefusesMissingTextsAndReservedNames) {
 }
 
 TEST_F(NameObjectAccessTest, TakesNamesThatOnlyResembleTheReservedOnes) {
+  store().addContent(30, "before", "text");
   for (const char* name : {"opp:x", "Opp:x", "OPP", "OPP-x", " OPP:x", "xOPP:"}) {
-    EXPECT_EQ(access.add(7, name, "text", id), Access::Success) << name;
+    EXPECT_EQ(access.add(8, name, "text", id), Access::Success) << name;
     EXPECT_EQ(access.update(7, 30, name, "text"), Access::Success) << name;
   }
 }
@@ -135,6 +137,7 @@ TEST_F(NameObjectAccessTest, Reads) {
 TEST_F(NameObjectAccessTest, PassesTheStoresAnswerToARemovalBack) {
   for (const int result : {0, 1, -1, 1405, 123456}) {
     store().clear();
+    store().addContent(30, "legal", "text");
     store().answer(result);
     EXPECT_EQ(access.remove(30, 7), result);
     EXPECT_EQ(asked(), Texts{"remove 30 7"});
