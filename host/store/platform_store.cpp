@@ -1,11 +1,13 @@
 // The platform's view of the store: one database interface for a call, and the operations on named
 // objects.
 #include <chrono>
+#include <limits>
 #include <mutex>
 #include <new>
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "host/core/guard.h"
 #include "host/store/configured_store.h"
@@ -133,21 +135,19 @@ int KaviNamedObj::remove(Kavi::RdbmsInterface& database, unsigned int id, unsign
 
 int KaviNamedObj::getIds(Kavi::RdbmsInterface& database, unsigned int owner, NaObjType type,
                          std::list<SummaryNamedObject>& rows) {
-  constexpr std::size_t kPage = 1000;
+  // One statement, which sees one state: pages, each with a state of its own, would join the half
+  // of one policy to the half of the next.
+  const host::store::ObjectPage all{owner, type, 0, std::numeric_limits<std::size_t>::max()};
   return onStore(database, [&](host::store::PolicyStore& store) {
-    std::list<SummaryNamedObject> found;
     std::vector<ObjectRecord> objects;
-    host::store::ObjectPage page{owner, type, 0, kPage};
-    do {
-      StoreStatus status = store.listObjects(page, objects);
-      if (!status.ok()) return status;
-      for (ObjectRecord& object : objects) {
-        found.push_back({object.id, object.inUse, object.builtIn, std::move(object.name)});
-        page.afterId = object.id;
-      }
-    } while (objects.size() == kPage);
+    StoreStatus status = store.listObjects(all, objects);
+    if (!status.ok()) return status;
+    std::list<SummaryNamedObject> found;
+    for (ObjectRecord& object : objects) {
+      found.push_back({object.id, object.inUse, object.builtIn, std::move(object.name)});
+    }
     rows.splice(rows.end(), found);
-    return StoreStatus{};
+    return status;
   });
 }
 
