@@ -18,6 +18,10 @@ set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion
                     -Wformat=2 -fno-omit-frame-pointer)
+# GCC 12 takes the insertion before a temporary string, once inlined, for a copy onto itself.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+  add_compile_options($<$<CONFIG:Release>:-Wno-restrict>)
+endif()
 if(KAVI_WERROR)
   add_compile_options(-Werror)
 endif()

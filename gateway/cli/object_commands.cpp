@@ -26,12 +26,13 @@ using host::store::StoreStatus;
 using nlohmann::ordered_json;
 using policy::ObjectKind;
 
-/// Opens the store and finds the id that `target` means. \return the exit status
-int openOne(const ObjectOptions& options, const std::vector<std::string>& target,
-            StoreSession& session, std::uint32_t& id) {
-  if (const int status = session.open(options.store); status != ExitDone) return status;
+constexpr std::size_t kUsualPage = 100;  // of a list
+
+/// Finds the id that `target`, and nothing else, means. \return the exit status
+int findOne(Database& store, const ObjectOptions& options, const std::vector<std::string>& target,
+            std::uint32_t& id) {
   std::size_t used = 0;
-  const int status = findTarget(*session.store, target, options.owner, id, used);
+  const int status = findTarget(store, target, options.owner, id, used);
   if (status != ExitDone || used == target.size()) return status;
   complain("one object at a time (write its ID, or its TYPE and NAME)");
   return ExitUsage;
@@ -89,20 +90,18 @@ OperationResult listAll(const ObjectKind& kind, std::uint32_t owner,
 /// A part. The operation that lists cannot give one, and all of a large store takes its time.
 OperationResult listPage(Database& store, const ObjectKind* kind, const ObjectOptions& options,
                          const ObjectListOptions& list, std::vector<ObjectRecord>& objects) {
-  constexpr std::size_t kUsual = 100;
   host::store::ObjectPage page;
   page.owner = options.owner.value_or(policy::kPolicyOwner);
   if (kind != nullptr) page.type = kind->type;
   page.afterId = list.after.value_or(0);
-  page.limit = list.limit.value_or(kUsual);
+  page.limit = list.limit.value_or(kUsualPage);
   const StoreStatus status = store.listObjects(page, objects);
   if (status.ok()) return {0, "Success", ""};
   return {NameObjectAccess::ListFailed, "ListFailed", status.text};
 }
 
 void warnOfDoubts(const ObjectKind& kind, const ObjectTexts& texts) {
-  if (kind.doubt == nullptr) return;
-  if (const std::string doubt = kind.doubt(texts.setting); !doubt.empty()) {
+  if (const std::string doubt = kind.doubtAbout(texts.name, texts.setting); !doubt.empty()) {
     remark("warning: the " + std::string(kind.word) + " " + nameText(texts.name) + " " +
            printable(doubt));
   }
@@ -146,7 +145,7 @@ int objectListCommand(const ObjectOptions& options, const ObjectListOptions& lis
     return ExitDone;
   }
   printText(objectListText(objects));
-  if (isPage && !objects.empty() && objects.size() == list.limit.value_or(objects.size())) {
+  if (isPage && !objects.empty() && objects.size() == list.limit.value_or(kUsualPage)) {
     printLine("there may be more: --after " + std::to_string(objects.back().id));
   }
   return ExitDone;
@@ -155,8 +154,11 @@ int objectListCommand(const ObjectOptions& options, const ObjectListOptions& lis
 int objectShowCommand(const ObjectOptions& options, const std::vector<std::string>& target,
                       bool entry) {
   StoreSession session;
+  if (const int status = session.open(options.store); status != ExitDone) return status;
   std::uint32_t id = 0;
-  if (const int status = openOne(options, target, session, id); status != ExitDone) return status;
+  if (const int status = findOne(*session.store, options, target, id); status != ExitDone) {
+    return status;
+  }
   ObjectRecord object;
   const OperationResult result = readOne(*session.store, id, object);
   if (!result.ok()) return report(result, options.json, {{"id", id}}, "");
@@ -215,32 +217,49 @@ int objectAddCommand(const ObjectOptions& options, const std::vector<std::string
 
 namespace {
 
-constexpr int kMostAttempts = 50;
+/// Calls `attempt` with the revision that the store has before it looks anything up, as long as
+/// somebody else changes the store until it changes it: what they did would be lost, or it would
+/// happen to another object than was meant. \param attempt  (out: whether somebody else was faster)
+/// -> exit status
+template <class Attempt>
+int unlessOvertaken(Database& store, Attempt&& attempt) {
+  constexpr int kMostAttempts = 50;
+  int status = ExitDone;
+  bool again = true;
+  for (int i = 0; again && i < kMostAttempts; ++i) {
+    std::int64_t revision = 0;
+    if (const StoreStatus read = store.readRevision(revision); !read.ok()) {
+      complain(read.text);
+      return ExitFailed;
+    }
+    const host::store::ExpectedRevision expected(revision);
+    again = false;
+    status = attempt(again);
+  }
+  return status;
+}
+
+bool wasOvertaken(const OperationResult& result) {
+  return !result.ok() &&
+         host::store::lastObjectOperation().error == host::store::StoreError::Conflict;
+}
 
 /// What one attempt to change an object has led to.
 struct Update {
   ObjectRecord object;  ///< as it was
   ObjectTexts texts;    ///< as it is to be
   OperationResult result;
-  bool again = false;  ///< somebody else was faster
 };
 
-/// Changes what stands in the store at this moment, unless somebody else does meanwhile: what they
-/// changed would be lost. \return the exit status, unless it came to the operation
+/// Changes what stands in the store. \return the exit status, unless it came to the operation
 int tryUpdate(Database& store, const ObjectOptions& options,
               const std::vector<std::string>& arguments, const ContentOptions& content,
               const std::optional<std::string>& name, Update& update) {
-  std::int64_t revision = 0;
-  if (const StoreStatus read = store.readRevision(revision); !read.ok()) {
-    complain(read.text);
-    return ExitFailed;
-  }
   std::size_t used = 0;
   const int status = findTarget(store, arguments, options.owner, update.object.id, used);
   if (status != ExitDone) return status;
   // What is not given stays, and has to be read for that.
   update.result = readOne(store, update.object.id, update.object);
-  update.again = false;
   if (!update.result.ok()) return ExitDone;
   const ObjectRecord& object = update.object;
   const ObjectKind* kind = policy::findObjectKind(object.type);
@@ -261,13 +280,9 @@ int tryUpdate(Database& store, const ObjectOptions& options,
   if (!makeContent(*kind, given, &present, update.texts)) return ExitUsage;
   if (name && name->empty()) update.texts.name.clear();
   if (!canTravel(update.texts)) return ExitUsage;
-  const host::store::ExpectedRevision expected(revision);
   NameObjectAccess access(kind->type);
-  const int code = access.update(options.owner.value_or(object.owner), object.id,
-                                 update.texts.name.c_str(), update.texts.setting.c_str());
-  update.again = code == NameObjectAccess::ModifyRefused &&
-                 host::store::lastObjectOperation().error == host::store::StoreError::Conflict;
-  update.result = resultOf(code);
+  update.result = resultOf(access.update(options.owner.value_or(object.owner), object.id,
+                                         update.texts.name.c_str(), update.texts.setting.c_str()));
   return ExitDone;
 }
 
@@ -278,10 +293,12 @@ int objectUpdateCommand(const ObjectOptions& options, const std::vector<std::str
   StoreSession session;
   if (const int status = session.open(options.store); status != ExitDone) return status;
   Update update;
-  for (int attempt = 0; attempt < kMostAttempts && (attempt == 0 || update.again); ++attempt) {
-    const int status = tryUpdate(*session.store, options, arguments, content, name, update);
-    if (status != ExitDone) return status;
-  }
+  const int status = unlessOvertaken(*session.store, [&](bool& again) {
+    const int tried = tryUpdate(*session.store, options, arguments, content, name, update);
+    again = tried == ExitDone && wasOvertaken(update.result);
+    return tried;
+  });
+  if (status != ExitDone) return status;
   const ObjectRecord& object = update.object;
   if (update.result.ok()) warnOfDoubts(*policy::findObjectKind(object.type), update.texts);
   return report(
@@ -294,17 +311,23 @@ int objectUpdateCommand(const ObjectOptions& options, const std::vector<std::str
 
 int objectRemoveCommand(const ObjectOptions& options, const std::vector<std::string>& target) {
   StoreSession session;
+  if (const int status = session.open(options.store); status != ExitDone) return status;
   ObjectRecord object;
-  if (const int status = openOne(options, target, session, object.id); status != ExitDone) {
-    return status;
-  }
-  // To be named in the report. That it is not there, or another owner's, the operation tells.
-  const StoreStatus found = session.store->findObject(object.id, object);
-  NameObjectAccess access(KaviNamedObj::StampType);
-  OperationResult result =
-      removalOf(access.remove(object.id, options.owner.value_or(object.owner)));
+  bool isThere = false;
+  OperationResult result;
+  const int status = unlessOvertaken(*session.store, [&](bool& again) {
+    const int found = findOne(*session.store, options, target, object.id);
+    if (found != ExitDone) return found;
+    // To be named in the report. That it is not there, or another owner's, the operation tells.
+    isThere = session.store->findObject(object.id, object).ok();
+    NameObjectAccess access(KaviNamedObj::StampType);
+    result = removalOf(access.remove(object.id, options.owner.value_or(object.owner)));
+    again = wasOvertaken(result);
+    return found;
+  });
+  if (status != ExitDone) return status;
   ordered_json json =
-      found.ok() ? identity(object.id, object.type, object.name) : ordered_json{{"id", object.id}};
+      isThere ? identity(object.id, object.type, object.name) : ordered_json{{"id", object.id}};
   if (result.code == static_cast<int>(host::store::StoreError::InUse)) {
     std::vector<RuleName> rules;
     if (session.store->listReferrers(object.id, rules).ok()) {

@@ -69,7 +69,7 @@ class Linter {
     }
     const ObjectKind* kind = findObjectKind(row.type);
     const std::string doubt =
-        kind != nullptr && kind->doubt != nullptr ? kind->doubt(row.setting) : std::string();
+        kind != nullptr ? kind->doubtAbout(row.name, row.setting) : std::string();
     if (doubt.empty()) return;
     diagnostics_.warning(lines_.ofObject(index), "",
                          std::string(kind->word) + " " + inQuotes(row.name) + " " + doubt);

@@ -52,6 +52,12 @@ bool decodeArea(const std::string& setting, EntryKeys& keys) {
   return true;
 }
 
+template <class Record, std::string Record::*Name>
+std::string nameIn(const std::string& setting) {
+  Record record;
+  return constructFrom(record, setting) ? record.*Name : std::string();
+}
+
 constexpr std::string_view kAreaKeys[] = {"name", "aging_days"};
 
 const ObjectKind kKinds[] = {
@@ -63,7 +69,8 @@ const ObjectKind kKinds[] = {
      .keys = kAreaKeys,
      .encode = encodeArea<uiQuarantineArea>,
      .decode = decodeArea<uiQuarantineArea>,
-     .make = make<uiQuarantineArea>},
+     .make = make<uiQuarantineArea>,
+     .nameIn = nameIn<uiQuarantineArea, &uiQuarantineArea::areaName>},
     {.key = "archive_areas",
      .type = KaviNamedObj::ArchiveAreaType,
      .word = "archive area",
@@ -72,7 +79,8 @@ const ObjectKind kKinds[] = {
      .keys = kAreaKeys,
      .encode = encodeArea<ArchiveArea>,
      .decode = decodeArea<ArchiveArea>,
-     .make = make<ArchiveArea>},
+     .make = make<ArchiveArea>,
+     .nameIn = nameIn<ArchiveArea, &ArchiveArea::areaName>},
     {.key = "stamps",
      .type = KaviNamedObj::StampType,
      .word = "stamp",
@@ -92,7 +100,8 @@ const ObjectKind kKinds[] = {
      .encode = encodeNotification,
      .decode = decodeNotification,
      .make = make<uiNotifyArea>,
-     .doubt = doubtNotification},
+     .doubt = doubtNotification,
+     .nameIn = nameIn<uiNotifyArea, &uiNotifyArea::name>},
 };
 
 /// Whether \p entry is what an administrator could write for \p setting.
@@ -143,6 +152,16 @@ std::unique_ptr<KaviNamedObj> ObjectKind::build(const std::string& setting) cons
   std::unique_ptr<KaviNamedObj> record = make();
   if (record == nullptr || !constructFrom(*record, setting)) return nullptr;
   return record;
+}
+
+std::string ObjectKind::doubtAbout(const std::string& name, const std::string& setting) const {
+  const bool isOdd = nameIn != nullptr && build(setting) != nullptr && nameIn(setting) != name;
+  if (isOdd) {
+    return "is called " + inQuotes(nameIn(setting)) +
+           " in its settings string, and that is the name its mail is filed and logged under "
+           "(write both alike)";
+  }
+  return doubt != nullptr ? doubt(setting) : std::string();
 }
 
 std::span<const ObjectKind> allObjectKinds() { return kKinds; }

@@ -68,7 +68,11 @@ struct ObjectKind {
   std::unique_ptr<KaviNamedObj> (*make)();
   /// What an administrator may not have meant by \p setting; empty when nothing. May be null.
   std::string (*doubt)(const std::string& setting) = nullptr;
+  /// The name that the record repeats; null where records know no name.
+  std::string (*nameIn)(const std::string& setting) = nullptr;
 
+  /// As `doubt`, and whether the record goes by another name than the object.
+  std::string doubtAbout(const std::string& name, const std::string& setting) const;
   /// A record built from \p setting; null when its `construct` refuses that.
   std::unique_ptr<KaviNamedObj> build(const std::string& setting) const;
 };

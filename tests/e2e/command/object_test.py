@@ -199,6 +199,16 @@ class ObjectCommand:
             self.assertEqual([f"{key}={kept[key]}" for key in ("text", "note", "position")],
                              list(fields))
 
+    def test_what_got_another_name_meanwhile_is_not_removed(self):
+        for turn in range(8):
+            self.add("stamp", "a", "text=t")
+            commands = (["update", "stamp", "a", "--name", f"kept{turn}"], ["remove", "stamp", "a"])
+            with concurrent.futures.ThreadPoolExecutor(len(commands)) as pool:
+                renamed, removed = [each.returncode == 0 for each in pool.map(
+                    lambda words: kavi("object", *words, "--store", self.location), commands)]
+            self.assertNotEqual(renamed, removed)
+            self.assertEqual(f"kept{turn}" in self.listed(), renamed)
+
     def test_a_record_that_repeats_the_name_follows_a_new_one(self):
         self.add("quarantine-area", "a", "aging_days=3")
         self.json("object", "update", "1", "--name", "b")
@@ -217,6 +227,9 @@ class ObjectCommand:
                       self.complaint("object", "update", "1", "text=y", status=2))
         self.json("object", "update", "1", "--name", "b")
         self.assertEqual(self.show("1")["setting"], "7:2:1:x:0::")
+        self.add("quarantine-area", "q", "--setting", "07:1:q:")
+        renamed = self.kavi("object", "update", "quarantine-area", "q", "--name", "r")
+        self.assertIn(b"is called 'q' in its settings string", renamed.stderr)
         self.json("object", "update", "1", "--setting", "1:1:1:y:0::")
         self.assertEqual(self.show("1")["fields"]["position"], "top")
 

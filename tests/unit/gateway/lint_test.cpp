@@ -64,6 +64,11 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Doubt{"NothingDone", "rules:\n- {id: 1, when: always, actions: [virus_clean]}\n",
               "p:2: warning: rule 1: action 'virus_clean' does nothing (remove it)"},
+        Doubt{"TwoNames",
+              "quarantine_areas: [{name: worms, setting: '07:5:virus:'}]\n"
+              "rules:\n- {id: 1, when: always, actions: [{quarantine: worms}]}\n",
+              "p:1: warning: quarantine area 'worms' is called 'virus' in its settings string, and "
+              "that is the name its mail is filed and logged under (write both alike)"},
         Doubt{"TwoDisposers",
               "rules:\n- id: 1\n  when: always\n  actions:\n  - postpone: '08:30'\n  - delete\n",
               "p:6: warning: rule 1: action 'delete' and 'postpone' both dispose of the message "
