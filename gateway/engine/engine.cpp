@@ -227,12 +227,17 @@ class Run {
     unsettled_ = false;
   }
 
-  /// Whether another attempt was at something that was asked for: it may still come about.
-  bool isUnderWaySince(std::size_t first) const {
+  /// Whether something that was asked for may have come about, or may still do so: another attempt
+  /// is at it, or nobody can tell, as when an exception ended it midway.
+  bool isOpenSince(std::size_t first) const {
     const std::vector<HandOver>& handOvers = adapter_.handOvers();
     return std::any_of(handOvers.begin() + static_cast<std::ptrdiff_t>(first), handOvers.end(),
                        [](const HandOver& handOver) {
-                         return handOver.error == static_cast<unsigned int>(AdapterError::UnderWay);
+                         const auto error = static_cast<AdapterError>(handOver.error);
+                         return error == AdapterError::UnderWay ||
+                                error == AdapterError::Uncertain ||
+                                error == AdapterError::OutOfMemory ||
+                                error == AdapterError::Internal;
                        });
   }
 
@@ -256,7 +261,7 @@ class Run {
       });
     }
     if (!report.failure.empty()) report.result = false;
-    if (!report.result && isUnderWaySince(handOversBefore)) unsettled_ = true;
+    if (!report.result && isOpenSince(handOversBefore)) unsettled_ = true;
     if (!report.result && report.failure.empty()) report.failure = adapterRun_.lastFault();
     lines.moveTo(report.log);
     if (!report.result && report.failure.empty() && report.log.empty()) {

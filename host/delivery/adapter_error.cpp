@@ -24,6 +24,8 @@ const char* adapterErrorText(unsigned int code) {
       return "internal error";
     case AdapterError::UnderWay:
       return "the same message is being worked on at this moment (try again in a few minutes)";
+    case AdapterError::Uncertain:
+      return "it is not known whether it came about";
     case AdapterError::DiskFull:
       return core::fileErrorText(core::FileError::DiskFull);
     case AdapterError::ReadOnly:

@@ -20,6 +20,7 @@ enum class AdapterError : unsigned int {
   NotFound = 7,           ///< there is no such entry
   Internal = 8,           ///< a fault of the program
   UnderWay = 9,           ///< another attempt is at the same effect of the same message just now
+  Uncertain = 10,         ///< it may have come about all the same, or may still do so
 
   DiskFull = 20,
   ReadOnly = 21,

@@ -82,10 +82,10 @@ AdapterError LocalAdapter::holdBack(SpoolEntry entry, OvMsgMailMessage& msg,
   core::guardedVoid([&] { static_cast<void>(state_.spoolIndex()->remove(id)); });
   // A removal that reports failure may have happened all the same: only what is seen to lie there
   // whole counts as kept. In doubt the sender keeps the message; twice is better than not at all.
+  if (spool.remove(id) == AdapterError::None) return listed;
   SpoolEntry kept;
-  const bool isKept =
-      spool.remove(id) != AdapterError::None && spool.readHead(id, kept) == AdapterError::None;
-  return isKept ? AdapterError::None : listed;
+  return spool.readHead(id, kept) == AdapterError::None ? AdapterError::None
+                                                        : AdapterError::Uncertain;
 }
 
 int LocalAdapter::handoffMessage(unsigned int& error, OvMsgMailMessage* msg, const char* host,

@@ -64,7 +64,8 @@ class KAVI_API MessageEffects {
   void abandon(const Ticket& ticket);
 
   /// Brings an effect about by \p body, which answers an AdapterError, unless it happened before.
-  /// An effect that cannot be written down as done has happened all the same: success.
+  /// An effect that cannot be written down as done has happened all the same: success. One that is
+  /// uncertain and has a place where it can be looked for is left to whoever takes it over.
   /// \param body  may take the ticket: one that is taken over may have happened, too, and its
   /// answer
   ///   says what the earlier attempt intended.
@@ -84,7 +85,7 @@ class KAVI_API MessageEffects {
     });
     if (outcome == AdapterError::None) {
       finish(ticket, {});
-    } else {
+    } else if (outcome != AdapterError::Uncertain || intended.empty()) {
       abandon(ticket);
     }
     return outcome;

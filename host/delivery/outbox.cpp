@@ -60,10 +60,9 @@ AdapterError Outbox::refuse(const OvMsgMailMessage& msg, const SmtpOutcome& outc
     log_->write(kFailures, "Message %s was not sent: %s.", core::printable(idOf(msg)).c_str(),
                 outcome.text().c_str());
   }
-  if (outcome.isUncertain()) {
-    warnOfDouble(msg, "the server may have taken it, though it counts as not sent");
-  }
-  return outcome.error;
+  if (!outcome.isUncertain()) return outcome.error;
+  warnOfDouble(msg, "the server may have taken it, though it counts as not sent");
+  return AdapterError::Uncertain;
 }
 
 void Outbox::warnOfDouble(const OvMsgMailMessage& msg, const std::string& why) const {

@@ -44,6 +44,7 @@ class KAVI_API Outbox {
 
   /// Sends \p msg to \p host and \p port within the deadline that the settings give, without its
   /// reprocessing fields. \param host  a name or an address; an IPv6 address may have brackets
+  /// \return Uncertain when the server may have taken it though it did not say so.
   /// \param tried  an earlier attempt was cut off and may have succeeded: the log says so
   AdapterError handOff(const OvMsgMailMessage& msg, std::string host, int port, bool tried);
 

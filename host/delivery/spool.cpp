@@ -101,10 +101,15 @@ AdapterError Spool::store(SpoolEntry& entry, const OvMsgMailMessage& msg, const 
   const AdapterError outcome = writeMessage(msg, file, written);
   if (outcome != AdapterError::None) return outcome;
   if (written != entry.messageBytes) return AdapterError::MessageUnreadable;
-  if (filed == nullptr) return adapterErrorOf(file.commit(name));
-  const AdapterError committed = adapterErrorOf(file.commit(name, &filed->hold));
-  if (committed == AdapterError::None) filed->entry = std::move(entry);
-  return committed;
+  error = file.commit(name, filed == nullptr ? nullptr : &filed->hold);
+  if (error != core::FileError::None && !isMissing(name)) return AdapterError::Uncertain;
+  if (error == core::FileError::None && filed != nullptr) filed->entry = std::move(entry);
+  return adapterErrorOf(error);
+}
+
+bool Spool::isMissing(const std::string& name) const {
+  core::FileOps& ops = folder_.ops();
+  return core::Descriptor(ops, ops.openFile(folder_.descriptor(), name, O_RDONLY)).get() == -ENOENT;
 }
 
 AdapterError Spool::list(std::vector<std::string>& ids) const {
@@ -234,8 +239,7 @@ core::FileError Spool::removeOrphans() const {
     const std::string id(idIn(name, kLogSuffix));
     if (id.empty()) continue;
     // Looked for now and not in the list: the entry may have been filed while the list was read.
-    const core::Descriptor entry(ops, ops.openFile(folder_.descriptor(), fileNameOf(id), O_RDONLY));
-    if (entry.get() == -ENOENT) ops.unlink(folder_.descriptor(), name);
+    if (isMissing(fileNameOf(id))) ops.unlink(folder_.descriptor(), name);
   }
   return core::FileError::None;
 }

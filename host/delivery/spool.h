@@ -42,6 +42,7 @@ class KAVI_API Spool {
   /// Files \p msg as it stands now. The entry's messageId, messageBytes and envelope are taken
   /// from the message.
   /// \param id  receives the new entry's id; left as it was on failure, when nothing is stored.
+  /// \return Uncertain when the file may be there all the same, and will be sent then.
   AdapterError put(SpoolEntry entry, const OvMsgMailMessage& msg, std::string& id);
   /// The same under an id that the caller had from `newId`, once.
   /// \param filed  receives the entry; may be null
@@ -81,6 +82,8 @@ class KAVI_API Spool {
   AdapterError store(SpoolEntry& entry, const OvMsgMailMessage& msg, const std::string& name,
                      FiledEntry* filed);
   core::FileError removeOrphans() const;
+  /// Whether there is known to be no such file.
+  bool isMissing(const std::string& name) const;
 
   core::Folder folder_;
 };

@@ -54,7 +54,8 @@ class AttemptTest(DeliveryCase):
         cases = {"refused": ({"mail": {"reply": "550 5.7.1 no"}}, 61),
                  "rcpt": ({"rcpt2": {"reply": "550 5.1.1 unknown"}}, 63),
                  "later": ({"rcpt1": {"reply": "450 4.2.0 later"}}, 62),
-                 "gone": ({"end": {"do": "hangup"}}, 53),
+                 "gone": ({"data": {"do": "hangup"}}, 53),
+                 "unsure": ({"end": {"do": "hangup"}}, 10),
                  "stalled": ({"data": {"do": "stall"}}, 54)}
         self.settings(handoff_deadline_seconds=1)
         for name, (at, code) in cases.items():

@@ -204,6 +204,24 @@ class VerdictTest(MailTest):
             self.arrived()
         self.assertEqual(len(milter.lines("accepted queue=")), 3)
 
+    def test_a_hand_off_that_may_have_been_taken_is_no_failure_to_accept(self):
+        script = {"at": {"end": {"do": "hangup", "keep": True, "times": 1},
+                         "data": {"do": "hangup", "times": 1, "after": 1}}}
+        other = Sink(self.base / self.id(), script)
+        self.addCleanup(other.stop)
+        milter = self.milter(rules(
+            f"{{id: 1, when: always, on_failure: accept, actions: [{{handoff: '127.0.0.1:{other.port}'}}]}}"))
+        self.assertTrue(self.refused(MAIL).startswith("451"))
+        self.assertEqual(other.count(), 1, "it was taken there")
+        self.assert_nothing_arrives()
+        self.assertTrue(milter.lines("possibly doubled"))
+        self.assertFalse(milter.lines("accepted queue="))
+        # Before the message went out, it is known to have failed.
+        self.send(MAIL, sender="other@example.org")
+        self.arrived()
+        self.assertTrue(milter.lines("accepted queue=", "rule=1"))
+        self.assertEqual(other.count(), 1)
+
     def test_forged_reprocessing_fields_do_not_count(self):
         milter = self.milter(rules(always("x_header: 'X-New: yes'")),
                              settings="reinjection_listener = kavi-scan")

@@ -90,7 +90,8 @@ TEST_P(AdapterStages, AnswerTheirCode) {
   const StageCase& tested = GetParam();
   if (tested.stage == "body") return;  // SmtpStages has it; this message is too small for it
   SmtpSink sink("{\"at\": {\"" + tested.stage + "\": " + tested.action + "}}");
-  EXPECT_EQ(handOff("127.0.0.1", sink.port()), tested.error);
+  EXPECT_EQ(handOff("127.0.0.1", sink.port()),
+            tested.isUncertain ? AdapterError::Uncertain : tested.error);
   const auto failures = log_.takeLines(1);
   ASSERT_THAT(failures, SizeIs(tested.isUncertain ? 2 : 1));
   EXPECT_THAT(failures[0], HasSubstr(sink.destination().text()));

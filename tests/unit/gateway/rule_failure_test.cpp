@@ -210,8 +210,11 @@ void expectNotAccepted(const Outcome& outcome) {
   EXPECT_FALSE(outcome.rules.at(1).reached);
 }
 
-TEST(OnFailureAccept, DoesNotHoldForWhatAnotherAttemptIsAt) {
-  expectNotAccepted(runAccepting(AdapterError::UnderWay, nullptr));
+TEST(OnFailureAccept, DoesNotHoldForWhatMayComeAbout) {
+  for (const AdapterError unknown : {AdapterError::UnderWay, AdapterError::Uncertain,
+                                     AdapterError::OutOfMemory, AdapterError::Internal}) {
+    expectNotAccepted(runAccepting(unknown, nullptr));
+  }
 }
 
 TEST(OnFailureAccept, HoldsForWhatIsKnownToHaveFailed) {

@@ -14,7 +14,7 @@ using host::delivery::adapterErrorText;
 
 TEST(AdapterErrors, HaveATextEach) {
   std::set<std::string> texts;
-  const unsigned int codes[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 20, 21, 22, 23, 24, 25, 26, 27};
+  const unsigned int codes[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 20, 21, 22, 23, 24, 25, 26, 27};
   for (const unsigned int code : codes) texts.insert(adapterErrorText(code));
   EXPECT_EQ(texts.size(), std::size(codes));
   EXPECT_EQ(texts.count("unknown error"), 0u);

@@ -198,6 +198,17 @@ TEST_F(Effects, ThatFailedHappenWithTheNextAttempt) {
   EXPECT_TRUE(happens(attempt));
 }
 
+TEST_F(Effects, ThatAreUncertainAreLeftWhereTheyCanBeLookedFor) {
+  for (const std::string intended : {"", "there"}) {
+    MessageEffects effects(bench_.store.get(), testClock);
+    ASSERT_EQ(effects.beginMessage(bench_.message, intended), AdapterError::None);
+    ASSERT_EQ(effects.beginAction(1, 0, "x"), AdapterError::None);
+    const auto body = [] { return AdapterError::Uncertain; };
+    EXPECT_EQ(effects.once("handoff", 60, body, intended), AdapterError::Uncertain);
+    EXPECT_EQ(bench_.store->memory().effectCount(), intended.empty() ? 0u : 1u);
+  }
+}
+
 TEST_F(Effects, ThatAnotherAttemptIsAtAreLeftToItUntilItsLeaseIsOut) {
   MessageEffects first(bench_.store.get(), testClock);
   MessageEffects second(bench_.store.get(), testClock);

@@ -235,7 +235,7 @@ TEST_F(Postpone, FailsWhenItIsGoneThoughItsRemovalReportsFailure) {
   store->failAll(host::store::StoreError::Unavailable);
   unsigned int error = 0;
   EXPECT_NE(adapter.postponeMessage(error, &bench_.message, 8, 30, 23, 59), 0);
-  EXPECT_EQ(static_cast<AdapterError>(error), AdapterError::IndexUnavailable);
+  EXPECT_EQ(static_cast<AdapterError>(error), AdapterError::Uncertain);
   EXPECT_TRUE(ops.removed);
   EXPECT_EQ(filesBelow(temp / "spool"), Files{});
 }

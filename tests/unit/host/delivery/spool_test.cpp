@@ -205,6 +205,33 @@ TEST(Spool, LeavesNothingWhereverAFileOperationFails) {
   }
 }
 
+/// Nothing can be flushed behind a rename, and no name taken back.
+class StuckName final : public host::core::FileOps {
+ public:
+  int rename(int folder, const std::string& from, const std::string& to) override {
+    renamed_ = true;
+    return FileOps::rename(folder, from, to);
+  }
+  int sync(int descriptor) override { return renamed_ ? -EIO : FileOps::sync(descriptor); }
+  int unlink(int folder, const std::string& name) override {
+    return renamed_ ? -EIO : FileOps::unlink(folder, name);
+  }
+
+ private:
+  bool renamed_ = false;
+};
+
+TEST(Spool, SaysThatAnEntryMayBeThere) {
+  const TempFolder temp;
+  StuckName ops;
+  Spool spool(ops);
+  ASSERT_EQ(spool.open(temp.path()), AdapterError::None);
+  std::string id;
+  EXPECT_EQ(spool.put(window(1, 2), PlainMessage("Subject: x\n\n"), id), AdapterError::Uncertain);
+  EXPECT_EQ(id, "");
+  EXPECT_EQ(entryCount(temp.path()), 1u);
+}
+
 TEST(Spool, FailsOnAFullDiskAndStoresNothing) {
   const TempFolder temp;
   const int result = testing_host::inChild([&] {
