@@ -98,7 +98,12 @@ class Filed {
   /// \return ExitFailed
   static int complainOf(const IndexEntry& entry, AdapterError error, const std::string& words) {
     std::string text = std::to_string(entry.row) + ": " + textOf(error);
-    if (error == AdapterError::NotFound) text = std::to_string(entry.row) + ": its file is gone";
+    if (error == AdapterError::NotFound) {
+      text = std::to_string(entry.row) + ": its file is gone (released or deleted meanwhile?)";
+    }
+    if (error == AdapterError::UnderWay) {
+      text = std::to_string(entry.row) + ": is being released or deleted by somebody else";
+    }
     if (error == AdapterError::NoRecipients) text += " that is known (write --rcpt ADDRESS)";
     if (error == AdapterError::NoDestination) {
       text += " (set scan_host, or with --unscanned plain_host, in section delivery)";
@@ -221,25 +226,22 @@ int filedReleaseCommand(const FiledOptions& options, const ReleaseOptions& relea
   Filed filed(options);
   int status = filed.open();
   if (status != ExitDone) return status;
-  const bool keep = release.keep || options.kind == MessageKind::Archived;
   std::size_t done = 0;
   for (const IndexEntry& entry : filed.findAll(release.rows, status)) {
     host::delivery::ReleaseOrder own = order;
     if (!release.from) own.envelope.sender = entry.sender;
     if (release.recipients.empty()) own.envelope.recipients = entry.recipients;
-    bool scannedAgain = false;
-    std::string words;
-    AdapterError error = filed.mail().release(entry, own, scannedAgain);
-    if (error == AdapterError::None) {
-      ++done;
-      if (scannedAgain) {
-        remark(std::to_string(entry.row) +
-               ": does not say which rule put it aside: all rules scan it again");
-      }
-      if (!keep) error = filed.mail().remove(entry, words);
-      if (error != AdapterError::None) words += whatIsLeftToDo(entry);
+    own.isKept = release.keep || options.kind == MessageKind::Archived;
+    host::delivery::ReleaseReport report;
+    const AdapterError error = filed.mail().release(entry, own, report);
+    if (report.isQueued) ++done;
+    if (report.scannedAgain) {
+      remark(std::to_string(entry.row) +
+             ": does not say which rule put it aside: all rules scan it again");
     }
-    if (error != AdapterError::None) status = Filed::complainOf(entry, error, words);
+    if (error == AdapterError::None) continue;
+    if (report.isQueued) report.fault += whatIsLeftToDo(entry);
+    status = Filed::complainOf(entry, error, report.fault);
   }
   if (done != 0) noteChange(counted(done, "message", "messages") + " released into the spool");
   if (options.json) {

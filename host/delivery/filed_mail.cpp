@@ -1,5 +1,8 @@
 #include "host/delivery/filed_mail.h"
 
+#include <fcntl.h>
+
+#include <cerrno>
 #include <set>
 #include <utility>
 #include <vector>
@@ -34,8 +37,45 @@ AdapterError FiledMail::read(const store::IndexEntry& entry, std::string& messag
   });
 }
 
+// The lock of the file ends with its process. What was opened may be gone by the time it is locked,
+// or its name be another copy's: the row tells.
+AdapterError FiledMail::hold(const store::IndexEntry& entry, core::Descriptor& hold,
+                             std::string& fault) const {
+  if (state_.store() == nullptr) return AdapterError::MissingFolder;
+  const PathParts parts = splitPath(entry.path);
+  core::Folder folder;
+  const core::FileError error = folder.open(parts.folder, false);
+  if (error != core::FileError::None) return adapterErrorOf(error);
+  core::FileOps& ops = folder.ops();
+  core::Descriptor file(ops, ops.openFile(folder.descriptor(), parts.name, O_RDONLY));
+  if (file.get() == -ENOENT) return AdapterError::NotFound;
+  if (!file.isOpen()) return adapterErrorOf(core::fileErrorOf(-file.get()));
+  const int locked = ops.lock(file.get(), false);
+  if (locked == -EWOULDBLOCK) return AdapterError::UnderWay;
+  if (locked < 0) return adapterErrorOf(core::fileErrorOf(-locked));
+  store::IndexEntry present;
+  const store::StoreStatus status = state_.store()->findEntry(entry.row, present);
+  if (status.ok() && present.path != entry.path) return AdapterError::NotFound;
+  if (!status.ok() && status.error != store::StoreError::NotFound) fault = status.text;
+  if (status.ok()) hold = std::move(file);
+  return adapterErrorOf(status.error);
+}
+
 AdapterError FiledMail::release(const store::IndexEntry& entry, const ReleaseOrder& order,
-                                bool& scannedAgain) {
+                                ReleaseReport& report) {
+  report = {};
+  return guardedOutcome([&] {
+    core::Descriptor held;
+    AdapterError error = hold(entry, held, report.fault);
+    if (error == AdapterError::None) error = queue(entry, order, report);
+    if (error != AdapterError::None || order.isKept) return error;
+    return state_.filing() == nullptr ? AdapterError::MissingFolder
+                                      : state_.filing()->remove(entry, report.fault);
+  });
+}
+
+AdapterError FiledMail::queue(const store::IndexEntry& entry, const ReleaseOrder& order,
+                              ReleaseReport& report) {
   return guardedOutcome([&] {
     std::string bytes;
     const AdapterError error = read(entry, bytes);
@@ -48,14 +88,22 @@ AdapterError FiledMail::release(const store::IndexEntry& entry, const ReleaseOrd
     released.kind = order.isUnscanned ? kDeliveredKind : kResentKind;
     released.window = kAnyTime;
     const AdapterError queued = outbox.file(std::move(released), *message, {Spool::newId(), {}});
-    if (queued == AdapterError::None) scannedAgain = all;
+    report.isQueued = queued == AdapterError::None;
+    report.scannedAgain = report.isQueued && all;
     return queued;
   });
 }
 
 AdapterError FiledMail::remove(const store::IndexEntry& entry, std::string& fault) {
-  return state_.filing() == nullptr ? AdapterError::MissingFolder
-                                    : state_.filing()->remove(entry, fault);
+  return guardedOutcome([&] {
+    if (state_.filing() == nullptr) return AdapterError::MissingFolder;
+    core::Descriptor held;
+    std::string words;
+    const AdapterError error = hold(entry, held, words);
+    if (error == AdapterError::UnderWay) return error;
+    // Whatever else keeps a hold from being taken is met again, or, as a file that is gone, none.
+    return state_.filing()->remove(entry, fault);
+  });
 }
 
 // One purge: batch by batch, so that a full index takes no memory.
@@ -96,6 +144,7 @@ class FiledMail::Purge {
       return;
     }
     passed_.insert(entry.row);
+    if (error == AdapterError::UnderWay) return;
     ++report_.kept;
     if (!report_.firstFault.empty()) return;
     report_.firstFault = entry.path + ": " + adapterErrorText(static_cast<unsigned int>(error)) +

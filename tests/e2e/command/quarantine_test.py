@@ -1,10 +1,12 @@
 """`kavi quarantine` and `kavi archive`: what an administrator does with messages put aside."""
+import fcntl
 import json
 import sqlite3
+import subprocess
 import unittest
 
 from gateway_case import GatewayTest, Sink
-from kavi_process import kavi
+from kavi_process import KAVI, kavi
 
 POLICY = """
 quarantine_areas: [{name: Virus, aging_days: 30}, {name: Spam}]
@@ -120,6 +122,42 @@ class QuarantineTest(GatewayTest):
         self.assertEqual(self.plain.commands("MAIL"), ["MAIL FROM:<>"])
         self.assertEqual([text.split(" ")[1] for text in self.plain.commands("RCPT")],
                          ["TO:<c@z.example>", "TO:<d@z.example>"])
+
+    def test_two_at_the_same_moment_release_each_message_once(self):
+        subjects = [f"invoice {number}" for number in range(60)]
+        self.file(*subjects)
+        numbers = [str(entry["number"]) for entry in self.listed()]
+        both = [subprocess.Popen([KAVI, "quarantine", "release", "--json", "--config",
+                                  self.config, *numbers],
+                                 stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+                for _ in range(2)]
+        said = [process.communicate(timeout=60) for process in both]
+        released = [json.loads(out)["released"] for out, _ in said]
+        self.assertEqual(sum(released), len(subjects), said)
+        for process, (_, complaints), done in zip(both, said, released):
+            lines = complaints.decode().splitlines()
+            self.assertEqual(process.returncode, 1 if lines else 0)
+            self.assertEqual(len(lines), len(subjects) - done)
+            for line in lines:
+                self.assertRegex(line, "by somebody else|released or deleted meanwhile|no such")
+        self.assertEqual((self.listed(), self.stored("quarantine")), ([], []))
+        self.spool("send")
+        got = [back.split(b"Subject: ")[1].split(b"\r\n")[0].decode()
+               for back in self.scan.messages()]
+        self.assertEqual(sorted(got), sorted(subjects))
+
+    def test_what_somebody_else_is_at_is_left_to_them(self):
+        self.file("invoice")
+        [entry] = self.listed()
+        number = str(entry["number"])
+        with open(entry["path"], "rb") as held:
+            fcntl.flock(held, fcntl.LOCK_EX)
+            for command in (("release",), ("release", "--keep"), ("delete", "--yes")):
+                said = self.command(*command, number, status=1).stderr.decode()
+                self.assertIn(f"{number}: is being released or deleted by somebody else", said)
+        self.assertEqual(self.listed(), [entry])
+        self.command("release", number)  # nothing is left of a hold whose process is gone
+        self.assertEqual(self.listed(), [])
 
     def test_an_archived_message_is_sent_as_a_copy(self):
         self.file("keep this")

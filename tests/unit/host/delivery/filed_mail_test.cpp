@@ -1,7 +1,10 @@
 // Quarantined and archived messages later: released, removed, past their days.
 #include "host/delivery/filed_mail.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <utility>
@@ -49,7 +52,9 @@ class FiledMail : public testing_host::FilingTest {
   }
 
   AdapterError release(const IndexEntry& entry, const ReleaseOrder& order) {
-    return mail_.release(entry, order, scannedAgain_);
+    const AdapterError error = mail_.release(entry, order, report_);
+    EXPECT_EQ(report_.isQueued, error == AdapterError::None);
+    return error;
   }
 
   PurgeReport purge(std::int64_t now, std::optional<MessageKind> kind = {}) {
@@ -73,7 +78,7 @@ class FiledMail : public testing_host::FilingTest {
 
   DeliverySettings settings_;
   host::delivery::FiledMail mail_{bench_.state, settings_, nullptr};
-  bool scannedAgain_ = false;
+  host::delivery::ReleaseReport report_;
   int made_ = 0;
 };
 
@@ -88,16 +93,15 @@ TEST_F(FiledMail, GoesBackToScanningAsItLies) {
   EXPECT_STREQ(queued.kind.c_str(), host::delivery::kResentKind);
   EXPECT_EQ(queued.envelope.sender, "a@example.org");
   EXPECT_EQ(queued.envelope.recipients, std::vector<std::string>{"b@example.org"});
-  EXPECT_FALSE(scannedAgain_);
-  EXPECT_TRUE(std::filesystem::exists(entry.path)) << "removing it is another step";
+  EXPECT_FALSE(report_.scannedAgain);
+  EXPECT_TRUE(std::filesystem::exists(entry.path)) << "it is kept";
 }
 
 TEST_F(FiledMail, SaysWhenAllRulesScanItAgain) {
   for (const char* bytes : {"Subject: x\r\n\r\nbody\r\n", "no header\r\n"}) {
-    scannedAgain_ = false;
     EXPECT_EQ(release(quarantined(bytes), {{"a@example.org", {"b@example.org"}}}),
               AdapterError::None);
-    EXPECT_TRUE(scannedAgain_) << bytes;
+    EXPECT_TRUE(report_.scannedAgain) << bytes;
   }
 }
 
@@ -107,7 +111,7 @@ TEST_F(FiledMail, MayGoOnUnscanned) {
   const auto [queued, bytes] = onlyEntry();
   EXPECT_STREQ(queued.kind.c_str(), host::delivery::kDeliveredKind);
   EXPECT_EQ(queued.envelope.recipients.size(), 2u);
-  EXPECT_FALSE(scannedAgain_);
+  EXPECT_FALSE(report_.scannedAgain);
 }
 
 TEST_F(FiledMail, IsNotReleasedToNobodyOrNowhere) {
@@ -121,6 +125,36 @@ TEST_F(FiledMail, IsNotReleasedToNobodyOrNowhere) {
   std::vector<std::string> ids;
   EXPECT_EQ(bench_.state.spool().list(ids), AdapterError::None);
   EXPECT_TRUE(ids.empty());
+}
+
+TEST_F(FiledMail, GoesWhenItIsNotKept) {
+  const IndexEntry entry = quarantined(kMarked);
+  const ReleaseOrder order{{"a@example.org", {"b@example.org"}}, false, false};
+  EXPECT_EQ(release(entry, order), AdapterError::None);
+  EXPECT_FALSE(std::filesystem::exists(entry.path));
+  EXPECT_TRUE(bench_.rows().empty());
+  EXPECT_EQ(release(entry, order), AdapterError::NotFound) << "by whom has seen the row before";
+  onlyEntry();
+}
+
+TEST_F(FiledMail, ThatIsAnotherCopyByNowIsNotReleased) {
+  const IndexEntry entry = quarantined(kMarked);
+  ASSERT_TRUE(bench_.store->memory().removeEntry(entry.row).ok());
+  EXPECT_EQ(release(entry, {{"a@example.org", {"b@example.org"}}}), AdapterError::NotFound);
+}
+
+TEST_F(FiledMail, IsLeftToWhomeverIsAtIt) {
+  const IndexEntry entry = aged(quarantined(kMarked), 1, 1000);
+  const int other = ::open(entry.path.c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(::flock(other, LOCK_EX), 0);
+  std::string fault;
+  EXPECT_EQ(release(entry, {{"a@example.org", {"b@example.org"}}}), AdapterError::UnderWay);
+  EXPECT_EQ(mail_.remove(entry, fault), AdapterError::UnderWay);
+  const PurgeReport report = purge(1000 + 9 * kDay);
+  EXPECT_EQ(report.removed + report.kept, 0u);
+  EXPECT_TRUE(std::filesystem::exists(entry.path));
+  ::close(other);  // as the kernel does with a process that is killed
+  EXPECT_EQ(release(entry, {{"a@example.org", {"b@example.org"}}}), AdapterError::None);
 }
 
 TEST_F(FiledMail, IsRemovedWithItsRow) {
