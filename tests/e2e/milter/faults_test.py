@@ -11,6 +11,7 @@ import os
 import pathlib
 import random
 import shutil
+import socket
 import sqlite3
 import subprocess
 import sys
@@ -18,9 +19,11 @@ import tempfile
 import threading
 import unittest
 
+from administrator import Administrator
 from ledger import Ledger, POLICY, kind_of, numbered
 from mail_stack import MailTest, Sink, free_port, wait_until
-from senders import Senders
+from postgres_server import PostgresServer
+from senders import SESSIONS, Senders
 from trap_receiver import TrapReceiver
 
 TOTAL = int(os.environ.get("KAVI_FAULT_MESSAGES", "105"))
@@ -34,6 +37,11 @@ class FaultCase(MailTest):
         super().setUp()
         self.handoff = self.another_handoff()
         self.listener = None
+        self.administrator = None
+        # A port that nobody listens to, and that nobody else gets meanwhile.
+        self.nobody = socket.socket()
+        self.addCleanup(self.nobody.close)
+        self.nobody.bind(("127.0.0.1", 0))
 
     def another_handoff(self, script=None):
         sink = Sink(pathlib.Path(tempfile.mkdtemp(prefix="handoff-", dir=self.base)), script)
@@ -52,11 +60,17 @@ class FaultCase(MailTest):
             path.unlink()
         (cls.sink.folder / "log.jsonl").write_bytes(b"")
 
-    def start(self, scan=None, plain=None, delivery="", sections=""):
-        """The milter with ports for what it sends; the listeners of Postfix where none is given."""
+    def policy(self):
+        return POLICY % {"handoff": self.handoff.port, "nobody": self.nobody.getsockname()[1]}
+
+    def start(self, scan=None, plain=None, delivery="", sections="", location=None):
+        """The milter with ports for what it sends; the listeners of Postfix where none is given.
+        \\param location  where the store with the policy is; None for a file"""
         self.forget_everything()
+        if location is not None:
+            sections += f"[store]\nlocation = {location}\n"
         return self.milter(
-            POLICY % self.handoff.port,
+            self.policy() if location is None else None,
             settings="reinjection_listener = kavi-scan",
             delivery=f"scan_host = 127.0.0.1\nscan_port = {scan or self.postfix.scan}\n"
                      f"plain_host = 127.0.0.1\nplain_port = {plain or self.postfix.plain}\n"
@@ -65,7 +79,17 @@ class FaultCase(MailTest):
             sections=sections, level=3)
 
     def senders(self, held=0):
+        """Messages begin to flow, and to be released from quarantine."""
+        self.administrator = Administrator(type(self).running, "held")
+        self.addCleanup(self.administrator.stop)
         return Senders(self.postfix.port, TOTAL, numbered, PATIENCE, held)
+
+    def wait_for_all(self, senders):
+        """Until all messages are accepted, and released where they have to be."""
+        senders.wait()
+        self.assertEqual(senders.faults, [])
+        self.assertEqual(sorted(senders.accepted), list(range(TOTAL)))
+        self.administrator.finish(PATIENCE)
 
     def listen(self, name, script=None, port=0):
         """A listener for what the spool sends that does as the script says."""
@@ -98,9 +122,7 @@ class FaultCase(MailTest):
 
     def finish(self, milter, senders):
         """All that is on its way arrives; then every message has to be where it belongs."""
-        senders.wait()
-        self.assertEqual(senders.faults, [])
-        self.assertEqual(sorted(senders.accepted), list(range(TOTAL)))
+        self.wait_for_all(senders)
         wait_until(lambda: set(self.waiting(milter)) <= set(self.failed(milter)),
                    "the spool to become empty", PATIENCE)
         wait_until(lambda: not self.postfix.queued(), "the queue to become empty", PATIENCE)
@@ -114,8 +136,9 @@ class FaultsTest(FaultCase):
         port = free_port()
         milter = self.start(scan=port, plain=port)
         senders = self.senders()
-        senders.wait()
-        waiting = sum(kind_of(number) in ("readdress", "notify") for number in range(TOTAL))
+        self.wait_for_all(senders)
+        waiting = sum(kind_of(number) in ("readdress", "notify", "postpone", "release")
+                      for number in range(TOTAL))
         self.assertEqual(len(self.waiting(milter)), waiting)
         self.listen("refused", port=port)
         ledger = self.finish(milter, senders)
@@ -140,7 +163,7 @@ class FaultsTest(FaultCase):
             "rcpt1": {"reply": "550 5.1.1 nobody", "after": 2, "times": 3}}})
         milter = self.start(scan=listener.port, plain=listener.port)
         senders = self.senders()
-        senders.wait()
+        self.wait_for_all(senders)
         wait_until(lambda: len(self.failed(milter)) == 3 == len(self.waiting(milter)),
                    "three messages that failed and no others", PATIENCE)
         for entry in self.failed(milter):
@@ -241,13 +264,46 @@ class StoreTest(FaultCase):
         senders = self.senders(held=TOTAL // 2)
         self.wait_for(senders, 0.2)
         store, aside = milter.state / "store.sqlite", milter.state / "aside"
-        store.rename(aside)
-        store.mkdir()
-        senders.release()
-        self.wait_for_refusals(senders)
-        store.rmdir()
-        aside.rename(store)
+        with self.administrator.absent:  # kavi quarantine makes a store that is missing
+            store.rename(aside)
+            store.mkdir()
+            senders.release()
+            self.wait_for_refusals(senders)
+            store.rmdir()
+            aside.rename(store)
         self.finish(milter, senders)
+
+
+class PolicyStoreTest(FaultCase):
+    """The policy and its objects in PostgreSQL."""
+
+    def kavi(self, *arguments):
+        done = subprocess.run([os.environ["KAVI"], *map(str, arguments)], capture_output=True,
+                              text=True, timeout=PATIENCE, check=False)
+        self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+
+    def test_server_gone_and_back(self):
+        server = PostgresServer()
+        self.addCleanup(server.end)
+        self.kavi("store", "init", "--store", server.location())
+        policy = self.base / "applied.yaml"
+        policy.write_text(self.policy())
+        self.kavi("policy", "apply", policy, "--store", server.location())
+        milter = self.start(location=server.location())
+        senders = self.senders(held=TOTAL // 2)
+        self.wait_for(senders, 0.2)
+        server.stop()
+        accepted = senders.done()
+        senders.release()
+        self.wait_for_refusals(senders, 2 * SESSIONS)
+        # What had its policy already goes on, and nothing else.
+        self.assertLessEqual(senders.done(), accepted + SESSIONS)
+        server.start()
+        self.finish(milter, senders)
+        self.assertTrue(any(text.startswith("451 4.7.1 ") for text in senders.refusals))
+        self.assertTrue(milter.lines("message queue=", "verdict=tempfail"))
+        self.assertEqual(len(milter.lines("cannot be read, and mail is refused for now")), 1)
+        self.assertEqual(len(milter.lines("can be read again")), 1)
 
 
 def run_together(names):

@@ -7,10 +7,11 @@ import collections
 import json
 import re
 
-KINDS = ("pass", "quarantine", "archive", "readdress", "notify", "handoff", "delete")
+KINDS = ("pass", "quarantine", "archive", "readdress", "notify", "handoff", "delete", "postpone",
+         "blind", "release", "accept")
 BODY = b"".join(b"%03d some text that fills a line of this message\r\n" % n for n in range(40))
 POLICY = """
-quarantine_areas: [{name: virus}]
+quarantine_areas: [{name: virus}, {name: held}]
 archive_areas: [{name: journal}]
 stamps: [{name: note, text: stamped}]
 notifications:
@@ -23,8 +24,13 @@ rules:
 - {id: 3, when: {subject: {matches: "archive"}}, actions: [archive: journal]}
 - {id: 4, when: {subject: {matches: "readdress"}}, actions: [readdress: other@example.com]}
 - {id: 5, when: {subject: {matches: "notify"}}, actions: [notify: tell]}
-- {id: 6, when: {subject: {matches: "handoff"}}, actions: [handoff: "127.0.0.1:%d"]}
+- {id: 6, when: {subject: {matches: "handoff"}}, actions: [handoff: "127.0.0.1:%(handoff)d"]}
 - {id: 7, when: {subject: {matches: "delete"}}, actions: [delete]}
+- {id: 8, when: {subject: {matches: "postpone"}}, actions: [postpone: "00:00"]}
+- {id: 9, when: {subject: {matches: "blind"}}, actions: [bcc: blind@example.com]}
+- {id: 10, when: {subject: {matches: "release"}}, actions: [quarantine: held]}
+- {id: 11, on_failure: accept, when: {subject: {matches: "accept"}},
+   actions: [bcc: lost@example.com, handoff: "127.0.0.1:%(nobody)d"]}
 """
 # Where a message of each kind has to be in the end, and nowhere else.
 PLACES = {
@@ -35,6 +41,10 @@ PLACES = {
     "notify": {"recipient", "note"},
     "handoff": {"handoff"},
     "delete": {"decision"},
+    "postpone": {"recipient"},
+    "blind": {"recipient", "blind"},
+    "release": {"recipient"},  # by an administrator
+    "accept": {"recipient"},  # without the blind copy that the rule added before it failed
 }
 
 
@@ -62,14 +72,17 @@ class Ledger:
         self.milter = milter
         self.copies = collections.defaultdict(list)  # (number, place): what each copy was taken as
         places = {"to@example.net": "recipient", "other@example.com": "other",
-                  "admin@a.example": "note"}
+                  "admin@a.example": "note", "blind@example.com": "blind",
+                  "lost@example.com": "lost"}
         for _, recipients, data in sink.messages():
             trace = re.findall(rb"\r?\n?\tby \S+ \(Postfix\) with E?SMTP id (\w+)", data)
-            self.add(data, places[recipients[0]], [name.decode() for name in trace])
+            for recipient in recipients:
+                self.add(data, places[recipient], [name.decode() for name in trace])
         for _, recipients, data in handoff.messages():
             self.add(data, "handoff")
         for number, (_, recipients, data) in enumerate(listener.messages() if listener else ()):
-            self.add(data, places[recipients[0]], [f"{number + 1}.eml"])
+            for recipient in recipients:
+                self.add(data, places[recipient], [f"{number + 1}.eml"])
         for place, pattern in (("quarantine", "quarantine/**/*.DF"), ("archive", "archive/**/*.eml")):
             for path in milter.folder.glob(pattern):
                 self.add(path.read_bytes(), place)
