@@ -33,11 +33,12 @@ int failed(const StoreStatus& status) {
 
 std::string called(const Database& store) { return "store " + printable(store.location()) + ": "; }
 
-/// The store that the options name, and its form. \return the exit status
+/// The store that the options name, to be made or brought forward, and its form. \return the exit
+/// status
 int lookAt(const StoreOptions& options, std::shared_ptr<Database>& store, StoreForm& form) {
   host::core::IniSettings settings;
   if (!loadSettings(options.config, settings)) return ExitUsage;
-  store = findStore(options.location, settings);
+  store = findStore(options.location, settings, host::store::Upkeep::MakeAndMigrate);
   if (store == nullptr) return ExitUsage;
   const StoreStatus status = store->readForm(form);
   return status.ok() ? static_cast<int>(ExitDone) : failed(status);

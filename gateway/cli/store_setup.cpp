@@ -18,6 +18,7 @@ using host::core::printable;
 using host::store::Database;
 using host::store::StoreForm;
 using host::store::StoreStatus;
+using host::store::Upkeep;
 
 constexpr std::size_t kMaxNameBytes = 64;
 
@@ -48,11 +49,12 @@ std::string actorName() {
   return printable(name);
 }
 
-std::shared_ptr<Database> findStore(const std::string& location, Kavi::GlobalSetting& settings) {
+std::shared_ptr<Database> findStore(const std::string& location, Kavi::GlobalSetting& settings,
+                                    Upkeep upkeep) {
   const std::string wanted = location.empty() ? configuredLocation(settings) : location;
   if (wanted.empty()) return nullptr;
   StoreStatus status;
-  std::shared_ptr<Database> store = host::store::makeStore(wanted, status);
+  std::shared_ptr<Database> store = host::store::makeStore(wanted, status, upkeep);
   if (store == nullptr) complain(status.text);
   return store;
 }
@@ -80,7 +82,7 @@ bool isReady(Database& store) {
 }  // namespace
 
 std::shared_ptr<Database> openStore(const std::string& location, Kavi::GlobalSetting& settings) {
-  std::shared_ptr<Database> store = findStore(location, settings);
+  std::shared_ptr<Database> store = findStore(location, settings, Upkeep::Refuse);
   if (store == nullptr || !isReady(*store)) return nullptr;
   host::store::configureStore(store, actorName());
   return store;
@@ -89,7 +91,7 @@ std::shared_ptr<Database> openStore(const std::string& location, Kavi::GlobalSet
 int openStore(const StoreOptions& options, std::shared_ptr<Database>& store) {
   host::core::IniSettings settings;
   if (!loadSettings(options.config, settings)) return ExitUsage;
-  store = findStore(options.location, settings);
+  store = findStore(options.location, settings, Upkeep::Refuse);
   if (store == nullptr) return ExitUsage;
   if (!isReady(*store)) return ExitFailed;
   host::store::configureStore(store, actorName());

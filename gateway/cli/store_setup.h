@@ -20,10 +20,11 @@ struct StoreOptions {
 std::string actorName();
 
 /// The store that \p location names, or else key `location` in section `store` of \p settings.
-/// It is neither opened nor made.
+/// It is neither opened nor made. \param upkeep  what happens to it when it is opened
 /// \return null after writing the reason to standard error.
 std::shared_ptr<host::store::Database> findStore(const std::string& location,
-                                                 Kavi::GlobalSetting& settings);
+                                                 Kavi::GlobalSetting& settings,
+                                                 host::store::Upkeep upkeep);
 
 /// The same store, opened, and from now on the one behind the named-object operations, with
 /// actorName() in its list of changes. One that is missing, or older than this program, is refused:

@@ -13,8 +13,10 @@ constexpr char kWriteVersion[] = "UPDATE kavi_schema SET version = $1";
 constexpr char kVersionTable[] = "kavi_schema";
 
 std::int64_t readVersion(Connection& connection) {
+  // In this order: all tables of a store may appear between the two looks.
+  const bool isEmpty = connection.countTables() == 0;
   if (connection.countTables(kVersionTable) == 0) {
-    if (connection.countTables() == 0) return 0;
+    if (isEmpty) return 0;
     throw StoreFailure(StoreError::Damaged, "it is the database of another program");
   }
   Query query(connection, kReadVersion);
@@ -98,6 +100,10 @@ std::int64_t versionOf(Connection& connection, std::span<const SchemaStep> steps
   return version;
 }
 
+bool isNewest(Connection& connection, std::span<const SchemaStep> steps) {
+  return versionOf(connection, steps) == static_cast<std::int64_t>(steps.size());
+}
+
 void requireNewest(Connection& connection, std::span<const SchemaStep> steps) {
   const std::int64_t version = versionOf(connection, steps);
   if (version == 0) throw StoreFailure(StoreError::Unavailable, kMissingStore);
@@ -110,9 +116,7 @@ void requireNewest(Connection& connection, std::span<const SchemaStep> steps) {
 
 void migrate(Connection& connection, std::span<const SchemaStep> steps) {
   const auto newest = static_cast<std::int64_t>(steps.size());
-  // Without the lock, tables may appear between two looks; a version is looked at once.
-  const bool present = connection.countTables(kVersionTable) != 0;
-  if (present && versionOf(connection, steps) == newest) return;
+  if (isNewest(connection, steps)) return;
   Transaction transaction(connection, TransactionMode::Write);
   connection.lockTables();
   // Whoever held the lock before may have done it.

@@ -23,6 +23,10 @@ inline constexpr char kMissingStore[] = "there is no store; kavi store init make
 ///   another program's
 std::int64_t versionOf(Connection& connection, std::span<const SchemaStep> steps);
 
+/// Whether the tables behind \p connection are of the last step, while others may make them.
+/// \throw StoreFailure as versionOf
+bool isNewest(Connection& connection, std::span<const SchemaStep> steps);
+
 /// \throw StoreFailure Unavailable unless the tables behind \p connection are of the last step
 void requireNewest(Connection& connection, std::span<const SchemaStep> steps);
 

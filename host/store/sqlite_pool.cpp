@@ -7,11 +7,11 @@
 #include <cerrno>
 #include <utility>
 
-#include "host/core/file_error.h"
 #include "host/core/folder.h"
+#include "host/store/file_failure.h"
+#include "host/store/making_lock.h"
 #include "host/store/schema.h"
 #include "host/store/sqlite_connection.h"
-#include "host/store/store_failure.h"
 
 namespace host::store {
 
@@ -19,25 +19,8 @@ namespace {
 
 constexpr std::size_t kIdleConnections = 8;
 
-StoreError storeErrorOf(core::FileError error) {
-  switch (error) {
-    case core::FileError::DiskFull:
-      return StoreError::Full;
-    case core::FileError::ReadOnly:
-      return StoreError::ReadOnly;
-    case core::FileError::Permission:
-      return StoreError::Permission;
-    case core::FileError::InputOutput:
-      return StoreError::InputOutput;
-    default:
-      return StoreError::Unavailable;
-  }
-}
-
 void require(core::FileError error) {
-  if (error != core::FileError::None) {
-    throw StoreFailure(storeErrorOf(error), core::fileErrorText(error));
-  }
+  if (error != core::FileError::None) throw fileFailure(error);
 }
 
 // SQLite opens what may only be read as well, and then fails in ways that say little. Asked without
@@ -46,7 +29,7 @@ void requireAccess(const core::Folder& folder, const std::string& name) {
   const int access = R_OK | W_OK;
   if (::faccessat(folder.descriptor(), name.c_str(), access, AT_EACCESS) != 0 ||
       ::faccessat(folder.descriptor(), ".", access | X_OK, AT_EACCESS) != 0) {
-    require(core::fileErrorOf(errno));
+    throw fileFailure(errno);
   }
 }
 
@@ -121,7 +104,7 @@ std::unique_ptr<Connection> SqlitePool::look() {
   requireOwnFile(folder, name);
   struct stat status {};
   const bool there = ::fstatat(folder.descriptor(), name.c_str(), &status, 0) == 0;
-  if (!there && errno != ENOENT) require(core::fileErrorOf(errno));
+  if (!there && errno != ENOENT) throw fileFailure(errno);
   if (!there || status.st_size == 0) return nullptr;
   requireAccess(folder, name);
   return std::make_unique<SqliteConnection>(path_, busyTimeoutMs_);
@@ -137,26 +120,41 @@ std::unique_ptr<Connection> SqlitePool::openExisting() {
   return connection;
 }
 
+// What nobody has to make or bring forward is opened without a lock. Null otherwise.
+std::unique_ptr<Connection> SqlitePool::openNewest() {
+  const Identity present = identity();
+  try {
+    std::unique_ptr<Connection> connection = look();
+    if (connection == nullptr || !isNewest(*connection, schemaSteps())) return nullptr;
+    opened_ = present;
+    return connection;
+  } catch (const StoreFailure& failure) {
+    // Somebody else may be making it.
+    if (failure.error() != StoreError::Busy) throw;
+    return nullptr;
+  }
+}
+
 std::unique_ptr<Connection> SqlitePool::open() {
+  if (std::unique_ptr<Connection> connection = openNewest()) return connection;
   const auto [folderPath, name] = split(path_);
   core::Folder folder(ops_);
   require(folder.open(folderPath, true));
   requireOwnFile(folder, name);
-  // One at a time, in this process and in others: two that switch to the write-ahead log, or make
-  // the tables, at once would get in each other's way instead of waiting. The descriptor's end
-  // gives the lock back.
-  const int locked = ops_.lock(folder.descriptor(), true);
-  if (locked < 0) require(core::fileErrorOf(-locked));
+  // Two that switch to the write-ahead log, or make the tables, at once would get in each other's
+  // way instead of waiting.
+  const MakingLock lock(folder, name, busyTimeoutMs_);
   const int made = ops_.openFile(folder.descriptor(), name, O_RDWR | O_CREAT | O_EXCL);
   if (made >= 0) {
     ops_.close(made);
   } else if (made != -EEXIST) {
-    require(core::fileErrorOf(-made));
+    throw fileFailure(-made);
   }
   requireAccess(folder, name);
+  // Before it has anything in it: whoever finds a complete store does not look at the folder.
+  require(folder.sync());
   auto connection = std::make_unique<SqliteConnection>(path_, busyTimeoutMs_);
   migrate(*connection, schemaSteps());
-  require(folder.sync());
   opened_ = identity();
   return connection;
 }

@@ -34,6 +34,7 @@ class SqlitePool final : public ConnectionPool {
   };
 
   std::unique_ptr<Connection> open();
+  std::unique_ptr<Connection> openNewest();
   std::unique_ptr<Connection> openExisting();
   Identity identity() const;
 

@@ -1,4 +1,5 @@
 """`kavi store`, and how commands find their store."""
+import fcntl
 import os
 import pwd
 import sqlite3
@@ -248,6 +249,21 @@ class PermissionTest(KaviTest):
         self.assertIn("no permission", text)
         self.folder.chmod(0o700)
         self.assertEqual(self.as_user("store", "check", self.location), (0, ""))
+
+    def test_nobody_who_may_look_at_its_folder_keeps_it_locked(self):
+        # To open a folder for reading is all that locking it takes.
+        holder = os.open(self.folder, os.O_RDONLY)
+        self.addCleanup(os.close, holder)
+        fcntl.flock(holder, fcntl.LOCK_EX)
+        for command in (("object", "list"), ("object", "add", "stamp", "a", "text=x"),
+                        ("store", "init"), ("store", "migrate")):
+            self.assert_done_soon(*command, "--store", self.location)
+        self.assert_done_soon("store", "init", self.location + "2")
+
+    def assert_done_soon(self, *arguments):
+        done = subprocess.run([KAVI, *arguments], stdin=subprocess.DEVNULL, capture_output=True,
+                              timeout=30, check=False)
+        self.assertEqual((done.returncode, done.stderr), (0, b""), arguments)
 
     @unittest.skipUnless(os.geteuid() == 0, "only root can make another user's link")
     def test_a_link_of_another_user_is_not_followed(self):

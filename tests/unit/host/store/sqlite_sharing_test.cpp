@@ -1,8 +1,11 @@
 // One store, many users at once.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <filesystem>
 #include <set>
 #include <string>
 #include <thread>
@@ -88,6 +91,53 @@ TEST(SqliteSharing, ServesProcessesThatStartTogether) {
   }
   SqliteStore store(temp / "store");
   expectEveryRowOnce(store);
+}
+
+// Locks \p path as flock(1) does, for as long as this object lives.
+class HeldLock {
+ public:
+  explicit HeldLock(const std::string& path, int flags) : file_(::open(path.c_str(), flags, 0600)) {
+    EXPECT_EQ(::flock(file_, LOCK_EX | LOCK_NB), 0) << path;
+  }
+  ~HeldLock() { ::close(file_); }
+  HeldLock(const HeldLock&) = delete;
+  HeldLock& operator=(const HeldLock&) = delete;
+
+ private:
+  int file_;
+};
+
+TEST(SqliteSharing, MindsNobodyWhoLocksItsFolder) {
+  const TempFolder temp;
+  const HeldLock held(temp.path(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  SqliteOptions options{200};
+  SqliteStore made(temp / "store", options);
+  EXPECT_TRUE(made.prepare().ok());
+  options.upkeep = Upkeep::Refuse;
+  SqliteStore used(temp / "store", options);
+  EXPECT_TRUE(used.prepare().ok());
+}
+
+TEST(SqliteSharing, WaitsAWhileForWhoeverMakesIt) {
+  const TempFolder temp;
+  SqliteStore store(temp / "store", SqliteOptions{200});
+  {
+    const HeldLock held(temp / "store-kavi-lock", O_RDWR | O_CREAT | O_CLOEXEC);
+    const StoreStatus status = store.prepare();
+    EXPECT_EQ(status.error, StoreError::Busy);
+    EXPECT_NE(status.text.find("holds the lock store-kavi-lock beside it"), std::string::npos)
+        << status.text;
+    EXPECT_FALSE(std::filesystem::exists(temp / "store"));
+  }
+  EXPECT_TRUE(store.prepare().ok());
+  EXPECT_FALSE(std::filesystem::exists(temp / "store-kavi-lock")) << "it goes with the lock";
+}
+
+TEST(SqliteSharing, LocksNothingOnceItIsMade) {
+  const TempFolder temp;
+  ASSERT_TRUE(SqliteStore(temp / "store").prepare().ok());
+  const HeldLock held(temp / "store-kavi-lock", O_RDWR | O_CREAT | O_CLOEXEC);
+  EXPECT_TRUE(SqliteStore(temp / "store", SqliteOptions{200}).prepare().ok());
 }
 
 TEST(SqliteSharing, LetsOneOfManyBeginAnEffect) {
