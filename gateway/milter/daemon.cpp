@@ -126,7 +126,8 @@ class Daemon {
                           delivery_.stateFolder + "/" + kTemporary,
                           hostName(),
                           metrics_.get(),
-                          &answers_};
+                          &answers_,
+                          &strays_};
     Server server(gateway, [&sender] { sender.wake(); });
     if (const std::string fault = server.open(); !fault.empty()) return refuse(fault);
     // Now only: they write down what holds, and who looks for what keeps the daemon from starting
@@ -256,6 +257,7 @@ class Daemon {
   host::delivery::DeliveryState state_;
   std::unique_ptr<Metrics> metrics_;
   AnswerMarks answers_;
+  StrayMail strays_;
   std::unique_ptr<PolicySource> policy_;
   host::store::Database* policyStore_ = nullptr;  ///< that of policy_; null when that is a file
   PolicyReading first_;                           ///< until it is in force

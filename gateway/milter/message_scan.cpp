@@ -78,6 +78,9 @@ void MessageScan::runGuarded() {
                                  .hostName = gateway_.hostName,
                                  .trust = fromUs ? ReprocessTrust::Sealed : ReprocessTrust::Nobody,
                                  .sealKeys = &gateway_.keys});
+  if (outcome_.reprocessing.astray && gateway_.strays != nullptr) {
+    gateway_.strays->note(origin_.listener, gateway_.settings.reinjectionListener, gateway_.log);
+  }
   judge();
 }
 

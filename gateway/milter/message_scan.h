@@ -16,6 +16,7 @@
 #include "gateway/milter/milter_settings.h"
 #include "gateway/milter/origin.h"
 #include "gateway/milter/policy_source.h"
+#include "gateway/milter/stray_mail.h"
 #include "host/core/log.h"
 #include "host/delivery/delivery_settings.h"
 #include "host/delivery/delivery_state.h"
@@ -36,6 +37,7 @@ struct Gateway {
   std::string hostName;
   Metrics* metrics = nullptr;      ///< null: nothing is counted
   AnswerMarks* answers = nullptr;  ///< null: nothing is marked
+  StrayMail* strays = nullptr;     ///< null: nobody is told of it
 };
 
 /// One message from its last byte to its answer. Anything that is not known to have gone well is a

@@ -79,6 +79,16 @@ class SealCheck {
   std::int64_t now_;
 };
 
+// What is left of fields that came from anywhere. A copy of sealed mail may come from an outsider:
+// it must not have rules skipped, but to count its passes can only end its way sooner.
+void takePassesOnly(Reprocessing& found) {
+  Reprocessing left;
+  left.refusal = "not from the listener for mail sent back";
+  left.astray = found.honoured;
+  left.passes = found.passes;
+  found = std::move(left);
+}
+
 // Takes what stands there without asking for a seal.
 void assume(const DividedMail& mail, Reprocessing& found) {
   const auto rules = only(mail.values(kReprocessRules));
@@ -124,18 +134,15 @@ AdapterError admitReprocessing(message::Message& msg, ReprocessTrust trust, cons
     OvMsgEntity* root = msg.firstEntity();
     if (root == nullptr || !hasAny(*root)) return AdapterError::None;
     Reprocessing checked;
-    if (trust == ReprocessTrust::Nobody) {
-      checked.refusal = "not from the listener for mail sent back";
+    const DividedMail mail(msg.receivedBytes());
+    if (trust == ReprocessTrust::Assumed) {
+      assume(mail, checked);
     } else {
-      const DividedMail mail(msg.receivedBytes());
       const Envelope envelope = readEnvelope(msg);
-      if (trust == ReprocessTrust::Assumed) {
-        assume(mail, checked);
-      } else {
-        const AdapterError error = SealCheck(mail, envelope, keys, now).run(checked);
-        if (error != AdapterError::None) return error;
-      }
+      const AdapterError error = SealCheck(mail, envelope, keys, now).run(checked);
+      if (error != AdapterError::None) return error;
     }
+    if (trust == ReprocessTrust::Nobody) takePassesOnly(checked);
     if (checked.honoured) {
       root->removeHeader(kReprocessSeal);
     } else {

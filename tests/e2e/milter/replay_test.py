@@ -37,8 +37,8 @@ class ReplayTest(MailTest):
         milter.forget_log()
         return milter, sealed
 
-    def assert_taken_again(self, milter, mail, port, **envelope):
-        """The rule takes the message as if it bore no seal."""
+    def assert_taken_again(self, milter, mail, port, passes=b"1", **envelope):
+        """The rule takes the message as if it bore no seal, and sends it back on this pass."""
         before = self.listener.count()
         self.send(mail, port=port, **envelope)
         wait_until(lambda: self.listener.count() > before, "the message to be taken again")
@@ -48,9 +48,9 @@ class ReplayTest(MailTest):
         milter.forget_log()
         [(_, recipients, data)] = self.listener.messages()[before:]
         self.assertEqual(recipients, ["r1@example.com"])
-        # It has a seal of its own, once, and begins to count its passes anew.
+        # It has a seal of its own, once.
         seals = re.findall(rb"X-kavi-reprocess-seal: \S+ \S+ \S+ (\d+) ", data)
-        self.assertEqual(seals, [b"1"])
+        self.assertEqual(seals, [passes])
 
     def test_a_sealed_message_counts_at_its_listener_and_leaves_without_the_seal(self):
         milter, sealed = self.sent_back()
@@ -63,7 +63,9 @@ class ReplayTest(MailTest):
 
     def test_a_captured_message_counts_nowhere_else(self):
         milter, sealed = self.sent_back()
-        self.assert_taken_again(milter, sealed, self.postfix.port, recipients=("r1@example.com",))
+        for _ in range(2):  # but for its passes: they only keep it from going round for ever
+            self.assert_taken_again(milter, sealed, self.postfix.port, passes=b"2",
+                                    recipients=("r1@example.com",))
 
     def test_a_seal_is_for_one_message(self):
         milter, sealed = self.sent_back()
@@ -85,6 +87,22 @@ class ReplayTest(MailTest):
                 self.assertNotEqual((mail, {**whole, **envelope}), (sealed, whole))
                 self.assert_taken_again(milter, mail, self.postfix.scan, **{**whole, **envelope})
         self.assert_nothing_arrives()
+
+    def test_so_it_does_when_the_listener_is_not_the_named_one(self):
+        for setting, remedy in (("", "reinjection_listener in section milter is not set"),
+                                ("reinjection_listener = kavi-scann", "at kavi-scann only")):
+            with self.subTest(setting=setting):
+                milter = self.milter(readdress(1), settings=setting,
+                                     delivery="scan_host = 127.0.0.1\n"
+                                              f"scan_port = {self.postfix.scan}\n")
+                self.send(MAIL)
+                wait_until(lambda: milter.lines("stays in the spool as failed"), "the last pass")
+                self.assertEqual(len(milter.lines("message queue=", "verdict=discard")),
+                                 LAST_PASS + 1)
+                [told] = milter.lines("mail that was sent back", "at listener kavi-scan,")
+                self.assertIn(remedy, told)
+                self.assertIn("milter_macro_daemon_name", told)
+                self.assert_nothing_arrives()
 
     def test_what_goes_round_comes_to_an_end(self):
         # Every pass meets another rule that sends the message back.

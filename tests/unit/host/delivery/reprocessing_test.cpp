@@ -159,7 +159,35 @@ TEST_F(ReprocessingTest, OnlyOurListenerIsTrusted) {
   const auto message = receive(sealed());
   const Reprocessing found = admit(*message, kNow, ReprocessTrust::Nobody);
   EXPECT_FALSE(found.honoured);
+  EXPECT_THAT(found.rules, IsEmpty());
+  EXPECT_EQ(found.type, "");
+  EXPECT_THAT(found.refusal, HasSubstr("not from the listener"));
   EXPECT_EQ(message->toString(), kUnmarked);
+}
+
+TEST_F(ReprocessingTest, PassesCountWhereverTheMessageComesIn) {
+  const auto message = receive(sealed(kMarked, 3));
+  const Reprocessing found = admit(*message, kNow, ReprocessTrust::Nobody);
+  EXPECT_TRUE(found.astray);
+  EXPECT_EQ(found.passes, 4u);
+  const auto atHome = receive(sealed(kMarked, 3));
+  EXPECT_FALSE(admit(*atHome).astray);
+}
+
+TEST_F(ReprocessingTest, AForgedSealCountsNoPasses) {
+  const std::string mail = sealed();
+  std::string otherBody = mail;
+  otherBody.replace(otherBody.find("body"), 4, "bodi");
+  std::string morePasses = mail;
+  morePasses.replace(morePasses.find(" 1 ", morePasses.find("seal: 1 ") + 8), 3, " 5 ");
+  ASSERT_NE(morePasses, mail);
+  for (const std::string& forged : {otherBody, morePasses, std::string(kMarked)}) {
+    const auto message = receive(forged);
+    const Reprocessing found = admit(*message, kNow, ReprocessTrust::Nobody);
+    EXPECT_FALSE(found.astray) << forged;
+    EXPECT_EQ(found.passes, 0u) << forged;
+    EXPECT_THAT(message->toString(), Not(HasSubstr("X-kavi-reprocess")));
+  }
 }
 
 TEST_F(ReprocessingTest, UnsealedFieldsAreTakenOutOnTheWayIn) {
