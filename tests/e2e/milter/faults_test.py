@@ -127,6 +127,8 @@ class FaultCase(MailTest):
                    "the spool to become empty", PATIENCE)
         wait_until(lambda: not self.postfix.queued(), "the queue to become empty", PATIENCE)
         ledger = Ledger(milter, self.sink, self.handoff, self.listener)
+        print(f"{self._testMethodName}: {TOTAL} messages, {len(senders.refusals)} times refused for "
+              f"now, {len(ledger.doubled())} said to be possibly doubled", flush=True)
         self.assertEqual(ledger.account(TOTAL), [])
         return ledger
 
