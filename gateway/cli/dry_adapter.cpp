@@ -1,7 +1,5 @@
 #include "gateway/cli/dry_adapter.h"
 
-#include <cstdio>
-
 #include "library/actions/disposition/quarantine.h"
 
 namespace gateway::cli {
@@ -29,7 +27,7 @@ int DryAdapter::quarantineMessage(unsigned int& error, OvMsgMailMessage* msg, co
                                   const char*, char (&path)[kQuarantinePathSize]) {
   std::string filed;
   ActQuarantine::_genQuarantinePath(filed, msg);
-  std::snprintf(path, sizeof path, "%s", filed.c_str());
+  path[filed.copy(path, sizeof path - 1)] = '\0';
   return note(error, "quarantine");
 }
 

@@ -1,11 +1,11 @@
 #include "gateway/cli/expand_command.h"
 
-#include <cstdio>
 #include <memory>
 #include <optional>
 
 #include "gateway/cli/delivery_setup.h"
 #include "gateway/cli/dry_adapter.h"
+#include "gateway/cli/json_output.h"
 #include "gateway/cli/message_job.h"
 #include "gateway/cli/startup.h"
 #include "gateway/engine/engine.h"
@@ -65,7 +65,7 @@ int expandCommand(const ExpandOptions& options) {
     complain(expansion.failure);
     return ExitFailed;
   }
-  std::printf("%s\n", expansion.text.c_str());
+  printLine(expansion.text);
   nameDoubtfulTokens(options.text);
   if (hasPolicy && expansion.rule == 0) {
     complain("no rule matches the message: values of rules are missing");

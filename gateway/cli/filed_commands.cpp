@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdio>
 #include <ctime>
 #include <filesystem>
 #include <iostream>
@@ -163,9 +162,8 @@ std::string whatIsLeftToDo(const IndexEntry& entry) {
 }
 
 bool agreed(const std::vector<IndexEntry>& entries) {
-  for (const IndexEntry& entry : entries) std::fputs(filedLine(entry).c_str(), stderr);
-  std::fprintf(stderr, "Delete %s for good? [y/N] ",
-               counted(entries.size(), "message", "messages").c_str());
+  for (const IndexEntry& entry : entries) printAside(filedLine(entry));
+  printAside("Delete " + counted(entries.size(), "message", "messages") + " for good? [y/N] ");
   std::string answer;
   return std::getline(std::cin, answer) && (answer == "y" || answer == "yes");
 }

@@ -85,4 +85,8 @@ void printText(const std::string& text) {
 
 void printLine(const std::string& text) { printText(text + "\n"); }
 
+void printAside(const std::string& text) {
+  static_cast<void>(std::fwrite(text.data(), 1, text.size(), stderr));
+}
+
 }  // namespace gateway::cli

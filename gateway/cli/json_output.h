@@ -40,4 +40,8 @@ void printText(const std::string& text);
 /// The same, and a line break.
 void printLine(const std::string& text);
 
+/// Writes \p text, for the person at the terminal, to standard error. When that fails, nobody is
+/// there to be told.
+void printAside(const std::string& text);
+
 }  // namespace gateway::cli

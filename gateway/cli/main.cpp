@@ -38,7 +38,7 @@ std::string unknownCommand(const CLI::App& app, int argc, char** argv,
                            std::vector<std::string_view>& known) {
   const CLI::App* at = &app;
   for (int i = 1; i < argc && at->get_require_subcommand_min() != 0; ++i) {
-    const std::string word = argv[i];
+    std::string word = argv[i];
     if (word.starts_with("-")) return {};
     const CLI::App* next = nullptr;
     for (const CLI::App* child : at->get_subcommands([](const CLI::App*) { return true; })) {
@@ -112,7 +112,7 @@ int runGuarded(int argc, char** argv) {
 int main(int argc, char** argv) {
   holdStandardDescriptors();
   // A file size limit is an error like a full disk, not an end.
-  std::signal(SIGXFSZ, SIG_IGN);
+  static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
   const bool asJson = wantsJson(argc, argv);
   if (asJson) keepComplaints();
   const int status = runGuarded(argc, argv);

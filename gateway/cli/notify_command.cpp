@@ -8,6 +8,7 @@
 
 #include "gateway/cli/delivery_setup.h"
 #include "gateway/cli/dry_adapter.h"
+#include "gateway/cli/json_output.h"
 #include "gateway/cli/message_job.h"
 #include "gateway/cli/startup.h"
 #include "gateway/engine/engine.h"
@@ -134,13 +135,14 @@ Result resultOf(const engine::Outcome& outcome) {
 
 int preview(const Result& result) {
   if (result.mail != nullptr) {
-    std::fprintf(stderr, "mail from <%s> to %s\n", printable(result.mail->sender).c_str(),
-                 bracketed(result.mail->recipients).c_str());
-    std::fwrite(result.mail->bytes.data(), 1, result.mail->bytes.size(), stdout);
+    printAside("mail from <" + printable(result.mail->sender) + "> to " +
+               bracketed(result.mail->recipients) + "\n");
+    printText(result.mail->bytes);
   }
   if (result.trap != nullptr) {
-    std::fprintf(stderr, "trap to %s, type %lu: %s\n", printable(result.trap->server).c_str(),
-                 result.trap->specificType, printable(result.trap->text).c_str());
+    printAside("trap to " + printable(result.trap->server) + ", type " +
+               std::to_string(result.trap->specificType) + ": " + printable(result.trap->text) +
+               "\n");
   }
   return std::fflush(stdout) == 0 ? ExitDone : ExitFailed;
 }
@@ -158,8 +160,7 @@ int sendTest(const engine::OwnMail& mail, const std::string& address,
     complain(outcome.text());
     return ExitFailed;
   }
-  std::printf("sent to <%s> through %s\n", printable(address).c_str(),
-              printable(delivery.plain.text()).c_str());
+  printLine("sent to <" + printable(address) + "> through " + printable(delivery.plain.text()));
   return ExitDone;
 }
 

@@ -3,8 +3,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 
+#include "gateway/cli/json_output.h"
 #include "gateway/cli/terminal.h"
 
 namespace gateway::cli {
@@ -21,15 +21,13 @@ void Progress::show(std::size_t done, const std::string& brief) {
   line += std::to_string(done) + "/" + std::to_string(total_) + "  " + brief;
   const std::size_t columns = terminalWidth(STDERR_FILENO);
   if (line.size() >= columns) line.resize(columns - 1);
-  std::fprintf(stderr, "\r\x1b[K%s", line.c_str());
-  std::fflush(stderr);
+  printAside("\r\x1b[K" + line);
   drawn_ = true;
 }
 
 void Progress::clear() {
   if (!drawn_) return;
-  std::fputs("\r\x1b[K", stderr);
-  std::fflush(stderr);
+  printAside("\r\x1b[K");
   drawn_ = false;
 }
 

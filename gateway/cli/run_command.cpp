@@ -147,7 +147,8 @@ class Reporter {
   void print(const std::string& text) {
     progress_.clear();
     printText(text);
-    if (progressOn()) std::fflush(stdout);
+    // What fails here leaves its mark on the stream, for the end.
+    if (progressOn()) static_cast<void>(std::fflush(stdout));
     printed_ = true;
   }
 

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <cstdio>
 #include <ctime>
 #include <filesystem>
 #include <iostream>
@@ -96,10 +95,9 @@ class OpenSpool {
 
 bool agreed(const std::vector<SpoolItem>& items) {
   for (const SpoolItem& item : items) {
-    std::fprintf(stderr, "%s", spoolText(item, std::time(nullptr)).c_str());
+    printAside(spoolText(item, std::time(nullptr)));
   }
-  std::fprintf(stderr, "Delete %s for good? [y/N] ",
-               counted(items.size(), "message", "messages").c_str());
+  printAside("Delete " + counted(items.size(), "message", "messages") + " for good? [y/N] ");
   std::string answer;
   return std::getline(std::cin, answer) && (answer == "y" || answer == "yes");
 }
@@ -165,8 +163,8 @@ int spoolRetryCommand(const SpoolOptions& options, const std::vector<std::string
     if (error == AdapterError::None || (all && error == AdapterError::NotFound)) continue;
     status = open.complainOf(id, error);
   }
-  std::printf("%s due now (kavi spool send sends them, and so does kavi run --deliver)\n",
-              counted(done, "message is", "messages are").c_str());
+  printLine(counted(done, "message is", "messages are") +
+            " due now (kavi spool send sends them, and so does kavi run --deliver)");
   return status;
 }
 
@@ -200,7 +198,7 @@ int spoolDeleteCommand(const SpoolOptions& options, const std::vector<std::strin
     if (error == AdapterError::None) ++done;
     if (error != AdapterError::None) status = open.complainOf(item.id, error);
   }
-  std::printf("%s deleted\n", counted(done, "message", "messages").c_str());
+  printLine(counted(done, "message", "messages") + " deleted");
   return status;
 }
 

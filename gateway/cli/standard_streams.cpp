@@ -29,7 +29,7 @@ void holdStandardDescriptors() {
   }
 }
 
-void ignoreBrokenPipes() { std::signal(SIGPIPE, SIG_IGN); }
+void ignoreBrokenPipes() { static_cast<void>(std::signal(SIGPIPE, SIG_IGN)); }
 
 void noteChange(const std::string& change) {
   ignoreBrokenPipes();
