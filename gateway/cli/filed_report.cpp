@@ -15,7 +15,7 @@ using host::core::printable;
 using host::store::IndexEntry;
 using nlohmann::ordered_json;
 
-constexpr std::int64_t kSecondsPerDay = 24 * 60 * 60;
+constexpr std::int64_t kSecondsPerDay = std::int64_t{24} * 60 * 60;
 
 std::string senderOf(const IndexEntry& entry) {
   return entry.sender ? "<" + *entry.sender + ">" : "unknown";

@@ -55,7 +55,7 @@ void act(Message& message, const InputMessage& input, const JobSettings& setting
 /// The recipients of what goes on, when they are others than before.
 void noteRecipients(const Message& message, MessageResult& result) {
   if (!engine::goesOn(result.outcome.verdict)) return;
-  const host::message::Envelope now = message.envelope();
+  const host::message::Envelope& now = message.envelope();
   if (now.recipients != result.envelope.envelope.recipients) {
     result.outputRecipients = now.recipients;
   }

@@ -304,7 +304,7 @@ std::string Summary::brief() const {
 
 std::string Summary::text(const Style& style, double seconds) const {
   char time[32];
-  std::snprintf(time, sizeof time, "%.2f s", seconds);
+  static_cast<void>(std::snprintf(time, sizeof time, "%.2f s", seconds));
   std::string out =
       style.bold(counted(messages_, "message", "messages")) + style.dim(" in ") + time;
   out += ": " + style.good(withThousands(unchanged_) + " unchanged");

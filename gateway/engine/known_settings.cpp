@@ -115,6 +115,7 @@ bool hasKey(const Section& section, std::string_view key) {
 /// What to write instead of \p word, in brackets: the known one that comes close, or all.
 std::string remedy(const std::string& word, const std::vector<std::string_view>& known) {
   std::vector<std::string> folded;
+  folded.reserve(known.size());
   for (const std::string_view name : known) folded.push_back(lowered(name));
   const std::string_view meant =
       policy::closestTo(word, std::vector<std::string_view>(folded.begin(), folded.end()));

@@ -32,8 +32,9 @@ std::string AnswerMarks::open(const std::string& folder) {
   if (error == FileError::None) error = marks.list(names);
   if (error != FileError::None) return folder + ": " + host::core::fileErrorText(error);
   folder_ = folder;
+  const std::string prefix = folder + "/";
   for (const std::string& name : names) {
-    const std::string path = folder + "/" + name;
+    const std::string path = prefix + name;
     if (isOld(path)) {
       ::unlink(path.c_str());
     } else {
@@ -48,7 +49,7 @@ bool AnswerMarks::begin(const host::store::Digest& message) {
   const std::string path = folder_ + "/" + name;
   const bool isStale = isOld(path);
   // Without a mark, on a full disk, nothing is worse than a doubling that nobody is told of.
-  host::core::Descriptor(
+  const host::core::Descriptor mark(
       host::core::FileOps::system(),
       ::open(path.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC | O_NOFOLLOW, 0600));
   const std::lock_guard lock(mutex_);

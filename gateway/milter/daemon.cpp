@@ -38,7 +38,7 @@ constexpr char kTemporary[] = "incoming";
 constexpr char kAnswers[] = "answers";
 
 void complain(const std::string& text) {
-  std::fprintf(stderr, "kavi-milter: %s\n", host::core::printable(text).c_str());
+  static_cast<void>(std::fprintf(stderr, "kavi-milter: %s\n", host::core::printable(text).c_str()));
 }
 
 /// Every line of \p text that is not empty.
@@ -72,7 +72,8 @@ class Daemon {
       if (!milter_.read(settings_, further)) faults += further;
       if (!delivery_.read(settings_, further)) faults += further;
     }
-    for (const std::string& line : unknown) complain("warning: " + config + ": " + line);
+    const std::string warning = "warning: " + config + ": ";
+    for (const std::string& line : unknown) complain(warning + line);
     complainOfLines(faults);
     engine::setDefaults(settings_);
     return faults.empty() && !(strict && !unknown.empty());

@@ -25,7 +25,7 @@ int main(int argc, char** argv) {
     }
     return gateway::milter::runDaemon(config, checkOnly);
   } catch (const std::exception& fault) {
-    std::fprintf(stderr, "kavi-milter: %s\n", fault.what());
+    static_cast<void>(std::fprintf(stderr, "kavi-milter: %s\n", fault.what()));
     return ExitFailed;
   }
 }

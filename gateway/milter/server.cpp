@@ -80,7 +80,7 @@ sfsistat onConnect(SMFICTX* context, char* host, _SOCK_ADDR* address) {
     auto session = std::make_unique<Session>(*server);
     session->connect(host, address);
     if (smfi_setpriv(context, session.get()) != MI_SUCCESS) return SMFIS_TEMPFAIL;
-    session.release();  // until onClose
+    static_cast<void>(session.release());  // the context holds it until onClose
     return SMFIS_CONTINUE;
   });
 }

@@ -22,8 +22,8 @@ void blockSignals() {
   sigaddset(&set, SIGINT);
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
   // A mail system that goes away, and a file size limit, are errors of a call and no end.
-  std::signal(SIGPIPE, SIG_IGN);
-  std::signal(SIGXFSZ, SIG_IGN);
+  static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+  static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
 }
 
 ReloadSignal::ReloadSignal(std::function<void()> reload)

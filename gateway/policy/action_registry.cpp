@@ -88,7 +88,7 @@ bool decodePostpone(const std::string& setting, std::string& value) {
     return false;
   }
   char text[32];
-  std::snprintf(text, sizeof text, "%02d:%02d", settings.hour, settings.min);
+  static_cast<void>(std::snprintf(text, sizeof text, "%02d:%02d", settings.hour, settings.min));
   value = text;
   return true;
 }

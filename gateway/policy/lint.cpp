@@ -225,7 +225,7 @@ class Linter {
       if (spec->disposes && disposer == nullptr) disposer = spec;
       const std::string doubt =
           spec->doubt != nullptr ? spec->doubt(rule.actions[i].setting) : std::string();
-      if (!doubt.empty()) warn(line, called + " " + doubt);
+      if (!doubt.empty()) warn(line, std::string(called).append(" ").append(doubt));
     }
   }
 

@@ -363,7 +363,7 @@ std::unique_ptr<Document> readYaml(std::string_view text, Diagnostics& diagnosti
       throw Refused{second.root() != nullptr ? second.root()->line : 0,
                     "a second YAML document (a policy is one document: remove the '---')"};
     }
-    if (buffer.refusal() != nullptr) throw *buffer.refusal();
+    if (const Refused* refused = buffer.refusal()) throw Refused{refused->line, refused->message};
     document->setRoot(root);
     return document;
   } catch (const Refused& refused) {

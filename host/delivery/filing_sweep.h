@@ -41,7 +41,7 @@ class KAVI_API FilingSweep {
  public:
   static constexpr char kMark[] = ".kavi-folder";
   /// Longer than senders wait between two attempts.
-  static constexpr std::int64_t kMinimumAgeSeconds = 3 * 60 * 60;
+  static constexpr std::int64_t kMinimumAgeSeconds = std::int64_t{3} * 60 * 60;
 
   FilingSweep(store::MessageIndex& index, core::FileOps& ops) : index_(index), ops_(ops) {}
 

@@ -10,7 +10,7 @@ namespace {
 constexpr std::int64_t kMinute = 60;
 constexpr std::int64_t kHour = 60 * kMinute;
 constexpr std::int64_t kDay = 24 * kHour;
-constexpr std::int64_t kLatest = 8000 * 366 * kDay;  // what lies beyond is no time of a clock
+constexpr std::int64_t kLatest = kDay * 366 * 8000;  // what lies beyond is no time of a clock
 constexpr TimeWindow kWholeDay{0, 0, 23, 59};
 
 // How far local time is ahead of UTC at a moment, in seconds.

@@ -66,7 +66,8 @@ void requireOwnFile(const core::Folder& folder, const std::string& name) {
 
 }  // namespace
 
-SqlitePool::SqlitePool(std::string path, int busyTimeoutMs, Upkeep upkeep, core::FileOps& ops)
+SqlitePool::SqlitePool(const std::string& path, int busyTimeoutMs, Upkeep upkeep,
+                       core::FileOps& ops)
     : path_(asFileName(path)), busyTimeoutMs_(busyTimeoutMs), upkeep_(upkeep), ops_(ops) {}
 
 std::unique_ptr<Connection> SqlitePool::take() {

@@ -16,7 +16,7 @@ namespace host::store {
 
 class SqlitePool final : public ConnectionPool {
  public:
-  SqlitePool(std::string path, int busyTimeoutMs, Upkeep upkeep, core::FileOps& ops);
+  SqlitePool(const std::string& path, int busyTimeoutMs, Upkeep upkeep, core::FileOps& ops);
 
   /// The file is made (mode 0600, in a folder of mode 0700) when it is missing, if that is wanted.
   std::unique_ptr<Connection> take() override;

@@ -122,7 +122,7 @@ TrapError sendTrapTo(const std::string& peer, const Oid& enterprise, const KaviT
   Pdu pdu = makePdu(enterprise, trap);
   if (pdu == nullptr) return TrapError::Internal;
   if (snmp_sess_send(session.get(), pdu.get()) == 0) return TrapError::CannotSend;
-  pdu.release();  // sent, and freed by the session
+  static_cast<void>(pdu.release());  // sent, and freed by the session
   return TrapError::None;
 }
 

@@ -35,7 +35,7 @@ int checkTexts(const char* name, const char* content) {
 NameObjectSummary::NameObjectSummary(const SummaryNamedObject& row)
     : id(row.id), name(row.name), firstFlag(row.firstFlag), secondFlag(row.secondFlag) {}
 
-NameObjectAccess::NameObjectAccess(KaviNamedObj::NaObjType objectType) : type(objectType) {}
+NameObjectAccess::NameObjectAccess(KaviNamedObj::NaObjType objectType) : type_(objectType) {}
 
 NameObjectAccess::~NameObjectAccess() = default;
 
@@ -44,7 +44,7 @@ int NameObjectAccess::getList(unsigned int owner, std::list<NameObjectSummary>& 
   return quietly(ListFailed, [&]() -> int {
     Kavi::RdbmsInterface database;
     std::list<SummaryNamedObject> rows;
-    if (KaviNamedObj::getIds(database, owner, type, rows) != 0) {
+    if (KaviNamedObj::getIds(database, owner, type_, rows) != 0) {
       return ListFailed;
     }
     objects = std::list<NameObjectSummary>(rows.begin(), rows.end());
@@ -59,7 +59,7 @@ int NameObjectAccess::add(unsigned int owner, const char* name, const char* cont
   }
   return quietly(AddRefused, [&]() -> int {
     Kavi::RdbmsInterface database;
-    const int result = KaviNamedObj::add(database, owner, name, content, type, id);
+    const int result = KaviNamedObj::add(database, owner, name, content, type_, id);
     return result == 0 ? Success : AddRefused;
   });
 }
@@ -71,7 +71,7 @@ int NameObjectAccess::update(unsigned int owner, unsigned int id, const char* na
   }
   return quietly(ModifyRefused, [&]() -> int {
     Kavi::RdbmsInterface database;
-    const int result = KaviNamedObj::modify(database, id, owner, name, content, type);
+    const int result = KaviNamedObj::modify(database, id, owner, name, content, type_);
     return result == 0 ? Success : ModifyRefused;
   });
 }

@@ -74,5 +74,5 @@ class KAVI_API NameObjectAccess {
   virtual ~NameObjectAccess();
 
  private:
-  KaviNamedObj::NaObjType type;
+  KaviNamedObj::NaObjType type_;
 };

@@ -94,11 +94,12 @@ void ActPackwatch::readVersions(const std::string& path) {
     file.getparam("update", kVersionKeys[index], versions[index]);
   }
   char subject[kMaxSubject + 1];
-  std::snprintf(subject, sizeof subject,
-                "KAVI Lurebox Feedback:  engine: %s, viruspat: %s, agentpat: %s, spywarepat: %s, "
-                "heurpat: %s, heurexc: %s",
-                versions[0].c_str(), versions[1].c_str(), versions[2].c_str(), versions[3].c_str(),
-                versions[4].c_str(), versions[5].c_str());
+  static_cast<void>(std::snprintf(
+      subject, sizeof subject,
+      "KAVI Lurebox Feedback:  engine: %s, viruspat: %s, agentpat: %s, spywarepat: %s, "
+      "heurpat: %s, heurexc: %s",
+      versions[0].c_str(), versions[1].c_str(), versions[2].c_str(), versions[3].c_str(),
+      versions[4].c_str(), versions[5].c_str()));
   s_pattern_info = subject;
   ActionUtils::L2("load pattern info success:%s", s_pattern_info.c_str());
 }

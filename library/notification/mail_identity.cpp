@@ -54,9 +54,9 @@ std::string mailDate(std::time_t now) {
   const long offset = offsetSeconds(now, local);
   const auto distance = static_cast<unsigned long>(offset < 0 ? -offset : offset);
   char zone[48];
-  std::snprintf(zone, sizeof zone, " %c%02u%02u", offset < 0 ? '-' : '+',
-                static_cast<unsigned int>(distance / 3600),
-                static_cast<unsigned int>(distance % 3600 / 60));
+  static_cast<void>(std::snprintf(zone, sizeof zone, " %c%02u%02u", offset < 0 ? '-' : '+',
+                                  static_cast<unsigned int>(distance / 3600),
+                                  static_cast<unsigned int>(distance % 3600 / 60)));
   std::string text = (dateAndTime(local) + zone).substr(0, kMaxDate);
   if (text.ends_with('\n')) {
     text.pop_back();
@@ -67,9 +67,9 @@ std::string mailDate(std::time_t now) {
 std::string mailMessageId(unsigned int scannerId, std::uint64_t time, const char* messageId,
                           const char* host) {
   char buffer[1024];
-  std::snprintf(buffer, sizeof buffer, "<%X-%X%X-%s@%s>", scannerId,
-                static_cast<unsigned int>(time >> 32), static_cast<unsigned int>(time), messageId,
-                host);
+  static_cast<void>(std::snprintf(buffer, sizeof buffer, "<%X-%X%X-%s@%s>", scannerId,
+                                  static_cast<unsigned int>(time >> 32),
+                                  static_cast<unsigned int>(time), messageId, host));
   return buffer;
 }
 
