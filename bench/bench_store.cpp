@@ -186,6 +186,29 @@ void listPage(benchmark::State& state, Kind kind) {
   }
 }
 
+void listRules(benchmark::State& state, Kind kind) {
+  Bed& bed = bedOf(kind, state);
+  const auto rules = static_cast<std::uint32_t>(state.range(0) / kObjectsToARule);
+  std::uint32_t after = 0;
+  for (auto _ : state) {
+    after = (after + 7919) % (rules - 50);
+    PolicyRecord part;
+    const RulePage page{after == 0 ? std::optional<std::uint32_t>() : after, 50};
+    require(bed.store->listRules(page, part).ok() && part.rules.size() == 50, "listing rules");
+  }
+}
+
+void findRule(benchmark::State& state, Kind kind) {
+  Bed& bed = bedOf(kind, state);
+  const auto rules = static_cast<std::uint32_t>(state.range(0) / kObjectsToARule);
+  std::uint32_t id = 0;
+  for (auto _ : state) {
+    id = (id + 7919) % rules;
+    PolicyRecord part;
+    require(bed.store->findRule(id + 1, part).ok() && part.objects.size() == 1, "finding a rule");
+  }
+}
+
 void readRevision(benchmark::State& state, Kind kind) {
   Bed& bed = bedOf(kind, state);
   for (auto _ : state) {
@@ -222,7 +245,8 @@ void changeOneRule(benchmark::State& state, Kind kind) {
 constexpr std::pair<const char*, void (*)(benchmark::State&, Kind)> kBenches[] = {
     {"plainPolicy", plainPolicy},     {"readPolicy", readPolicy}, {"loadPolicy", loadPolicy},
     {"changeOneRule", changeOneRule}, {"plainPage", plainPage},   {"listPage", listPage},
-    {"readRevision", readRevision},   {"addObject", addObject}};
+    {"listRules", listRules},         {"findRule", findRule},     {"readRevision", readRevision},
+    {"addObject", addObject}};
 
 int makeStoreAt(const std::string& location, int objects, int rules) {
   StoreStatus status;

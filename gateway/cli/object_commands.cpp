@@ -3,6 +3,7 @@
 #include <list>
 #include <nlohmann/json.hpp>
 
+#include "gateway/cli/attempts.h"
 #include "gateway/cli/json_output.h"
 #include "gateway/cli/object_report.h"
 #include "gateway/cli/object_target.h"
@@ -223,10 +224,9 @@ namespace {
 /// -> exit status
 template <class Attempt>
 int unlessOvertaken(Database& store, Attempt&& attempt) {
-  constexpr int kMostAttempts = 50;
   int status = ExitDone;
   bool again = true;
-  for (int i = 0; again && i < kMostAttempts; ++i) {
+  for (Attempts attempts; again && attempts.next();) {
     std::int64_t revision = 0;
     if (const StoreStatus read = store.readRevision(revision); !read.ok()) {
       complain(read.text);

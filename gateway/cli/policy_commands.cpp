@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <ctime>
 #include <memory>
@@ -11,6 +10,7 @@
 #include <optional>
 #include <utility>
 
+#include "gateway/cli/attempts.h"
 #include "gateway/cli/json_output.h"
 #include "gateway/cli/policy_report.h"
 #include "gateway/cli/replaced_file.h"
@@ -32,9 +32,6 @@ using host::store::StoreError;
 using host::store::StoreStatus;
 using nlohmann::ordered_json;
 using policy::Diagnostic;
-
-/// How often a change is worked out anew when others change the store meanwhile.
-constexpr std::chrono::seconds kPatience{30};  // with others that keep changing the store
 
 ordered_json jsonOf(const Diagnostic& diagnostic) {
   ordered_json json = {
@@ -75,8 +72,7 @@ class Application {
       : options_(options), store_(store), style_(options.colour, STDOUT_FILENO) {}
 
   int run(const policy::PolicyRows& rows) {
-    const auto end = std::chrono::steady_clock::now() + kPatience;
-    for (bool isFirst = true; isFirst || std::chrono::steady_clock::now() < end; isFirst = false) {
+    for (Attempts attempts; attempts.next();) {
       PolicyRecord present;
       if (const StoreStatus status = store_.readPolicy(present); !status.ok()) {
         return fail(status, "nothing is changed");
@@ -102,7 +98,8 @@ class Application {
                                 ? "see with kavi policy diff whether anything is changed"
                                 : "nothing is changed");
       }
-      if (isFirst) remark("somebody has changed the store meanwhile: working it out anew");
+      if (attempts.isFirst())
+        remark("somebody has changed the store meanwhile: working it out anew");
     }
     complain("nothing applied: others keep changing the store (try again)");
     return ExitFailed;

@@ -4,6 +4,7 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 
+#include "gateway/cli/attempts.h"
 #include "gateway/cli/bound_action.h"
 #include "gateway/cli/json_output.h"
 #include "gateway/cli/object_report.h"
@@ -24,22 +25,31 @@ using host::store::StoreError;
 using host::store::StoreStatus;
 using nlohmann::ordered_json;
 
-/// A policy that others change all the time is not changed by us.
-constexpr int kMostAttempts = 20;
+void complainOfMissing(std::uint32_t rule) {
+  complain("there is no rule " + std::to_string(rule) + " (kavi rule list shows what is there)");
+}
 
-/// A store with its policy as it stands now.
+/// A store with its policy, or a part of that, as it stands now.
 struct PolicySession : StoreSession {
   PolicyRecord policy;
 
-  int open(const StoreOptions& options) {
-    const int status = StoreSession::open(options);
-    return status == ExitDone ? read() : status;
-  }
-
+  /// Reads the whole policy. \return the exit status, after a complaint, as of all these
   int read() {
     const StoreStatus status = store->readPolicy(policy);
     if (!status.ok()) complain(status.text);
     return status.ok() ? ExitDone : ExitFailed;
+  }
+
+  /// Opens the store and reads a page of the rules.
+  int openPage(const StoreOptions& options, const host::store::RulePage& page) {
+    if (const int status = open(options); status != ExitDone) return status;
+    return outcomeOf(store->listRules(page, policy), page.afterRule.value_or(0));
+  }
+
+  /// Opens the store and reads one rule.
+  int openRule(const StoreOptions& options, std::uint32_t rule) {
+    if (const int status = open(options); status != ExitDone) return status;
+    return outcomeOf(store->findRule(rule, policy), rule);
   }
 
   /// Null after a complaint.
@@ -47,8 +57,19 @@ struct PolicySession : StoreSession {
     for (RuleRecord& rule : policy.rules) {
       if (rule.id == id) return &rule;
     }
-    complain("there is no rule " + std::to_string(id) + " (kavi rule list shows what is there)");
+    complainOfMissing(id);
     return nullptr;
+  }
+
+ private:
+  static int outcomeOf(const StoreStatus& status, std::uint32_t rule) {
+    if (status.ok()) return ExitDone;
+    if (status.error == StoreError::NotFound) {
+      complainOfMissing(rule);
+    } else {
+      complain(status.text);
+    }
+    return ExitFailed;
   }
 };
 
@@ -167,43 +188,40 @@ int report(const PolicySession& session, const RuleOptions& options, const Bindi
 
 int ruleListCommand(const RuleOptions& options, const RulePage& page) {
   PolicySession session;
-  if (const int status = session.open(options.store); status != ExitDone) return status;
+  // One more than wanted tells whether there are more.
+  const std::size_t limit = page.limit ? *page.limit + 1 : SIZE_MAX;
+  const int status = session.openPage(options.store, {page.after, limit});
+  if (status != ExitDone) return status;
   std::vector<RuleRecord>& rules = session.policy.rules;
-  if (page.after) {
-    const RuleRecord* before = session.requireRule(*page.after);
-    if (before == nullptr) return ExitFailed;
-    rules.erase(rules.begin(), rules.begin() + (before - rules.data()) + 1);
-  }
-  const std::size_t count = std::min(page.limit.value_or(rules.size()), rules.size());
-  const bool isCut = count < rules.size();
-  rules.resize(count);
+  const bool isCut = page.limit && rules.size() > *page.limit;
+  if (isCut) rules.pop_back();
   if (options.json) {
     printJson(ruleListJson(session.policy));
     return ExitDone;
   }
   printText(ruleListText(rules));
-  if (isCut && count != 0) printLine("there are more: --after " + std::to_string(rules.back().id));
+  if (isCut) printLine("there are more: --after " + std::to_string(rules.back().id));
   return ExitDone;
 }
 
 int ruleShowCommand(const RuleOptions& options) {
   PolicySession session;
-  if (const int status = session.open(options.store); status != ExitDone) return status;
-  const RuleRecord* rule = session.requireRule(options.rule);
-  if (rule == nullptr) return ExitFailed;
+  const int status = session.openRule(options.store, options.rule);
+  if (status != ExitDone) return status;
+  const RuleRecord& rule = session.policy.rules.front();
   if (options.json) {
-    printJson(ruleJson(session.policy, *rule));
+    printJson(ruleJson(session.policy, rule));
   } else {
-    printText(ruleShowText(session.policy, *rule));
+    printText(ruleShowText(session.policy, rule));
   }
   return ExitDone;
 }
 
 int ruleBindingsCommand(const RuleOptions& options) {
   PolicySession session;
-  if (const int status = session.open(options.store); status != ExitDone) return status;
-  const RuleRecord* rule = session.requireRule(options.rule);
-  if (rule == nullptr) return ExitFailed;
+  int status = session.openRule(options.store, options.rule);
+  if (status != ExitDone) return status;
+  const RuleRecord* rule = &session.policy.rules.front();
   std::vector<std::size_t> places;
   if (options.action.empty()) {
     for (std::size_t i = 0; i < rule->actions.size(); ++i) {
@@ -216,7 +234,6 @@ int ruleBindingsCommand(const RuleOptions& options) {
     return ExitUsage;
   }
   BindingsReport found;
-  int status = ExitDone;
   for (const std::size_t place : places) {
     BoundAction bound;
     std::vector<unsigned int> ids;
@@ -233,15 +250,14 @@ int ruleBindCommand(const RuleOptions& options, const std::vector<std::string>& 
   PolicySession session;
   if (const int status = session.open(options.store); status != ExitDone) return status;
   Binding binding;
-  for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
-    if (attempt != 0) {
-      if (const int status = session.read(); status != ExitDone) return status;
-    }
+  for (Attempts attempts; attempts.next();) {
+    if (const int status = session.read(); status != ExitDone) return status;
     if (const int status = tryBinding(session, options, objects, binding); status != ExitDone) {
       return status;
     }
     if (!binding.again) break;
   }
+  if (binding.again) binding.fault += " (others keep changing the store: try again)";
   return report(session, options, binding);
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,12 @@ struct PolicyRecord {
   std::vector<RuleRecord> rules;      ///< by order
 };
 
+/// A part of the rules, in the order in which they run.
+struct RulePage {
+  std::optional<std::uint32_t> afterRule;  ///< the last rule of the page before; nothing: the begin
+  std::size_t limit = 100;
+};
+
 /// One change, as somebody made it.
 struct AuditRecord {
   std::int64_t row = 0;  ///< ascending
@@ -59,6 +66,15 @@ struct AuditRecord {
 class KAVI_API PolicyStore : public ObjectStore {
  public:
   virtual StoreStatus readPolicy(PolicyRecord& policy) = 0;
+
+  /// Reads a page of the rules. It costs what the page holds, however large the policy is.
+  /// \param part  receives a policy of these rules alone: its objects are those that they refer
+  ///   to, without their contents
+  /// \return NotFound when there is no rule \p page goes on behind
+  virtual StoreStatus listRules(const RulePage& page, PolicyRecord& part) = 0;
+
+  /// The same for the one rule of that id. NotFound when there is none.
+  virtual StoreStatus findRule(std::uint32_t id, PolicyRecord& part) = 0;
 
   /// Makes \p policy the policy, in one transaction: what it does not name is removed, what is
   /// there already and the same is left alone. Objects that are new have ids above lastObjectId,

@@ -26,22 +26,23 @@ Kind kindOf(const Query& query, int column, Kind last) {
   return static_cast<Kind>(number);
 }
 
-std::vector<RuleRecord> readRules(Connection& connection) {
+RuleRecord readRule(const Query& query) {
+  RuleRecord rule;
+  rule.id = numberOf<std::uint32_t>(query, 0);
+  rule.name = query.bytes(1);
+  rule.order = numberOf<std::uint32_t>(query, 2);
+  rule.enabled = query.number(3) != 0;
+  rule.condition = query.bytes(4);
+  rule.onFailure = kindOf(query, 5, OnFailure::Accept);
+  rule.verdict.kind = kindOf(query, 6, RuleVerdict::Kind::TempFail);
+  // Rules of a store that was made before there were verdicts have none.
+  if (!query.isNull(7)) rule.verdict.text = query.bytes(7);
+  return rule;
+}
+
+std::vector<RuleRecord> readRules(Query& query) {
   std::vector<RuleRecord> rules;
-  Query query(connection, sql::kReadRules);
-  while (query.next()) {
-    RuleRecord rule;
-    rule.id = numberOf<std::uint32_t>(query, 0);
-    rule.name = query.bytes(1);
-    rule.order = numberOf<std::uint32_t>(query, 2);
-    rule.enabled = query.number(3) != 0;
-    rule.condition = query.bytes(4);
-    rule.onFailure = kindOf(query, 5, OnFailure::Accept);
-    rule.verdict.kind = kindOf(query, 6, RuleVerdict::Kind::TempFail);
-    // Rules of a store that was made before there were verdicts have none.
-    if (!query.isNull(7)) rule.verdict.text = query.bytes(7);
-    rules.push_back(std::move(rule));
-  }
+  while (query.next()) rules.push_back(readRule(query));
   return rules;
 }
 
@@ -57,40 +58,66 @@ ActionRecord& actionAt(std::unordered_map<std::int64_t, RuleRecord*>& rules, std
   return actions[static_cast<std::size_t>(position) - 1];
 }
 
-void readActions(Connection& connection, std::vector<RuleRecord>& rules) {
+// Gives the rules what two queries select of them: the actions, and the objects of these.
+void readActions(Query& actions, Query& objects, std::vector<RuleRecord>& rules) {
   std::unordered_map<std::int64_t, RuleRecord*> byId;
   for (RuleRecord& rule : rules) byId.emplace(rule.id, &rule);
-  {
-    Query query(connection, sql::kReadActions);
-    while (query.next()) {
-      const auto rule = byId.find(query.number(0));
-      if (rule == byId.end()) damaged("an action without its rule");
-      rule->second->actions.push_back({numberOf<int>(query, 2), query.bytes(3), {}});
-      actionAt(byId, query.number(0), query.number(1));
-    }
+  while (actions.next()) {
+    const auto rule = byId.find(actions.number(0));
+    if (rule == byId.end()) damaged("an action without its rule");
+    rule->second->actions.push_back({numberOf<int>(actions, 2), actions.bytes(3), {}});
+    actionAt(byId, actions.number(0), actions.number(1));
   }
-  Query query(connection, sql::kReadRuleObjects);
-  while (query.next()) {
-    ActionRecord& action = actionAt(byId, query.number(0), query.number(1));
-    action.objects.push_back(numberOf<std::uint32_t>(query, 2));
+  while (objects.next()) {
+    ActionRecord& action = actionAt(byId, objects.number(0), objects.number(1));
+    action.objects.push_back(numberOf<std::uint32_t>(objects, 2));
   }
+}
+
+void readState(Connection& connection, PolicyRecord& policy) {
+  Query query(connection, sql::kReadState);
+  if (!query.next()) damaged("the policy's revision is missing");
+  policy.revision = query.number(0);
+  policy.lastObjectId = numberOf<std::uint32_t>(query, 1);
 }
 
 PolicyRecord readWhole(Connection& connection) {
   PolicyRecord policy;
-  {
-    Query query(connection, sql::kReadState);
-    if (!query.next()) damaged("the policy's revision is missing");
-    policy.revision = query.number(0);
-    policy.lastObjectId = numberOf<std::uint32_t>(query, 1);
-  }
-  {
-    Query query(connection, sql::kReadObjects);
-    while (query.next()) policy.objects.push_back(readObject(query, ObjectContent::Read));
-  }
-  policy.rules = readRules(connection);
-  readActions(connection, policy.rules);
+  readState(connection, policy);
+  Query objects(connection, sql::kReadObjects);
+  while (objects.next()) policy.objects.push_back(readObject(objects, ObjectContent::Read));
+  Query rules(connection, sql::kReadRules);
+  policy.rules = readRules(rules);
+  Query actions(connection, sql::kReadActions);
+  Query references(connection, sql::kReadRuleObjects);
+  readActions(actions, references, policy.rules);
   return policy;
+}
+
+// The rules that `selected` selects, which stand in a row, and what belongs to them.
+PolicyRecord readPart(Connection& connection, Query& selected) {
+  PolicyRecord part;
+  readState(connection, part);
+  part.rules = readRules(selected);
+  if (part.rules.empty()) return part;
+  const std::int64_t first = part.rules.front().order;
+  const std::int64_t last = part.rules.back().order;
+  Query actions(connection, sql::kListActions);
+  Query references(connection, sql::kListRuleObjects);
+  actions.bind(first).bind(last);
+  references.bind(first).bind(last);
+  readActions(actions, references, part.rules);
+  Query objects(connection, sql::kListReferred);
+  objects.bind(first).bind(last);
+  while (objects.next()) part.objects.push_back(readObject(objects, ObjectContent::Leave));
+  return part;
+}
+
+std::int64_t positionOf(Connection& connection, std::uint32_t rule) {
+  Query query(connection, sql::kFindRule);
+  query.bind(std::int64_t{rule});
+  if (!query.next()) throw StoreFailure(StoreError::NotFound, "rule " + std::to_string(rule));
+  return readRule(query).order;
 }
 
 // The order matters: a rule goes before what it refers to, and comes after it.
@@ -126,6 +153,32 @@ StoreStatus SqlStore::readPolicy(PolicyRecord& policy) {
   StoreStatus status = run(kPolicyRead, Access::Snapshot,
                            [&](Connection& connection) { found = readWhole(connection); });
   if (status.ok()) policy = std::move(found);
+  return status;
+}
+
+StoreStatus SqlStore::listRules(const RulePage& page, PolicyRecord& part) {
+  constexpr std::int64_t kBeforeAll = -1;
+  PolicyRecord found;
+  StoreStatus status = run(kPolicyRead, Access::Snapshot, [&](Connection& connection) {
+    const std::int64_t after =
+        page.afterRule ? positionOf(connection, *page.afterRule) : kBeforeAll;
+    Query query(connection, sql::kListRules);
+    query.bind(after).bind(limitOf(page.limit));
+    found = readPart(connection, query);
+  });
+  if (status.ok()) part = std::move(found);
+  return status;
+}
+
+StoreStatus SqlStore::findRule(std::uint32_t id, PolicyRecord& part) {
+  PolicyRecord found;
+  StoreStatus status = run(kPolicyRead, Access::Snapshot, [&](Connection& connection) {
+    Query query(connection, sql::kFindRule);
+    query.bind(std::int64_t{id});
+    found = readPart(connection, query);
+    if (found.rules.empty()) throw StoreFailure(StoreError::NotFound, "rule " + std::to_string(id));
+  });
+  if (status.ok()) part = std::move(found);
   return status;
 }
 

@@ -61,6 +61,8 @@ class KAVI_API SqlStore : public Database {
   StoreStatus listReferrers(std::uint32_t id, std::vector<RuleName>& rules) override;
 
   StoreStatus readPolicy(PolicyRecord& policy) override;
+  StoreStatus listRules(const RulePage& page, PolicyRecord& part) override;
+  StoreStatus findRule(std::uint32_t id, PolicyRecord& part) override;
   StoreStatus replacePolicy(const PolicyRecord& policy, const ChangeNote& note,
                             std::int64_t& revision) override;
   StoreStatus readRevision(std::int64_t& revision) override;

@@ -1,4 +1,4 @@
-// The statements of the store, one text for every database.
+// The statements of the store, one text for every database. Here are those on policies.
 //
 // Parameters are $1, $2, ... and stand in ascending order where they are used first: SQLite, to
 // which they are names, numbers them by that order, so that both count alike. Texts are kept as
@@ -7,60 +7,9 @@
 
 #include <array>
 
+#include "host/store/sql_index_texts.h"
+
 namespace host::store::sql {
-
-#define KAVI_ENTRY_COLUMNS                                                            \
-  "id, kind, area, message_id, rule, aging_days, sender, recipients, subject, size, " \
-  "stored_at, path"
-#define KAVI_SELECT_ENTRY "SELECT " KAVI_ENTRY_COLUMNS " FROM message_index "
-
-#define KAVI_INSERT_ENTRY                                                                     \
-  "INSERT INTO message_index (kind, area, message_id, rule, aging_days, sender, recipients, " \
-  "subject, size, stored_at, path, expires_at) "                                              \
-  "VALUES ($1, $2, $3, $4, $5, $6, $7, $8, $9, $10, $11, $12) ON CONFLICT (path) DO "
-
-inline constexpr char kAddEntry[] = KAVI_INSERT_ENTRY
-    "UPDATE SET kind = excluded.kind, area = excluded.area, message_id = excluded.message_id, "
-    "rule = excluded.rule, aging_days = excluded.aging_days, sender = excluded.sender, "
-    "recipients = excluded.recipients, subject = excluded.subject, size = excluded.size, "
-    "stored_at = excluded.stored_at, expires_at = excluded.expires_at RETURNING id";
-inline constexpr char kAddMissing[] = KAVI_INSERT_ENTRY "NOTHING";
-inline constexpr char kRemoveEntry[] = "DELETE FROM message_index WHERE id = $1";
-inline constexpr char kRemovePath[] = "DELETE FROM message_index WHERE path = $1";
-inline constexpr char kFindEntry[] = KAVI_SELECT_ENTRY "WHERE id = $1";
-inline constexpr char kFindPath[] = KAVI_SELECT_ENTRY "WHERE path = $1";
-inline constexpr char kFindMessage[] = KAVI_SELECT_ENTRY "WHERE message_id = $1 ORDER BY id";
-
-inline constexpr char kListAll[] = KAVI_SELECT_ENTRY "WHERE id > $1 ORDER BY id LIMIT $2";
-inline constexpr char kListKind[] =
-    KAVI_SELECT_ENTRY "WHERE kind = $1 AND id > $2 ORDER BY id LIMIT $3";
-inline constexpr char kListArea[] =
-    KAVI_SELECT_ENTRY "WHERE area = $1 AND id > $2 ORDER BY id LIMIT $3";
-// The sign keeps the planner on the index of areas, which is the finer one.
-inline constexpr char kListKindArea[] =
-    KAVI_SELECT_ENTRY "WHERE +kind = $1 AND area = $2 AND id > $3 ORDER BY id LIMIT $4";
-inline constexpr char kListExpired[] =
-    KAVI_SELECT_ENTRY "WHERE expires_at <= $1 ORDER BY expires_at, id LIMIT $2";
-inline constexpr char kListPaths[] =
-    "SELECT id, path FROM message_index WHERE path >= $1 AND path < $2 ORDER BY path LIMIT $3";
-
-inline constexpr char kBeginEffect[] =
-    "INSERT INTO effect_ledger (effect, message, owner, begun_at, leased_until, done, result) "
-    "VALUES ($1, $2, $3, $4, $5, 0, $6) ON CONFLICT (effect) DO NOTHING";
-inline constexpr char kFindEffect[] =
-    "SELECT owner, leased_until, done, result FROM effect_ledger WHERE effect = $1";
-inline constexpr char kTakeOverEffect[] =
-    "UPDATE effect_ledger SET owner = $1, begun_at = $2, leased_until = $3, result = $4 "
-    "WHERE effect = $5 AND owner = $6 AND done = 0";
-inline constexpr char kFinishEffect[] =
-    "UPDATE effect_ledger SET done = 1, result = $1 "
-    "WHERE effect = $2 AND owner = $3 AND done = 0";
-inline constexpr char kAbandonEffect[] =
-    "DELETE FROM effect_ledger WHERE effect = $1 AND owner = $2 AND done = 0";
-inline constexpr char kReopenEffect[] =
-    "DELETE FROM effect_ledger WHERE effect = $1 AND result = $2 AND done = 1";
-inline constexpr char kForgetMessage[] = "DELETE FROM effect_ledger WHERE message = $1";
-inline constexpr char kForgetBefore[] = "DELETE FROM effect_ledger WHERE begun_at < $1";
 
 #define KAVI_OBJECT_COLUMNS                                   \
   "id, owner, type, name, built_in, created_at, changed_at, " \
@@ -108,16 +57,36 @@ inline constexpr char kListReferrers[] =
     "SELECT id, name FROM rule WHERE id IN (SELECT rule FROM rule_object WHERE object = $1) "
     "ORDER BY position";
 
+#define KAVI_SELECT_RULE                                                                   \
+  "SELECT id, name, position, enabled, condition, on_failure, verdict, verdict_text FROM " \
+  "rule "
+#define KAVI_OF_RULES_BETWEEN "WHERE rule.position BETWEEN $1 AND $2 "
+
 // A whole policy; the only statements that read tables from end to end.
 inline constexpr char kReadObjects[] =
     "SELECT " KAVI_OBJECT_COLUMNS ", content FROM named_object ORDER BY id";
-inline constexpr char kReadRules[] =
-    "SELECT id, name, position, enabled, condition, on_failure, verdict, verdict_text FROM rule "
-    "ORDER BY position";
+inline constexpr char kReadRules[] = KAVI_SELECT_RULE "ORDER BY position";
 inline constexpr char kReadActions[] =
     "SELECT rule, position, type, setting FROM rule_action ORDER BY rule, position";
 inline constexpr char kReadRuleObjects[] =
     "SELECT rule, action, object FROM rule_object ORDER BY rule, action, position";
+
+// The rules between two positions, and what belongs to them.
+inline constexpr char kFindRule[] = KAVI_SELECT_RULE "WHERE id = $1";
+inline constexpr char kListRules[] = KAVI_SELECT_RULE
+    "WHERE position > $1 "
+    "ORDER BY position LIMIT $2";
+inline constexpr char kListActions[] =
+    "SELECT a.rule, a.position, a.type, a.setting FROM rule "
+    "JOIN rule_action a ON a.rule = rule.id " KAVI_OF_RULES_BETWEEN
+    "ORDER BY rule.position, a.position";
+inline constexpr char kListRuleObjects[] =
+    "SELECT o.rule, o.action, o.object FROM rule "
+    "JOIN rule_object o ON o.rule = rule.id " KAVI_OF_RULES_BETWEEN
+    "ORDER BY rule.position, o.action, o.position";
+inline constexpr char kListReferred[] = KAVI_SELECT_OBJECT
+    "WHERE id IN (SELECT o.object FROM rule "
+    "JOIN rule_object o ON o.rule = rule.id " KAVI_OF_RULES_BETWEEN ") ORDER BY id";
 
 inline constexpr char kAddRule[] =
     "INSERT INTO rule (id, name, position, enabled, condition, on_failure, verdict, verdict_text) "
@@ -139,12 +108,12 @@ inline constexpr std::array kEveryStatement{
     kRemoveObject,       kFindObject,        kFindObjectName, kListObjects,  kListObjectsOfType,
     kListObjectsOfOwner, kListObjectsOfBoth, kListReferrers,  kReadObjects,  kReadRules,
     kReadActions,        kReadRuleObjects,   kAddRule,        kRemoveRule,   kAddAction,
-    kAddRuleObject};
+    kAddRuleObject,      kFindRule,          kListRules,      kListActions,  kListRuleObjects,
+    kListReferred};
 
+#undef KAVI_OF_RULES_BETWEEN
+#undef KAVI_SELECT_RULE
 #undef KAVI_SELECT_OBJECT
 #undef KAVI_OBJECT_COLUMNS
-#undef KAVI_INSERT_ENTRY
-#undef KAVI_SELECT_ENTRY
-#undef KAVI_ENTRY_COLUMNS
 
 }  // namespace host::store::sql

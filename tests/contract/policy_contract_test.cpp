@@ -1,6 +1,9 @@
 // What every store of named objects and rules promises.
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -83,6 +86,12 @@ class PolicyContract : public ::testing::Test {
                   ruleOf(5, 2, {{1, "", {}}})};
     return next;
   }
+  static std::vector<std::uint32_t> idsIn(const PolicyRecord& part) {
+    std::vector<std::uint32_t> ids;
+    for (const ObjectRecord& object : part.objects) ids.push_back(object.id);
+    return ids;
+  }
+  PolicyRecord fourRules();
 
   testing_host::TempFolder temp_;
   std::unique_ptr<PolicyStore> store_ = contract::makePolicyStore(temp_.path());
@@ -251,6 +260,75 @@ TEST_F(PolicyContract, ListsPages) {
   ASSERT_TRUE(store_->listObjects({}, objects).ok());
   EXPECT_EQ(objects[0].name, "0");
   EXPECT_EQ(objects[0].content, "") << "listings leave the contents out";
+}
+
+// Four rules in the order 40, 10, 30, 20, of which some refer to the stamps 1 to 3.
+PolicyRecord PolicyContract::fourRules() {
+  PolicyRecord next = policy();
+  for (std::uint32_t id = 1; id <= 3; ++id) {
+    next.objects.push_back(objectOf(1, kStamp, std::to_string(id)));
+    next.objects.back().id = id;
+  }
+  next.rules = {ruleOf(40, 0, {{8, "1-3", {3}}}), ruleOf(10, 7, {}),
+                ruleOf(30, 8, {{1, "", {}}, {8, "2-3-1", {3, 1}}}),
+                ruleOf(20, UINT32_MAX, {{8, "1-2", {2}}})};
+  return next;
+}
+
+TEST_F(PolicyContract, ListsRulesByPage) {
+  const PolicyRecord next = fourRules();
+  ASSERT_EQ(replace(next), StoreError::None);
+  const auto page = [&](std::optional<std::uint32_t> after, std::size_t limit) {
+    PolicyRecord part;
+    part.rules.resize(9);
+    part.objects.resize(9);
+    const StoreStatus status = store_->listRules({after, limit}, part);
+    EXPECT_TRUE(status.ok()) << status.text;
+    EXPECT_EQ(part.revision, 1);
+    EXPECT_EQ(part.lastObjectId, 3u);
+    return part;
+  };
+  const auto rules = [&](std::size_t first, std::size_t count) {
+    const auto from = next.rules.begin() + static_cast<std::ptrdiff_t>(first);
+    return std::vector<RuleRecord>(from, from + static_cast<std::ptrdiff_t>(count));
+  };
+  EXPECT_EQ(page({}, SIZE_MAX).rules, next.rules);
+  EXPECT_EQ(page({}, 2).rules, rules(0, 2));
+  EXPECT_EQ(page(10, 1).rules, rules(2, 1));
+  EXPECT_EQ(page(10, 5).rules, rules(2, 2));
+  EXPECT_TRUE(page(20, 5).rules.empty());
+  EXPECT_TRUE(page({}, 0).rules.empty());
+  // With the objects that these rules refer to, and no others.
+  EXPECT_EQ(idsIn(page({}, 2)), std::vector<std::uint32_t>{3});
+  EXPECT_EQ(idsIn(page(40, 2)), (std::vector<std::uint32_t>{1, 3}));
+  EXPECT_TRUE(idsIn(page(20, 5)).empty());
+  const ObjectRecord object = page({}, 1).objects.at(0);
+  EXPECT_EQ(object.name, "3");
+  EXPECT_TRUE(object.inUse);
+  EXPECT_EQ(object.content, "") << "listings leave the contents out";
+}
+
+TEST_F(PolicyContract, FindsARule) {
+  ASSERT_EQ(replace(fourRules()), StoreError::None);
+  PolicyRecord part;
+  ASSERT_TRUE(store_->findRule(30, part).ok());
+  EXPECT_EQ(part.rules, std::vector{fourRules().rules[2]});
+  EXPECT_EQ(idsIn(part), (std::vector<std::uint32_t>{1, 3}));
+  ASSERT_TRUE(store_->findRule(10, part).ok());
+  EXPECT_TRUE(part.objects.empty());
+  const PolicyRecord before = part;
+  for (const std::uint32_t id : {0U, 11U, UINT32_MAX}) {
+    EXPECT_EQ(store_->findRule(id, part).error, StoreError::NotFound);
+    EXPECT_EQ(store_->listRules({id, 10}, part).error, StoreError::NotFound);
+  }
+  EXPECT_EQ(part.rules, before.rules) << "left as it was";
+}
+
+TEST_F(PolicyContract, ListsNoRulesOfAnEmptyStore) {
+  PolicyRecord part;
+  ASSERT_TRUE(store_->listRules({}, part).ok());
+  EXPECT_TRUE(part.rules.empty());
+  EXPECT_EQ(store_->findRule(1, part).error, StoreError::NotFound);
 }
 
 TEST_F(PolicyContract, CountsEachChange) {

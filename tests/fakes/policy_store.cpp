@@ -11,6 +11,7 @@ using host::store::ObjectPage;
 using host::store::ObjectRecord;
 using host::store::PolicyRecord;
 using host::store::RuleName;
+using host::store::RulePage;
 using host::store::RuleRecord;
 using host::store::StoreError;
 
@@ -196,6 +197,42 @@ MemoryPolicyStore::Status MemoryPolicyStore::listReferrers(std::uint32_t id,
 
 MemoryPolicyStore::Status MemoryPolicyStore::readPolicy(PolicyRecord& policy) {
   policy = policy_;
+  return {};
+}
+
+PolicyRecord MemoryPolicyStore::partOf(std::size_t first, std::size_t count) const {
+  PolicyRecord part;
+  part.revision = policy_.revision;
+  part.lastObjectId = policy_.lastObjectId;
+  for (std::size_t i = first; i < policy_.rules.size() && part.rules.size() < count; ++i) {
+    part.rules.push_back(policy_.rules[i]);
+  }
+  for (const Object& object : policy_.objects) {
+    const bool isNeeded =
+        std::any_of(part.rules.begin(), part.rules.end(),
+                    [&](const RuleRecord& rule) { return refers(rule, object.id); });
+    if (!isNeeded) continue;
+    part.objects.push_back(object);
+    part.objects.back().content.clear();
+  }
+  return part;
+}
+
+MemoryPolicyStore::Status MemoryPolicyStore::listRules(const RulePage& page, PolicyRecord& part) {
+  std::size_t first = 0;
+  if (page.afterRule) {
+    const auto before = at(policy_.rules, *page.afterRule);
+    if (before == policy_.rules.end()) return failed(StoreError::NotFound);
+    first = static_cast<std::size_t>(before - policy_.rules.begin()) + 1;
+  }
+  part = partOf(first, page.limit);
+  return {};
+}
+
+MemoryPolicyStore::Status MemoryPolicyStore::findRule(std::uint32_t id, PolicyRecord& part) {
+  const auto rule = at(policy_.rules, id);
+  if (rule == policy_.rules.end()) return failed(StoreError::NotFound);
+  part = partOf(static_cast<std::size_t>(rule - policy_.rules.begin()), 1);
   return {};
 }
 

@@ -1,6 +1,7 @@
 // Named objects and rules in memory.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -25,6 +26,8 @@ class MemoryPolicyStore final : public host::store::PolicyStore {
   Status listObjects(const host::store::ObjectPage& page, std::vector<Object>& objects) override;
   Status listReferrers(std::uint32_t id, std::vector<host::store::RuleName>& rules) override;
   Status readPolicy(host::store::PolicyRecord& policy) override;
+  Status listRules(const host::store::RulePage& page, host::store::PolicyRecord& part) override;
+  Status findRule(std::uint32_t id, host::store::PolicyRecord& part) override;
   Status replacePolicy(const host::store::PolicyRecord& policy, const Note& note,
                        std::int64_t& revision) override;
   Status readRevision(std::int64_t& revision) override;
@@ -37,6 +40,8 @@ class MemoryPolicyStore final : public host::store::PolicyStore {
   Status commit(host::store::PolicyRecord next, const Note& note,
                 const std::vector<std::string>& done);
   bool isReferredTo(std::uint32_t id) const;
+  /// The policy of \p count of the rules alone, from the one at \p first on.
+  host::store::PolicyRecord partOf(std::size_t first, std::size_t count) const;
   bool isOutdated(const host::store::ChangeNote& note) const {
     return note.revision && *note.revision != policy_.revision;
   }
