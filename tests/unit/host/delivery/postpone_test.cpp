@@ -191,25 +191,37 @@ TEST_F(Postpone, EndsWithOneMessageWhereverTheIndexFails) {
   }
 }
 
+// A spool whose index goes away between its opening and the first message.
+struct SpoolLosingItsIndex {
+  explicit SpoolLosingItsIndex(host::core::FileOps& ops) : state(ops, store) {}
+
+  int postpone(unsigned int& error, OvMsgMailMessage& message) {
+    EXPECT_EQ(state.open(temp.path()), AdapterError::None);
+    LocalAdapter adapter(state);
+    store->failAll(host::store::StoreError::Unavailable);
+    return adapter.postponeMessage(error, &message, 8, 30, 23, 59);
+  }
+
+  const testing_host::TempFolder temp;
+  const std::shared_ptr<testing_host::FailingStore> store =
+      std::make_shared<testing_host::FailingStore>();
+  DeliveryState state;
+};
+
 // A disk on which nothing can be removed while the index is down: the message will go out from
 // here, so its sender must not be told to send it again.
 TEST_F(Postpone, IsAcceptedWhenItCannotBeTakenBack) {
   class KeepingOps final : public host::core::FileOps {
     int unlink(int, const std::string&) override { return -EROFS; }
   } ops;
-  const testing_host::TempFolder temp;
-  auto store = std::make_shared<testing_host::FailingStore>();
-  DeliveryState state(ops, store);
-  ASSERT_EQ(state.open(temp.path()), AdapterError::None);
-  LocalAdapter adapter(state);
-  store->failAll(host::store::StoreError::Unavailable);
+  SpoolLosingItsIndex spool(ops);
   unsigned int error = 99;
-  EXPECT_EQ(adapter.postponeMessage(error, &bench_.message, 8, 30, 23, 59), 0);
-  EXPECT_EQ(filesBelow(temp / "spool").size(), 1u);
-  store->recover();
+  EXPECT_EQ(spool.postpone(error, bench_.message), 0);
+  EXPECT_EQ(filesBelow(spool.temp / "spool").size(), 1u);
+  spool.store->recover();
   SpoolSweepReport report;
   std::string fault;
-  ASSERT_EQ(state.prepareSpool(report, fault), AdapterError::None);
+  ASSERT_EQ(spool.state.prepareSpool(report, fault), AdapterError::None);
   EXPECT_EQ(report.rowsAdded, 1u);
 }
 
@@ -227,17 +239,12 @@ TEST_F(Postpone, FailsWhenItIsGoneThoughItsRemovalReportsFailure) {
     }
     int sync(int descriptor) override { return removed ? -EIO : FileOps::sync(descriptor); }
   } ops;
-  const testing_host::TempFolder temp;
-  auto store = std::make_shared<testing_host::FailingStore>();
-  DeliveryState state(ops, store);
-  ASSERT_EQ(state.open(temp.path()), AdapterError::None);
-  LocalAdapter adapter(state);
-  store->failAll(host::store::StoreError::Unavailable);
+  SpoolLosingItsIndex spool(ops);
   unsigned int error = 0;
-  EXPECT_NE(adapter.postponeMessage(error, &bench_.message, 8, 30, 23, 59), 0);
+  EXPECT_NE(spool.postpone(error, bench_.message), 0);
   EXPECT_EQ(static_cast<AdapterError>(error), AdapterError::Uncertain);
   EXPECT_TRUE(ops.removed);
-  EXPECT_EQ(filesBelow(temp / "spool"), Files{});
+  EXPECT_EQ(filesBelow(spool.temp / "spool"), Files{});
 }
 
 TEST_F(Postpone, ARetryFindsItAndItsRow) {
