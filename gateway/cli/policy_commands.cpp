@@ -93,8 +93,8 @@ class Application {
           store_.replacePolicy(next, {actorName(), std::time(nullptr)}, revision);
       if (status.ok()) return conclude(diff, revision, true);
       if (status.error != StoreError::Conflict) {
-        // A server that goes away may do so behind the change.
-        return fail(status, status.error == StoreError::Unavailable
+        // A server that goes away may do so behind the change, or while it is made.
+        return fail(status, status.isUncertain
                                 ? "see with kavi policy diff whether anything is changed"
                                 : "nothing is changed");
       }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "host/store/dialect.h"
+#include "host/store/postgres_refusal.h"
 #include "host/store/store_failure.h"
 
 namespace host::store {
@@ -34,16 +35,27 @@ struct ErrorClass {
 
 // The longest prefix that fits counts.
 constexpr ErrorClass kErrorClasses[] = {
-    {"53100", StoreError::Full},         {"53300", StoreError::Busy},
-    {"55P03", StoreError::Busy},         {"57014", StoreError::Busy},
-    {"40001", StoreError::Busy},         {"40P01", StoreError::Busy},
-    {"42501", StoreError::Permission},   {"25006", StoreError::ReadOnly},
-    {"58030", StoreError::InputOutput},  {"XX001", StoreError::Damaged},
-    {"XX002", StoreError::Damaged},      {"23502", StoreError::Damaged},
-    {"08", StoreError::Unavailable},     {"3D", StoreError::Unavailable},
-    {"57", StoreError::Unavailable},     {"53", StoreError::Unavailable},
-    {"28", StoreError::Permission},      {"23", StoreError::Conflict},
-    {"22", StoreError::InvalidArgument}, {"54", StoreError::InvalidArgument},
+    {"53100", StoreError::Full},
+    {"53300", StoreError::Busy},
+    {"55P03", StoreError::Busy},
+    {"57014", StoreError::Busy},
+    {"40", StoreError::Busy},
+    {"40003", StoreError::Unavailable},
+    {"42501", StoreError::Permission},
+    {"25006", StoreError::ReadOnly},
+    {"58030", StoreError::InputOutput},
+    {"XX001", StoreError::Damaged},
+    {"XX002", StoreError::Damaged},
+    {"23502", StoreError::Damaged},
+    {"08", StoreError::Unavailable},
+    {"3D", StoreError::Unavailable},
+    {"57", StoreError::Unavailable},
+    {"53", StoreError::Unavailable},
+    {"3F", StoreError::Unavailable},
+    {"28", StoreError::Permission},
+    {"23", StoreError::Conflict},
+    {"22", StoreError::InvalidArgument},
+    {"54", StoreError::InvalidArgument},
     {"42", StoreError::Damaged},
 };
 
@@ -60,15 +72,30 @@ std::string detailOf(const pqxx::sql_error& fault) {
   return firstLine(fault.what());
 }
 
+// The code of a failure. Of some kinds the database library keeps it to itself.
+std::string stateOf(const pqxx::sql_error& fault) {
+  if (!fault.sqlstate().empty()) return fault.sqlstate();
+  if (dynamic_cast<const pqxx::insufficient_privilege*>(&fault) != nullptr) return "42501";
+  if (dynamic_cast<const pqxx::disk_full*>(&fault) != nullptr) return "53100";
+  if (dynamic_cast<const pqxx::insufficient_resources*>(&fault) != nullptr) return "53000";
+  return {};
+}
+
 // Runs `body`; what the database library throws becomes a failure of ours.
 template <class Body>
 auto translated(Body&& body) {
   try {
     return std::forward<Body>(body)();
+  } catch (const pqxx::too_many_connections& fault) {
+    throw StoreFailure(StoreError::Busy, firstLine(fault.what()));
   } catch (const pqxx::broken_connection& fault) {
     throw StoreFailure(StoreError::Unavailable, firstLine(fault.what()));
   } catch (const pqxx::sql_error& fault) {
-    throw StoreFailure(postgresErrorOf(fault.sqlstate()), detailOf(fault));
+    throw StoreFailure(postgresErrorOf(stateOf(fault)), detailOf(fault));
+  } catch (const pqxx::statement_completion_unknown& fault) {
+    throw StoreFailure(StoreError::Unavailable, firstLine(fault.what()));
+  } catch (const pqxx::transaction_rollback& fault) {  // a deadlock, or a change of the same row
+    throw StoreFailure(StoreError::Busy, firstLine(fault.what()));
   } catch (const pqxx::failure& fault) {
     throw StoreFailure(StoreError::Internal, firstLine(fault.what()));
   } catch (const std::logic_error& fault) {  // a column that holds something else
@@ -87,6 +114,15 @@ auto answered(Patience::Line& line, Body&& body) {
     const auto seconds = std::chrono::ceil<std::chrono::seconds>(line.longest()).count();
     throw StoreFailure(StoreError::Unavailable,
                        "no answer within " + std::to_string(seconds) + " s");
+  }
+}
+
+// A connection; where the server lets nobody in, the failure says for which reason.
+pqxx::connection connected(const std::string& location) {
+  try {
+    return pqxx::connection(location);
+  } catch (const pqxx::broken_connection& fault) {
+    throw StoreFailure(postgresErrorOf(refusalOf(location)), firstLine(fault.what()));
   }
 }
 
@@ -173,7 +209,7 @@ StoreError postgresErrorOf(std::string_view sqlState) {
 PostgresConnection::PostgresConnection(const std::string& location, int lockTimeoutMs,
                                        std::shared_ptr<Patience> patience)
     : patience_(std::move(patience)),
-      connection_(translated([&] { return pqxx::connection(location); })),
+      connection_(translated([&] { return connected(location); })),
       line_(*patience_, connection_.sock()),
       quiet_(connection_),
       session_(connection_) {
@@ -214,9 +250,9 @@ void PostgresConnection::commit() {
     execute("COMMIT");
   } catch (const StoreFailure& failure) {
     if (failure.error() != StoreError::Unavailable) throw;
-    throw StoreFailure(
-        failure.error(),
-        failure.what() + std::string(", and whether the change was made is unknown"));
+    throw StoreFailure(failure.error(),
+                       failure.what() + std::string(", and whether the change was made is unknown"),
+                       true);
   }
 }
 

@@ -74,6 +74,7 @@ StoreStatus SqlStore::run(const char* doing, Access access, const Work& work) {
       if (connection != nullptr) runOn(*connection, access, work);
     } catch (const StoreFailure& failure) {
       status.error = failure.error();
+      status.isUncertain = failure.isUncertain();
       detail = failure.what();
     }
     const bool usable = status.ok() || staysUsable(status.error);

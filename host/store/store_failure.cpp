@@ -11,13 +11,17 @@ bool isServer(const std::string& location) { return location.starts_with("postgr
 const char* remedyOnServer(StoreError error) {
   switch (error) {
     case StoreError::Unavailable:
-      return "check that the server runs, that it can be reached, and that it has the database";
+      return "check that the server runs, that it can be reached, and that it has the database and "
+             "the schema";
+    case StoreError::Busy:
+      return "look for a program that keeps the store locked or takes up the server's connections";
     case StoreError::Full:
       return "make room on the disk of the server";
     case StoreError::ReadOnly:
       return "name the server that takes changes, not a copy of it";
     case StoreError::Permission:
-      return "check the user's name and password and what the user may do in the database";
+      return "check the user's name and password, and that the user owns the database (createdb -O "
+             "USER DATABASE) or may use what is in it";
     case StoreError::Damaged:
       return "name a database of its own, or restore the store from a backup";
     case StoreError::InputOutput:

@@ -43,6 +43,7 @@ KAVI_API const char* storeErrorText(StoreError error);
 struct [[nodiscard]] StoreStatus {
   StoreError error = StoreError::None;
   std::string text;
+  bool isUncertain = false;  ///< the change may have been made all the same
 
   bool ok() const { return error == StoreError::None; }
 };

@@ -237,6 +237,7 @@ TEST(PostgresRestart, IsAClearErrorAndThenOver) {
   for (int attempt = 0; attempt < 2; ++attempt) {
     const StoreStatus away = store.findObject(id, object);
     EXPECT_EQ(away.error, StoreError::Unavailable) << away.text;
+    EXPECT_FALSE(away.isUncertain);
     EXPECT_FALSE(away.text.empty());
   }
   server.start();
@@ -329,6 +330,7 @@ TEST_F(Postgres, SaysThatACommitMayHaveBeenMade) {
     ADD_FAILURE() << "the server had gone";
   } catch (const StoreFailure& failure) {
     EXPECT_EQ(failure.error(), StoreError::Unavailable);
+    EXPECT_TRUE(failure.isUncertain());
     EXPECT_NE(std::string(failure.what()).find("is unknown"), std::string::npos) << failure.what();
   }
 }
