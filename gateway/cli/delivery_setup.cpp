@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include "gateway/cli/startup.h"
+#include "host/core/identity.h"
 #include "host/core/text_escape.h"
 
 namespace gateway::cli {
@@ -41,6 +42,22 @@ bool readDelivery(Kavi::GlobalSetting& settings, const std::string& state,
   }
   if (!state.empty()) found.stateFolder = std::filesystem::absolute(state).string();
   return true;
+}
+
+bool actAsOwner(Kavi::GlobalSetting& settings, const std::string& state,
+                const host::delivery::DeliverySettings& delivery, bool told) {
+  std::string user;
+  if (state.empty()) settings.getString("user", user, "milter", 0);
+  std::string became;
+  const std::string fault = host::core::becomeOwner(delivery.stateFolder, user, became);
+  if (!fault.empty()) {
+    complain(host::core::printable(fault));
+  } else if (told && !became.empty()) {
+    remark(host::core::printable("acting as user '" + became + "', who works on the state folder " +
+                                 delivery.stateFolder +
+                                 ": inputs and --out have to be open to that user"));
+  }
+  return fault.empty();
 }
 
 bool mayWriteTo(const std::string& out, Kavi::GlobalSetting& settings, const std::string& state) {

@@ -47,6 +47,7 @@ class Filed {
   int open() {
     if (!loadSettings(options_.config, settings_)) return ExitUsage;
     if (!readDelivery(settings_, options_.state, delivery_)) return ExitUsage;
+    if (!actAsOwner(settings_, options_.state, delivery_)) return ExitFailed;
     log_.emplace(engine::readLogOptions(settings_, 1));
     std::error_code none;
     AdapterError error = AdapterError::MissingFolder;

@@ -233,6 +233,9 @@ int runCommand(const RunOptions& options) {
   if (options.deliver || options.reinjected) {
     if (!readDelivery(startup->settings(), options.state, delivery)) return ExitUsage;
     keys.emplace(delivery.sealKeyPath());
+    if (options.deliver && !actAsOwner(startup->settings(), options.state, delivery, true)) {
+      return ExitFailed;
+    }
   }
   if (!options.out.empty() && !mayWriteTo(options.out, startup->settings(), options.state)) {
     return ExitUsage;

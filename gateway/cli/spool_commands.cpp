@@ -36,6 +36,7 @@ class OpenSpool {
   int open(const SpoolOptions& options) {
     if (!loadSettings(options.config, settings_)) return ExitUsage;
     if (!readDelivery(settings_, options.state, delivery_)) return ExitUsage;
+    if (!actAsOwner(settings_, options.state, delivery_)) return ExitFailed;
     std::error_code none;
     AdapterError error = AdapterError::MissingFolder;
     // What only looks must not make a folder in the wrong place.

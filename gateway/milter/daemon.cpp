@@ -104,13 +104,14 @@ class Daemon {
   ExitStatus check() {
     if (milter_.store.empty()) return ExitDone;
     // What this user opens belongs to this user.
-    const std::string fault = milter_.user.empty() ? std::string() : becomeUser(milter_.user);
+    const std::string fault = milter_.user.empty() ? std::string() : dropPrivileges(milter_.user);
     if (!fault.empty()) return refuse(fault);
     return readFirst() ? ExitDone : ExitUsage;
   }
 
   ExitStatus serve() {
-    if (const std::string fault = becomeUser(milter_.user); !fault.empty()) return refuse(fault);
+    if (const std::string fault = dropPrivileges(milter_.user); !fault.empty())
+      return refuse(fault);
     if (!milter_.store.empty() && !readFirst()) return ExitUsage;
     if (const std::string fault = openState(); !fault.empty()) return refuse(fault);
     const host::delivery::SealKeys keys(delivery_.sealKeyPath());

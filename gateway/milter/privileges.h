@@ -8,6 +8,6 @@ namespace gateway::milter {
 /// Makes the process run as \p user, with that user's groups, when root started it. Root must name
 /// one, if only itself: mail from anywhere is not to be taken apart by root by accident.
 /// \return an error text; empty for success.
-std::string becomeUser(const std::string& user);
+std::string dropPrivileges(const std::string& user);
 
 }  // namespace gateway::milter

@@ -64,6 +64,14 @@ void requireOwnFile(const core::Folder& folder, const std::string& name) {
   }
 }
 
+// A store that root makes in the folder of another user is for that user. SQLite gives the files
+// beside it to the same.
+void giveToOwner(const core::Folder& folder, int file) {
+  struct stat owner {};
+  if (::geteuid() != 0 || ::fstat(folder.descriptor(), &owner) != 0 || owner.st_uid == 0) return;
+  if (::fchown(file, owner.st_uid, owner.st_gid) != 0) throw fileFailure(errno);
+}
+
 }  // namespace
 
 SqlitePool::SqlitePool(const std::string& path, int busyTimeoutMs, Upkeep upkeep,
@@ -147,7 +155,8 @@ std::unique_ptr<Connection> SqlitePool::open() {
   const MakingLock lock(folder, name, busyTimeoutMs_);
   const int made = ops_.openFile(folder.descriptor(), name, O_RDWR | O_CREAT | O_EXCL);
   if (made >= 0) {
-    ops_.close(made);
+    const core::Descriptor file(ops_, made);
+    giveToOwner(folder, made);
   } else if (made != -EEXIST) {
     throw fileFailure(-made);
   }
