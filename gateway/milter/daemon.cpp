@@ -18,6 +18,7 @@
 #include "gateway/engine/settings_check.h"
 #include "gateway/milter/file_policy.h"
 #include "gateway/milter/housekeeping.h"
+#include "gateway/milter/instance_lock.h"
 #include "gateway/milter/message_scan.h"
 #include "gateway/milter/milter_settings.h"
 #include "gateway/milter/privileges.h"
@@ -171,6 +172,8 @@ class Daemon {
       return folder + ": " + host::delivery::adapterErrorText(static_cast<unsigned int>(error)) +
              " (state_folder in section delivery)";
     }
+    // Two would sweep away what the other has on disk and take the socket from each other.
+    if (std::string fault = lock_.take(folder); !fault.empty()) return fault;
     std::size_t dropped = 0;
     std::string words;
     if (state_.forgetOldEffects(dropped, words) != AdapterError::None) {
@@ -252,6 +255,7 @@ class Daemon {
     });
   }
 
+  InstanceLock lock_;
   host::core::IniSettings settings_;
   MilterSettings milter_;
   host::delivery::DeliverySettings delivery_;

@@ -12,6 +12,7 @@
 #include <thread>
 #include <utility>
 
+#include "gateway/milter/instance_lock.h"
 #include "gateway/milter/session.h"
 
 namespace gateway::milter {
@@ -175,6 +176,12 @@ std::string Server::open() {
   if (smfi_setconn(socket.data()) != MI_SUCCESS || smfi_register(description()) != MI_SUCCESS ||
       smfi_setbacklog(kBacklog) != MI_SUCCESS) {
     return socket + ": not accepted as a socket";
+  }
+  // libmilter removes what lies there, also from under whoever serves on it.
+  if (isServed(path)) {
+    return path +
+           ": somebody serves there already (end that first, or write another socket in "
+           "section milter)";
   }
   // Nobody is to connect before the socket has its own mode.
   const mode_t before = ::umask(0177);
