@@ -84,9 +84,14 @@ void PolicyChange::changeObject(const ObjectRecord& object) {
   note("change " + describe(object));
 }
 
-void PolicyChange::freeName(const ObjectRecord& object) {
-  // No name of an object begins with a NUL: the records end their fields there.
-  const std::string nobodys = std::string(1, '\0') + std::to_string(object.id);
+void PolicyChange::freeName(const ObjectRecord& object,
+                            const std::unordered_set<std::string_view>& wanted) {
+  // No usual name begins with a NUL; but a name may hold any bytes.
+  std::string nobodys = std::string(1, '\0') + std::to_string(object.id);
+  while (wanted.contains(nobodys) ||
+         findObjectNamed(connection_, object.owner, object.type, nobodys) != 0) {
+    nobodys += '\0';
+  }
   Query(connection_, sql::kFreeName).bind(nobodys).bind(std::int64_t{object.id}).run();
 }
 

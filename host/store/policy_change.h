@@ -3,6 +3,8 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
+#include <unordered_set>
 
 #include "host/store/connection.h"
 #include "host/store/policy_store.h"
@@ -28,7 +30,8 @@ class PolicyChange {
   /// NotFound when there is none of its id, owner and type.
   void changeObject(const ObjectRecord& object);
   /// Takes the object's name away for now, so that others may have it.
-  void freeName(const ObjectRecord& object);
+  /// \param wanted  names that the change is going to give: it gets none of them meanwhile
+  void freeName(const ObjectRecord& object, const std::unordered_set<std::string_view>& wanted);
   /// NotFound, InUse.
   void removeObject(const ObjectRecord& object);
 

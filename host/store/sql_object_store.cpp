@@ -14,17 +14,9 @@ namespace {
 constexpr char kObjectChange[] = "changing the named objects";
 constexpr char kObjectRead[] = "reading the named objects";
 
-// The object of that owner, type and name; 0 when there is none.
-std::uint32_t findNamed(Connection& connection, std::uint32_t owner, std::uint32_t type,
-                        const std::string& name) {
-  Query query(connection, sql::kFindObjectName);
-  query.bind(std::int64_t{owner}).bind(std::int64_t{type}).bind(name);
-  return query.next() ? numberOf<std::uint32_t>(query, 0) : 0;
-}
-
 // Refuses a name that another object of the same owner and type has.
 void requireFreeName(Connection& connection, const ObjectRecord& object) {
-  const std::uint32_t id = findNamed(connection, object.owner, object.type, object.name);
+  const std::uint32_t id = findObjectNamed(connection, object.owner, object.type, object.name);
   if (id != 0 && id != object.id) {
     throw StoreFailure(StoreError::NameTaken, "object " + std::to_string(id));
   }
@@ -38,6 +30,13 @@ ObjectRecord findOne(Connection& connection, std::uint32_t id) {
 }
 
 }  // namespace
+
+std::uint32_t findObjectNamed(Connection& connection, std::uint32_t owner, std::uint32_t type,
+                              const std::string& name) {
+  Query query(connection, sql::kFindObjectName);
+  query.bind(std::int64_t{owner}).bind(std::int64_t{type}).bind(name);
+  return query.next() ? numberOf<std::uint32_t>(query, 0) : 0;
+}
 
 StoreStatus SqlStore::addObject(const ObjectRecord& object, const ChangeNote& note,
                                 std::uint32_t& id) {
@@ -79,7 +78,7 @@ StoreStatus SqlStore::findObject(std::uint32_t id, ObjectRecord& object) {
 StoreStatus SqlStore::findObjectNamed(std::uint32_t owner, std::uint32_t type,
                                       const std::string& name, std::uint32_t& id) {
   return run(kObjectRead, Access::Single, [&](Connection& connection) {
-    const std::uint32_t found = findNamed(connection, owner, type, name);
+    const std::uint32_t found = host::store::findObjectNamed(connection, owner, type, name);
     if (found == 0) throw StoreFailure(StoreError::NotFound, {});
     id = found;
   });

@@ -1,5 +1,7 @@
 // The rules, and what changed in them.
+#include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include "host/store/object_columns.h"
@@ -125,7 +127,10 @@ void applyInOrder(const PolicyDifference& difference, PolicyChange& change) {
   for (const RuleRecord* rule : difference.removedRules) change.removeRule(*rule);
   for (const RuleRecord* rule : difference.replacedRules) change.replaceRule(*rule);
   for (const ObjectRecord* object : difference.removedObjects) change.removeObject(*object);
-  for (const ObjectRecord* object : difference.renamedObjects) change.freeName(*object);
+  std::unordered_set<std::string_view> wanted;
+  for (const ObjectRecord* object : difference.changedObjects) wanted.insert(object->name);
+  for (const ObjectRecord* object : difference.addedObjects) wanted.insert(object->name);
+  for (const ObjectRecord* object : difference.renamedObjects) change.freeName(*object, wanted);
   for (const ObjectRecord* object : difference.changedObjects) change.changeObject(*object);
   for (const ObjectRecord* object : difference.addedObjects) change.addObject(*object);
   for (const RuleRecord* rule : difference.writtenRules) change.addRule(*rule);

@@ -28,6 +28,10 @@ inline void requireChange(int rows) {
 /// Reads all rules and objects. \throw StoreFailure Damaged when they cannot be read
 void requireReadable(Connection& connection);
 
+/// The object of that owner, type and name; 0 when there is none.
+std::uint32_t findObjectNamed(Connection& connection, std::uint32_t owner, std::uint32_t type,
+                              const std::string& name);
+
 /// Marks an effect as done. \throw StoreFailure Conflict when \p owner no longer holds it
 void finishHeld(Connection& connection, const EffectKey& key, const std::string& owner,
                 const std::string& result);

@@ -461,6 +461,27 @@ TEST_F(PolicyContract, ReplacesWhatDiffersAndLeavesTheRest) {
                        "add stamp 'new' (4)", "write rule 10 'rule 10'", "write rule 6 'rule 6'"}));
 }
 
+TEST_F(PolicyContract, LetsNamesChangePlacesWhateverOthersAreCalled) {
+  // What a name that is freed for a moment might be called, an object has, or is to get.
+  const std::string odd("\0001", 2);
+  add(objectOf(1, kStamp, "a"));
+  add(objectOf(1, kStamp, "b"));
+  add(objectOf(1, kStamp, odd));
+  PolicyRecord next = policy();
+  std::swap(next.objects[0].name, next.objects[1].name);
+  ASSERT_EQ(replace(next), StoreError::None);
+  EXPECT_EQ(find(1).name, "b");
+  EXPECT_EQ(find(2).name, "a");
+  EXPECT_EQ(find(3).name, odd);
+  next = policy();
+  next.objects[2].name = "a";
+  next.objects[1].name = "b";
+  next.objects[0].name = std::string("\0002", 2);
+  ASSERT_EQ(replace(next), StoreError::None);
+  EXPECT_EQ(find(1).name, next.objects[0].name);
+  EXPECT_EQ(find(3).name, "a");
+}
+
 TEST_F(PolicyContract, RefusesAPolicyThatWasReadBeforeAnotherChange) {
   const PolicyRecord next = sample();
   add(objectOf(1, kStamp, "in between"));
