@@ -23,9 +23,26 @@ host::message::Limits scannerLimits(const MessageLimits& limits) {
 /// A defect that says that something in the message was not looked at. A list of defects that was
 /// cut off may hide one.
 bool hidesContent(const host::message::Defect& defect) {
-  return defect.kind == DefectKind::TooDeep || defect.kind == DefectKind::TooManyParts ||
-         defect.kind == DefectKind::TooManyHeaderFields ||
-         defect.kind == DefectKind::TooManyDefects;
+  switch (defect.kind) {
+    case DefectKind::TooDeep:
+    case DefectKind::TooManyParts:
+    case DefectKind::TooManyHeaderFields:
+    case DefectKind::TooManyDefects:
+    case DefectKind::EncodedMessage:
+    // Whoever decodes it first sees other headers and other parts than it shows as it stands.
+    case DefectKind::EncodedMultipart:
+    case DefectKind::UnreadParts:
+      return true;
+    case DefectKind::NoHeader:
+    case DefectKind::NamelessHeaderLine:
+    case DefectKind::MissingBlankLine:
+    case DefectKind::MissingBoundary:
+    case DefectKind::MissingParts:
+    case DefectKind::UnclosedMultipart:
+    case DefectKind::BareCr:
+      break;
+  }
+  return false;
 }
 
 std::string failedAction(const engine::Outcome& outcome) {

@@ -35,6 +35,15 @@ std::optional<std::string> boundaryIn(std::string_view contentType) {
   return boundary;
 }
 
+/// Whether a line may be a delimiter of some boundary. That of a signature ("-- ") is none.
+bool mayHaveDelimiters(std::string_view body) {
+  for (std::size_t at = 0; at + 2 < body.size();) {
+    if (body.substr(at, 2) == "--" && !isSpace(body[at + 2])) return true;
+    at = std::min(body.find('\n', at), body.size()) + 1;
+  }
+  return false;
+}
+
 bool isReadMessageType(std::string_view type) {
   return type == "message/rfc822" || type == "message/global" || type == "message/news";
 }
@@ -236,6 +245,7 @@ void Scanner::openMultipart(Entity& entity, const std::string& contentType, bool
   std::optional<std::string> boundary = boundaryIn(contentType);
   if (!boundary) {
     report(DefectKind::MissingBoundary, entity.fields_.data(), "a multipart has no boundary");
+    undivided_ = &entity;
     return;
   }
   if (!mayDivide(entity)) return;
@@ -285,6 +295,7 @@ void Scanner::finishFrame(const char* end) {
     entity.body_ = slice(entity.body_.data(), end);
     entity.tail_ = slice(end, end);
     report(DefectKind::MissingParts, entity.fields_.data(), "a multipart has no part");
+    reportUnread(entity);
   } else if (frame.isOpen) {
     entity.tail_ = slice(end, end);
     report(DefectKind::UnclosedMultipart, end, "a multipart is not closed");
@@ -298,6 +309,7 @@ void Scanner::finishFrame(const char* end) {
 void Scanner::finishLeaf(const char* end) {
   current_->body_ = slice(current_->body_.data(), end);
   current_->tail_ = slice(end, end);
+  if (current_ == undivided_) reportUnread(*current_);
   current_ = nullptr;
 }
 
@@ -367,6 +379,13 @@ void Scanner::link(Entity& parent, Entity& child) {
   child.previousSibling_ = parent.lastChild_;
   (parent.lastChild_ != nullptr ? parent.lastChild_->nextSibling_ : parent.firstChild_) = &child;
   parent.lastChild_ = &child;
+}
+
+// Leaves lie behind each other: all of them together are looked through once.
+void Scanner::reportUnread(const Entity& entity) {
+  if (!mayHaveDelimiters(entity.body_)) return;
+  report(DefectKind::UnreadParts, entity.fields_.data(),
+         "a multipart without a usable boundary: what may be its parts is not looked at");
 }
 
 void Scanner::report(DefectKind kind, const char* place, std::string text) {

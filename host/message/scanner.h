@@ -77,6 +77,7 @@ class Scanner {
   bool findDelimiter(const char* from, Delimiter& found) const;
   bool matchDelimiter(const char* line, Delimiter& found) const;
   static void link(Entity& parent, Entity& child);
+  void reportUnread(const Entity& entity);
   void report(DefectKind kind, const char* place, std::string text);
 
   Message& message_;
@@ -85,10 +86,11 @@ class Scanner {
   std::vector<Defect>& defects_;
   const char* begin_ = nullptr;
   const char* end_ = nullptr;
-  const char* position_ = nullptr;   ///< a line begin; every line before it is taken
-  const char* floor_ = nullptr;      ///< no delimiter takes bytes from before it
-  Entity* current_ = nullptr;        ///< a leaf whose end is not found yet
-  Entity* nestedMessage_ = nullptr;  ///< a message/rfc822 whose root is to be read next
+  const Entity* undivided_ = nullptr;  ///< the last multipart that is read as a leaf
+  const char* position_ = nullptr;     ///< a line begin; every line before it is taken
+  const char* floor_ = nullptr;        ///< no delimiter takes bytes from before it
+  Entity* current_ = nullptr;          ///< a leaf whose end is not found yet
+  Entity* nestedMessage_ = nullptr;    ///< a message/rfc822 whose root is to be read next
   std::vector<Frame> frames_;
   /// 1 + index of the innermost open frame with that boundary.
   std::unordered_map<std::string, std::size_t, BoundaryHash, std::equal_to<>> open_;

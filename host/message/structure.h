@@ -30,6 +30,7 @@ enum class DefectKind : int {
   TooManyParts,         ///< beyond Limits::maxParts
   TooManyHeaderFields,  ///< beyond Limits::maxHeaderFields
   TooManyDefects,       ///< more defects than are listed
+  UnreadParts,          ///< a multipart read as a leaf, with lines that may be delimiters
 };
 
 /// One thing in a received message that its format does not allow or that lies beyond a limit.

@@ -245,6 +245,46 @@ TEST_F(MessageScanTest, PartsThatWereNotLookedAtGetTheVerdictOfTheSettings) {
   EXPECT_EQ(scan(header, body + "--b--\r\n").answer().kind, Answer::Kind::Reject);
 }
 
+TEST_F(MessageScanTest, WhatHidesPartsNeverPassesUnseen) {
+  use("rules: []\n");
+  const std::string part =
+      "--b\r\nContent-Type: message/rfc822\r\nContent-Transfer-Encoding: ENCODING\r\n\r\n"
+      "RnJvbTogYUBiLmV4YW1wbGUNCg0K\r\n--b--\r\n";
+  const auto partUnder = [&part](const char* encoding) {
+    std::string text = part;
+    return text.replace(text.find("ENCODING"), 8, encoding);
+  };
+  const HeaderLine mixed{"Content-Type", " multipart/mixed; boundary=b"};
+  const HeaderLine nested{"Content-Type", " message/rfc822"};
+  const auto encoding = [](const char* name) {
+    return HeaderLine{"Content-Transfer-Encoding", std::string(" ") + name};
+  };
+  const struct {
+    std::vector<HeaderLine> header;
+    std::string body;
+    const char* why;  ///< empty when it passes
+  } cases[] = {
+      {{nested}, "Subject: s\r\n\r\nbody\r\n", ""},
+      {{nested, encoding("base64")}, "U3ViamVjdDogcw0K\r\n", "nested message is encoded"},
+      {{nested, encoding("quoted-printable")}, "Subject: s\r\n", "nested message is encoded"},
+      {{mixed}, partUnder("8bit"), ""},
+      {{mixed}, partUnder("base64"), "nested message is encoded"},
+      {{mixed}, partUnder("quoted-printable"), "nested message is encoded"},
+      {{mixed, encoding("base64")}, "LS1iDQo=\r\n", "multipart is encoded"},
+      {{mixed, encoding("quoted-printable")}, "--b\r\n\r\nx\r\n--b--\r\n", "multipart is encoded"},
+      {{{"Content-Type", " multipart/mixed"}}, partUnder("8bit"), "usable boundary"},
+      {{{"Content-Type", " multipart/mixed; boundary=c"}}, partUnder("8bit"), "usable boundary"},
+      {{{"Content-Type", " multipart/mixed"}}, "text\r\n-- \r\nsignature\r\n", ""},
+  };
+  for (const auto& one : cases) {
+    const MessageScan& done = scan(one.header, one.body);
+    EXPECT_THAT(done.answer().text, HasSubstr(one.why)) << one.body;
+    EXPECT_EQ(done.answer().kind,
+              *one.why != '\0' ? Answer::Kind::TempFail : Answer::Kind::Continue)
+        << one.body;
+  }
+}
+
 TEST_F(MessageScanTest, WhatCannotBeGatheredIsATemporaryFailure) {
   use("rules: []\n");
   EXPECT_EQ(scan({{"Subject", " a\nX-Evil: b"}}).answer().kind, Answer::Kind::TempFail);

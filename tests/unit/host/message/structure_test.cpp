@@ -171,6 +171,32 @@ TEST(Structure, ReportsDefects) {
                         DefectKind::EncodedMessage));
 }
 
+TEST(Structure, TellsWhetherAMultipartReadAsALeafMayHoldParts) {
+  const std::string noBoundary = "Content-Type: multipart/mixed\n\n";
+  const std::string otherBoundary = "Content-Type: multipart/mixed; boundary=b\n\n";
+  const std::string outer = "Content-Type: multipart/mixed; boundary=o\n\n--o\n";
+  const std::pair<std::string, bool> cases[] = {
+      {noBoundary, false},
+      {noBoundary + "text\n-- \nsignature\n--\n", false},
+      {noBoundary + "a --b\n-b\n", false},
+      {noBoundary + "--b\n\nx\n--b--\n", true},
+      {noBoundary + "text\r\n--b", true},
+      {otherBoundary, false},
+      {otherBoundary + "text\n", false},
+      {otherBoundary + "text\n--c\n\nx\n", true},
+      {otherBoundary + "--c\n\nx\n--b\n\nx\n--b--\n", false},
+      {outer + noBoundary + "text\n--o--\n", false},
+      {outer + noBoundary + "text\n--b\n--o--\n", true},
+      {outer + otherBoundary + "--c\n--o\n\n--p\n--o--\n", true},
+      {outer + "\n--p\n--o--\n", false},
+  };
+  for (const auto& [bytes, unread] : cases) {
+    const auto message = mail(bytes);
+    EXPECT_EQ(hasDefect(*message, DefectKind::UnreadParts), unread) << bytes;
+    EXPECT_EQ(message->toString(), bytes);
+  }
+}
+
 TEST(Structure, DefectListEnds) {
   std::string bytes = "Content-Type: multipart/mixed; boundary=b\n\n";
   for (int i = 0; i < 3000; ++i) bytes += "--b\nContent-Type: multipart/mixed\n\nx\n";
