@@ -25,6 +25,7 @@
 #include "gateway/milter/server.h"
 #include "gateway/milter/signals.h"
 #include "gateway/milter/store_policy.h"
+#include "gateway/milter/ways_out.h"
 #include "host/core/folder.h"
 #include "host/core/guard.h"
 #include "host/core/text_escape.h"
@@ -101,13 +102,21 @@ class Daemon {
     return true;
   }
 
-  /// Says what is wrong with the policy of a store.
+  /// Says what is wrong with the policy of a store, and with the settings for any policy.
   ExitStatus check() {
-    if (milter_.store.empty()) return ExitDone;
-    // What this user opens belongs to this user.
-    const std::string fault = milter_.user.empty() ? std::string() : dropPrivileges(milter_.user);
-    if (!fault.empty()) return refuse(fault);
-    return readFirst() ? ExitDone : ExitUsage;
+    if (!milter_.store.empty()) {
+      // What this user opens belongs to this user.
+      const std::string fault = milter_.user.empty() ? std::string() : dropPrivileges(milter_.user);
+      if (!fault.empty()) return refuse(fault);
+      if (!readFirst()) return ExitUsage;
+    }
+    if (first_.snapshot == nullptr) return ExitDone;
+    const WaysOut ways = waysOf(*first_.snapshot, settings_);
+    std::vector<std::string> faults = missingServers(ways, delivery_);
+    std::string listener = missingListener(ways, delivery_, milter_.reinjectionListener);
+    if (!listener.empty()) faults.push_back(std::move(listener));
+    for (const std::string& each : faults) complain(each);
+    return faults.empty() ? ExitDone : ExitUsage;
   }
 
   ExitStatus serve() {
@@ -137,6 +146,7 @@ class Daemon {
     // would have to look for it behind that.
     engine::startLibrary(settings_, *log_);
     warnOfUnknownListener();
+    if (first_.snapshot != nullptr) warnOfWays(*first_.snapshot);
     beginPolicy();
     const ReloadSignal reloading([this] { reload(); });
     const std::jthread housekeeping(
@@ -158,6 +168,14 @@ class Daemon {
                 "reinjection_listener in section milter is not set: what goes back to %s to be "
                 "scanned comes in as any other mail, and the rule that sent it acts again",
                 delivery_.scan.text().c_str());
+  }
+
+  /// Of the listener, the start tells whatever the policy is.
+  void warnOfWays(const policy::Snapshot& policy) {
+    const WaysOut ways = waysOf(policy, settings_);
+    for (const std::string& line : missingServers(ways, delivery_)) {
+      log_->write(1, "%s", line.c_str());
+    }
   }
 
   ExitStatus refuse(const std::string& fault) {
@@ -232,17 +250,20 @@ class Daemon {
   }
 
   void beginPolicy() {
-    policy_->setHooks(
-        {.log = log_.get(),
-         .prepare = [this](const policy::Snapshot& policy) { return prepareFiling(policy); },
-         .count =
-             [this](bool used) {
-               if (metrics_ != nullptr) metrics_->countPolicy(used);
-             },
-         .countAway =
-             [this] {
-               if (metrics_ != nullptr) metrics_->countPolicyAway();
-             }});
+    policy_->setHooks({.log = log_.get(),
+                       .prepare =
+                           [this](const policy::Snapshot& policy) {
+                             warnOfWays(policy);
+                             return prepareFiling(policy);
+                           },
+                       .count =
+                           [this](bool used) {
+                             if (metrics_ != nullptr) metrics_->countPolicy(used);
+                           },
+                       .countAway =
+                           [this] {
+                             if (metrics_ != nullptr) metrics_->countPolicyAway();
+                           }});
     policy_->begin(first_);
     first_ = {};
   }

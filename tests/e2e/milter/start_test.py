@@ -56,6 +56,37 @@ class StartTest(unittest.TestCase):
         self.assertEqual((status, [line.split(":")[1].strip() for line in lines]),
                          (2, ["[log] Format", "[milter] socket", "[delivery] scan_port"]))
 
+    def test_check_says_what_has_nowhere_to_go(self):
+        notification = ("notifications: [{name: n, sender: g@example.com, recipients: [p@example.com],"
+                        " subject: s, body: b%s}]\nrules: [{id: 7, when: always, actions: [notify: n]}]\n")
+        rule = "rules: [{id: 7, when: always, actions: [%s]}]\n"
+        scan = "[delivery]\nscan_host = 127.0.0.1\n"
+        plain = "[delivery]\nplain_host = 127.0.0.1\n"
+        named = "reinjection_listener = kavi-scan"
+        skips = "[General-Notification]\nNotificationSkipScan = 1\n"
+        cases = (
+            (rule % "readdress: a@b.example", plain, "", "scan_host", "7 (readdress)"),
+            (rule % "postpone: '08:00'", "", "", "scan_host", "7 (postpone)"),
+            (rule % "readdress: a@b.example", scan, "", "reinjection_listener", "7 (readdress)"),
+            (rule % "readdress: a@b.example", scan, named, "", ""),
+            (rule % "feedback", scan, named, "plain_host", "7 (feedback)"),
+            (rule % "delete", scan, "", "", ""),
+            (notification % "", scan, named, "plain_host", "7 (notify)"),
+            (notification % "", plain, "", "", ""),
+            (notification % ", attach: received", plain, "", "scan_host", "7 (notify)"),
+            (notification % ", attach: received", plain + skips, "", "", ""),
+        )
+        for policy, settings, milter, key, rules in cases:
+            with self.subTest(policy=policy, settings=settings, milter=milter):
+                self.policy.write_text(policy)
+                status, lines = self.start(settings, milter, "--check")
+                if not key:
+                    self.assertEqual((status, lines), (0, []))
+                    continue
+                self.assertEqual((status, len(lines)), (2, 1), lines)
+                self.assertIn(f"{key} in section", lines[0])
+                self.assertIn(rules, lines[0])
+
     def test_good_settings_are_nothing_to_speak_of(self):
         self.assertEqual(self.start("[log]\nLevel = 3\n", "", "--check"), (0, []))
 
