@@ -54,7 +54,7 @@ bool AnswerMarks::begin(const host::store::Digest& message) {
       ::open(path.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC | O_NOFOLLOW, 0600));
   const std::lock_guard lock(mutex_);
   own_.insert(name);
-  return take(name) && !isStale;
+  return left_.take(name) && !isStale;
 }
 
 void AnswerMarks::end(const host::store::Digest& message) {
@@ -62,6 +62,12 @@ void AnswerMarks::end(const host::store::Digest& message) {
   ::unlink((folder_ + "/" + name).c_str());
   const std::lock_guard lock(mutex_);
   own_.erase(name);
+  answered_.keep(name);
+}
+
+bool AnswerMarks::wasAnswered(const host::store::Digest& message) {
+  const std::lock_guard lock(mutex_);
+  return answered_.holds(host::delivery::toHex(message), std::chrono::seconds(kMemorySeconds));
 }
 
 void AnswerMarks::leave(const host::store::Digest& message) {
@@ -71,21 +77,7 @@ void AnswerMarks::leave(const host::store::Digest& message) {
 }
 
 void AnswerMarks::keep(const std::string& name) {
-  take(name);
-  left_.emplace(name, next_);
-  order_.emplace(next_++, name);
-  if (left_.size() <= kMostLeft) return;
-  const std::string first = order_.begin()->second;
-  take(first);
-  ::unlink((folder_ + "/" + first).c_str());
-}
-
-bool AnswerMarks::take(const std::string& name) {
-  const auto found = left_.find(name);
-  if (found == left_.end()) return false;
-  order_.erase(found->second);
-  left_.erase(found);
-  return true;
+  if (const auto first = left_.keep(name)) ::unlink((folder_ + "/" + *first).c_str());
 }
 
 void AnswerMarks::endAll() {

@@ -2,12 +2,11 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
-#include <map>
 #include <mutex>
 #include <set>
 #include <string>
 
+#include "gateway/milter/recent_names.h"
 #include "host/core/file_ops.h"
 #include "host/store/effect_ledger.h"
 
@@ -31,6 +30,10 @@ class AnswerMarks {
   /// A message's effects are going to be forgotten. \return whether an earlier attempt has left its
   ///   mark.
   bool begin(const host::store::Digest& message);
+  /// Whether the mail system had an answer to this message before, as far as this process knows:
+  /// of the last `kMostLeft` such messages, and of 30 days. It was refused behind this gateway,
+  /// then, or sent twice.
+  bool wasAnswered(const host::store::Digest& message);
   /// The mail system has the answer.
   void end(const host::store::Digest& message);
   /// The mail system has hung up, and may not have read the answer: the mark stays.
@@ -40,13 +43,11 @@ class AnswerMarks {
 
  private:
   void keep(const std::string& name);
-  bool take(const std::string& name);
 
   std::string folder_;
   std::mutex mutex_;
-  std::map<std::string, std::uint64_t> left_;   ///< the names of marks that were left; when
-  std::map<std::uint64_t, std::string> order_;  ///< the same the other way round
-  std::uint64_t next_ = 0;
+  RecentNames left_{kMostLeft};      ///< the names of marks that were left
+  RecentNames answered_{kMostLeft};  ///< those of messages whose answer was read
   std::set<std::string> own_;
 };
 

@@ -172,6 +172,12 @@ void MessageScan::settleEffects() {
           "Message %s is possibly doubled: it came before, and it is not known whether "
           "the mail system read the answer.",
           message_->id());
+    } else if (gateway_.answers->wasAnswered(*message)) {
+      gateway_.log.write(1,
+                         "Message %s is possibly doubled: it came before and was answered, so "
+                         "somebody behind this "
+                         "gateway refused it, or it was sent twice.",
+                         message_->id());
     }
   }
   std::string fault;

@@ -88,6 +88,39 @@ TEST_F(AnswerMarksTest, AnAnswerThatIsOutLeavesNothing) {
   EXPECT_FALSE(isMarked(3));
 }
 
+TEST_F(AnswerMarksTest, AMessageThatWasAnsweredIsKnownForAWhile) {
+  AnswerMarks marks;
+  ASSERT_EQ(marks.open(folder_), "");
+  marks.begin(digest(1));
+  EXPECT_FALSE(marks.wasAnswered(digest(1)));
+  marks.end(digest(1));
+  EXPECT_FALSE(marks.begin(digest(1)));
+  EXPECT_TRUE(marks.wasAnswered(digest(1)));
+  EXPECT_FALSE(marks.wasAnswered(digest(2)));
+}
+
+TEST(RecentNamesTest, TheFirstGoesForOneTooMany) {
+  RecentNames names(2);
+  EXPECT_FALSE(names.keep("a"));
+  EXPECT_FALSE(names.keep("b"));
+  EXPECT_FALSE(names.keep("a")) << "the last one again";
+  EXPECT_EQ(names.keep("c"), "b");
+  EXPECT_TRUE(names.take("a"));
+  EXPECT_FALSE(names.take("a"));
+}
+
+TEST(RecentNamesTest, OldOnesDoNotCount) {
+  using namespace std::chrono_literals;
+  RecentNames names(2);
+  const auto now = RecentNames::Clock::now();
+  names.keep("a", now);
+  EXPECT_TRUE(names.holds("a", 10s, now + 10s));
+  EXPECT_FALSE(names.holds("a", 10s, now + 11s));
+  names.keep("a", now + 5s);
+  EXPECT_TRUE(names.holds("a", 10s, now + 11s));
+  EXPECT_FALSE(names.holds("b", 10s, now));
+}
+
 TEST_F(AnswerMarksTest, AProperEndLeavesTheMarksOfOthers) {
   AnswerMarks killed;
   ASSERT_EQ(killed.open(folder_), "");
