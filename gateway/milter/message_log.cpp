@@ -46,11 +46,16 @@ std::string joined(const std::vector<std::string>& texts) {
   return all;
 }
 
+const char* remarkOn(const engine::RuleReport& rule) {
+  if (rule.failureAccepted) return "(accepted)";
+  if (rule.skipped) return "(skipped)";
+  return rule.reached ? "" : "(not-reached)";
+}
+
 std::string rulesOf(const engine::Outcome& outcome) {
   std::vector<std::string> ids;
   for (const engine::RuleReport& rule : outcome.rules) {
-    const char* remark = rule.skipped ? "(skipped)" : "";
-    ids.push_back(std::to_string(rule.id) + (rule.failureAccepted ? "(accepted)" : remark));
+    ids.push_back(std::to_string(rule.id) + remarkOn(rule));
   }
   return joined(ids);
 }
@@ -125,8 +130,8 @@ std::vector<std::string> acceptedLines(const MessageRecord& record) {
   return lines;
 }
 
-std::vector<std::string> actionLines(const MessageRecord& record) {
-  std::vector<std::string> lines;
+std::vector<ActionLine> actionLines(const MessageRecord& record) {
+  std::vector<ActionLine> lines;
   for (const engine::RuleReport& rule : record.outcome.rules) {
     for (const engine::ActionReport& action : rule.actions) {
       std::string line = "action";
@@ -136,7 +141,7 @@ std::vector<std::string> actionLines(const MessageRecord& record) {
       add(line, "result", action.result ? "ok" : "failed");
       if (action.disposed) add(line, "disposed", "yes");
       addIfAny(line, "failure", failureOf(action));
-      lines.push_back(std::move(line));
+      lines.push_back({action.result || rule.failureAccepted ? 2 : 1, std::move(line)});
     }
   }
   return lines;

@@ -34,7 +34,12 @@ std::string messageLine(const MessageRecord& record);
 /// rule whose effects stay: "accepted queue=… rule=15 failure="action stamp of rule 15"
 /// stays=archive".
 std::vector<std::string> acceptedLines(const MessageRecord& record);
+/// A line about an action, and the level that it is for.
+struct ActionLine {
+  int level;  ///< 1 for a failure that no other line gives the reason of, else 2
+  std::string text;
+};
 /// The same for each action that ran: "action queue=… rule=15 action=stamp result=ok …".
-std::vector<std::string> actionLines(const MessageRecord& record);
+std::vector<ActionLine> actionLines(const MessageRecord& record);
 
 }  // namespace gateway::milter

@@ -192,8 +192,8 @@ void MessageScan::log(std::chrono::steady_clock::duration took) const {
   record.id = message_ == nullptr ? "" : message_->id();
   record.bytes = bytes_;
   record.milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(took).count();
-  for (const std::string& line : actionLines(record)) {
-    gateway_.log.write(2, "%s", line.c_str());
+  for (const ActionLine& line : actionLines(record)) {
+    gateway_.log.write(line.level, "%s", line.text.c_str());
   }
   for (const std::string& line : acceptedLines(record)) {
     gateway_.log.write(1, "%s", line.c_str());

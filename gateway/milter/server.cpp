@@ -36,7 +36,7 @@ sfsistat guarded(Body&& body) noexcept {
       server->gateway().log.write(1, "a message could not be taken: %s", fault.what());
     }
   } catch (...) {
-    return SMFIS_TEMPFAIL;
+    if (Server* server = theServer) server->gateway().log.write(1, "a message could not be taken");
   }
   return SMFIS_TEMPFAIL;
 }

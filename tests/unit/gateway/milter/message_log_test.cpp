@@ -31,9 +31,12 @@ TEST_F(MessageLogTest, HasOneWordForEachThingThatIsKnown) {
   outcome_.rules.emplace_back().id = 15;
   outcome_.rules.emplace_back().id = 16;
   outcome_.rules.back().skipped = true;
+  outcome_.rules.emplace_back().id = 17;
+  outcome_.rules.back().reached = false;
   changes_.headers.push_back({HeaderEdit::Kind::Insert, "X-A", 1, " b"});
   EXPECT_EQ(line(),
-            "message queue=4Bx1 verdict=accept rules=15,16(skipped) changes=\"insert X-A\" "
+            "message queue=4Bx1 verdict=accept rules=15,16(skipped),17(not-reached) "
+            "changes=\"insert X-A\" "
             "from=<a@b.example> to=<c@d.example> client=client.example.org bytes=0 ms=0");
 }
 
@@ -58,6 +61,27 @@ TEST_F(MessageLogTest, SaysWhatFailedAndWasAcceptedAndWhatStays) {
   EXPECT_THAT(acceptedLines({origin_, collected_, outcome_, changes_, answer_, failure_}),
               testing::ElementsAre("accepted queue=4Bx1 rule=15 failure=\"action stamp of rule "
                                    "15\" reason=\"no memory\" stays=archive"));
+}
+
+TEST_F(MessageLogTest, SaysAtLevelOneWhyAnActionFailed) {
+  engine::RuleReport& rule = outcome_.rules.emplace_back();
+  rule.id = 15;
+  rule.actions.resize(2);
+  rule.actions[0].spec = policy::findAction("archive");
+  rule.actions[0].result = true;
+  rule.actions[1].spec = policy::findAction("stamp");
+  rule.actions[1].failure = "no memory";
+  const auto lines = [this] {
+    return actionLines({origin_, collected_, outcome_, changes_, answer_, failure_});
+  };
+  ASSERT_EQ(lines().size(), 2u);
+  EXPECT_EQ(lines()[0].level, 2);
+  EXPECT_EQ(lines()[0].text, "action queue=4Bx1 rule=15 action=archive result=ok");
+  EXPECT_EQ(lines()[1].level, 1);
+  EXPECT_EQ(lines()[1].text,
+            "action queue=4Bx1 rule=15 action=stamp result=failed failure=\"no memory\"");
+  rule.failureAccepted = true;  // has a line of its own
+  EXPECT_EQ(lines()[1].level, 2);
 }
 
 TEST_F(MessageLogTest, NothingFromOutsideLooksLikeAnotherWord) {
