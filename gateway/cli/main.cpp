@@ -52,6 +52,18 @@ std::string unknownCommand(const CLI::App& app, int argc, char** argv,
   return {};
 }
 
+/// What is wrong with a command line. What the parser cannot convert is always to be a number.
+std::string textOf(const CLI::ParseError& error) {
+  constexpr std::string_view kPrefix = "Could not convert: ";
+  constexpr std::string_view kEquals = " = ";
+  const std::string text = error.what();
+  const std::size_t equals = text.find(kEquals);
+  if (!text.starts_with(kPrefix) || equals == std::string::npos) return text;
+  return text.substr(kPrefix.size(), equals - kPrefix.size()) + ": " +
+         gateway::policy::inQuotes(text.substr(equals + kEquals.size())) +
+         " is no number that can stand there (write a whole number, such as 15)";
+}
+
 /// Whether the command line asks for JSON. It is looked at as it stands: one that cannot be read
 /// has no options yet.
 bool wantsJson(int argc, char** argv) {
@@ -90,7 +102,7 @@ int runCommandLine(int argc, char** argv) {
     // Help and version.
     return app.exit(done);
   } catch (const CLI::ParseError& error) {
-    complainOfPlace(error.what());
+    complainOfPlace(textOf(error));
     static_cast<void>(std::fputs("Run with --help for more information.\n", stderr));
     return ExitUsage;
   }

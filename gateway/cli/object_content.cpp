@@ -38,7 +38,7 @@ std::string_view alternativeTo(std::string_view key) {
 bool readWhole(const std::string& path, std::string& bytes) {
   const std::string source = path == "-" ? "/dev/stdin" : path;
   const std::size_t most = policy::YamlLimits().bytes;
-  std::string fault = policy::readTextFile(source, policy::FileKind::Any, most, bytes);
+  std::string fault = policy::readTextFile(source, policy::FileKind::Given, most, bytes);
   if (fault.empty() && bytes.size() > most) {
     fault = "is longer than " + std::to_string(most) + " bytes";
   }

@@ -374,7 +374,8 @@ std::optional<LoadedPolicy> loadPolicy(std::string_view text, Diagnostics& diagn
 
 std::optional<LoadedPolicy> loadPolicyFile(const std::string& path, Diagnostics& diagnostics) {
   std::string text;
-  std::string fault = readTextFile(path, FileKind::Any, YamlLimits().bytes, text);
+  const std::string source = path == "-" ? "/dev/stdin" : path;
+  std::string fault = readTextFile(source, FileKind::Given, YamlLimits().bytes, text);
   if (fault == "is a folder") fault += " (name the policy file in it)";
   if (!fault.empty()) {
     diagnostics.error(0, "", fault);

@@ -22,7 +22,7 @@ struct LoadedPolicy {
 std::optional<LoadedPolicy> loadPolicy(std::string_view text, Diagnostics& diagnostics,
                                        const std::optional<std::string>& folder = std::nullopt);
 
-/// The same for the file at \p path, with its folder.
+/// The same for the file at \p path, with its folder; "-" is standard input.
 std::optional<LoadedPolicy> loadPolicyFile(const std::string& path, Diagnostics& diagnostics);
 
 }  // namespace gateway::policy

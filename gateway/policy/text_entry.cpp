@@ -32,7 +32,7 @@ bool readFile(const ObjectEntry& entry, const TextEntry& wanted, const Node& fil
   const bool isAbsolute = file.text.front() == '/';
   const std::string path = isAbsolute ? file.text : *entry.folder + file.text;
   called = "file " + inQuotes(path);
-  const FileKind kind = entry.mayNamePipes ? FileKind::Any : FileKind::Regular;
+  const FileKind kind = entry.mayNamePipes ? FileKind::Given : FileKind::Regular;
   const std::string reason = file.text.find('\0') == std::string::npos
                                  ? readTextFile(path, kind, wanted.maxBytes, content)
                                  : "has a NUL in its name";

@@ -1,6 +1,5 @@
 #include "gateway/policy/text_file.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unicode/utf8.h>
 
@@ -9,7 +8,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "host/core/file_ops.h"
+#include "host/core/input_file.h"
 
 namespace gateway::policy {
 namespace {
@@ -39,15 +38,17 @@ std::optional<TextFault> findTextFault(std::string_view text) {
 
 std::string readTextFile(const std::string& path, FileKind kind, std::size_t maxBytes,
                          std::string& text) {
-  // Opening a pipe waits for its writer, unless told not to.
-  const int waiting = kind == FileKind::Regular ? O_NONBLOCK : 0;
-  host::core::FileOps& ops = host::core::FileOps::system();
-  const host::core::Descriptor file(
-      ops, ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | waiting));
+  host::core::Descriptor file;
+  const std::string irregular = std::string("is no regular file: name one") +
+                                (kind == FileKind::Given ? ", or /dev/stdin" : "");
+  const int fault = host::core::openInput(path, file);
+  if (fault == host::core::kNoRegularFile) return irregular;
   struct stat status {};
-  if (!file.isOpen() || ::fstat(file.get(), &status) != 0) return unreadable(errno);
+  if (fault != 0 || ::fstat(file.get(), &status) != 0)
+    return unreadable(fault != 0 ? fault : errno);
   if (S_ISDIR(status.st_mode)) return "is a folder";
-  if (kind == FileKind::Regular && !S_ISREG(status.st_mode)) return "is no regular file: name one";
+  if (kind == FileKind::Regular && !S_ISREG(status.st_mode)) return irregular;
+  host::core::FileOps& ops = host::core::FileOps::system();
   // One byte more than wanted tells that there are too many.
   constexpr std::size_t kPiece = std::size_t{64} << 10;
   text.clear();

@@ -21,7 +21,7 @@ std::optional<TextFault> findTextFault(std::string_view text);
 /// What a name may stand for.
 enum class FileKind {
   Regular,  ///< nothing that could keep its reader waiting
-  Any       ///< a pipe, too: for names from the command line
+  Given     ///< standard input, too: for names from the command line
 };
 
 /// Reads the file at \p path, its first \p maxBytes + 1 bytes at most: that is enough to know that

@@ -2,13 +2,13 @@
 
 #define SI_NO_CONVERSION  // bytes are kept as they stand
 #include <SimpleIni.h>
-#include <fcntl.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 
 #include "host/core/file_ops.h"
+#include "host/core/input_file.h"
 #include "host/core/text_escape.h"
 
 namespace host::core {
@@ -53,8 +53,10 @@ std::string_view takeLine(std::string_view& text) {
 // Reads `path` whole into `text`. Returns the reason when it cannot be read, else "".
 std::string readFile(const std::string& path, std::string& text) {
   FileOps& ops = FileOps::system();
-  const Descriptor file(ops, ::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!file.isOpen()) return std::strerror(errno);
+  Descriptor file;
+  const int fault = openInput(path, file);
+  if (fault == kNoRegularFile) return "it is no regular file";
+  if (fault != 0) return std::strerror(fault);
   const int result = ops.readAll(file.get(), IniDocument::kMaxBytes, text);
   if (result == -EFBIG)
     return "it is larger than " + std::to_string(IniDocument::kMaxBytes) + " bytes";

@@ -2,10 +2,12 @@
 
 #include <libpq-fe.h>
 
+#include <algorithm>
 #include <map>
 #include <string_view>
 #include <utility>
 
+#include "host/core/text_escape.h"
 #include "host/store/postgres_connection.h"
 #include "host/store/schema.h"
 #include "host/store/store_failure.h"
@@ -46,6 +48,28 @@ void requirePorts(const std::string& ports) {
   }
 }
 
+// The first parameter of a URI that no connection has; empty when there is none. A '@' behind the
+// '?' says that this is a part of a password, which nobody may see.
+std::string unknownParameter(const std::string& location) {
+  const std::size_t begin = location.find('?');
+  if (begin == std::string::npos || location.find('@', begin) != std::string::npos) return {};
+  const std::unique_ptr<PQconninfoOption, OptionsFree> known(PQconndefaults());
+  if (known == nullptr) return {};
+  std::string_view rest = std::string_view(location).substr(begin + 1);
+  while (!rest.empty()) {
+    const std::string_view pair = rest.substr(0, rest.find('&'));
+    rest.remove_prefix(std::min(pair.size() + 1, rest.size()));
+    if (pair.find('=') == std::string_view::npos) return {};
+    const std::string_view name = pair.substr(0, pair.find('='));
+    bool isKnown = name == "ssl";
+    for (const PQconninfoOption* option = known.get(); option->keyword != nullptr; ++option) {
+      isKnown = isKnown || name == option->keyword;
+    }
+    if (!isKnown) return std::string(name);
+  }
+  return {};
+}
+
 // The parameters that `location` gives a value.
 std::map<std::string, std::string> parametersOf(const std::string& location) {
   if (location.find('\0') != std::string::npos) {
@@ -57,6 +81,11 @@ std::map<std::string, std::string> parametersOf(const std::string& location) {
       PQconninfoParse(location.c_str(), &fault));
   const std::unique_ptr<char, decltype(&PQfreemem)> reason(fault, &PQfreemem);
   if (options == nullptr) {
+    if (const std::string name = unknownParameter(location); !name.empty()) {
+      throw StoreFailure(StoreError::InvalidArgument,
+                         "there is no parameter '" + core::printable(name) +
+                             "' (such as there are: connect_timeout, sslmode, host)");
+    }
     // The reason repeats the text, which may hold a password.
     throw StoreFailure(StoreError::InvalidArgument, "it is no connection string");
   }

@@ -156,6 +156,30 @@ class ApplyCase(PolicyCase):
         self.assertEqual(self.json("object", "show", "stamp", "piped")["fields"]["text"],
                          "from a pipe")
 
+    def test_waits_for_no_stranger(self):
+        pipe = self.folder / "pipe"
+        os.mkfifo(pipe)
+        for arguments in (["policy", "apply", pipe], ["policy", "check", pipe],
+                          ["policy", "apply", "/dev/zero"],
+                          ["object", "add", "stamp", "s", "--from", pipe],
+                          ["object", "add", "stamp", "s", "--setting-file", pipe]):
+            done = kavi(*arguments, *([] if "check" in arguments else ["--store", self.location]))
+            self.assertEqual(done.returncode, 2, arguments)
+            said = (done.stdout + done.stderr).decode()
+            self.assertIn("is no regular file: name one, or /dev/stdin", said)
+        self.assertIn("it is no regular file",
+                      self.complaint("policy", "diff", self.file, "--config", pipe, status=2))
+
+    def test_takes_the_policy_from_standard_input(self):
+        report = self.json("policy", "apply", "-", stdin=POLICY.encode())
+        self.assertEqual((report["applied"], report["policy"]), (True, "-"))
+        self.assertEqual(self.difference()["changes"], [])
+        self.assertIn("-:1: ", self.complaint("policy", "apply", "-", stdin=b"ruls: []", status=2))
+        # A pipe that the shell gives is no stranger's.
+        command = [KAVI, "policy", "diff", "/dev/fd/0", "--store", self.location]
+        done = subprocess.run(command, input=b"rules: []", capture_output=True, timeout=60)
+        self.assertIn(b"0 added, 8 removed", done.stdout)
+
     def test_tells_programs_the_same(self):
         self.apply(POLICY)
         changed = POLICY.replace("aging_days: 7", "aging_days: 9").replace(

@@ -49,6 +49,16 @@ class UsageTest(KaviTest):
             self.assertEqual(done.returncode, 2, arguments)
             self.assertTrue(done.stderr, arguments)
 
+    def test_what_is_no_number_is_named(self):
+        for arguments, option, value in ((["rule", "show", "abc"], "rule", "abc"),
+                                         (["rule", "list", "--after", "-1"], "--after", "-1"),
+                                         (["object", "list", "--owner", "99999999999"], "--owner",
+                                          "99999999999")):
+            done = kavi(*arguments)
+            self.assertEqual(done.returncode, 2, arguments)
+            self.assertIn(f"{option}: '{value}' is no number that can stand there (write a whole "
+                          "number, such as 15)", done.stderr.decode())
+
     def test_an_unknown_command_is_named(self):
         for arguments, word in ((["polcy", "check"], "did you mean 'policy'?"),
                                 (["store", "int"], "did you mean 'init'?"),

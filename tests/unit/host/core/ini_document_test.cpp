@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <filesystem>
+
 #include "library/platform/config_file_on_disk.h"
 #include "tests/unit/host/core/child.h"
 #include "tests/unit/host/core/cpu_time.h"
@@ -99,8 +101,21 @@ TEST(IniDocument, SaysWhyAFileCannotBeRead) {
                        "and that this user may read it");
   EXPECT_FALSE(document.load(folder.path(), error));
   EXPECT_THAT(error, ::testing::HasSubstr("Is a directory"));
-  EXPECT_FALSE(document.load("/dev/zero", error));
+  writeFile(folder / "large.ini", "");
+  std::filesystem::resize_file(folder / "large.ini", IniDocument::kMaxBytes + 1);
+  EXPECT_FALSE(document.load(folder / "large.ini", error));
   EXPECT_THAT(error, ::testing::HasSubstr("it is larger than 16777216 bytes"));
+}
+
+TEST(IniDocument, WaitsForNoPipe) {
+  const TempFolder folder;
+  ASSERT_EQ(::mkfifo((folder / "pipe.ini").c_str(), 0600), 0);
+  IniDocument document;
+  std::string error;
+  for (const std::string& name : {folder / "pipe.ini", std::string("/dev/zero")}) {
+    EXPECT_FALSE(document.load(name, error));
+    EXPECT_THAT(error, ::testing::HasSubstr("it is no regular file"));
+  }
 }
 
 TEST(IniDocument, SaysThatAFileMayNotBeRead) {
