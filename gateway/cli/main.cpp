@@ -125,9 +125,15 @@ int main(int argc, char** argv) {
   holdStandardDescriptors();
   // A file size limit is an error like a full disk, not an end.
   static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
-  const bool asJson = wantsJson(argc, argv);
-  if (asJson) keepComplaints();
-  const int status = runGuarded(argc, argv);
-  if (asJson && status != ExitDone) printFailure();
-  return finishOutput(status);
+  try {
+    const bool asJson = wantsJson(argc, argv);
+    if (asJson) keepComplaints();
+    const int status = runGuarded(argc, argv);
+    if (asJson && status != ExitDone) printFailure();
+    return finishOutput(status);
+  } catch (const std::exception& fault) {
+    // No memory, not even for the words of a complaint.
+    static_cast<void>(std::fprintf(stderr, "kavi: %s\n", fault.what()));
+    return ExitFailed;
+  }
 }
