@@ -82,11 +82,11 @@ struct Findings {
 };
 
 void find(Database& store, Findings& findings) {
-  if (const StoreStatus status = store.check(findings.faults); !status.ok()) {
-    findings.faults.push_back(status.text);
-  }
+  const StoreStatus checked = store.check(findings.faults);
+  if (!checked.ok()) findings.faults.push_back(checked.text);
   if (const StoreStatus status = store.readPolicy(findings.policy); !status.ok()) {
-    findings.faults.push_back(status.text);
+    // What ended the check ends this, too: it is one fault.
+    if (checked.ok()) findings.faults.push_back(status.text);
     return;
   }
   findings.wasRead = true;

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "host/store/postgres_store.h"
+#include "host/store/sqlite_pool.h"
 #include "host/store/sqlite_store.h"
 #include "host/store/store.h"
 #include "host/store/store_failure.h"
@@ -32,7 +33,10 @@ std::string faultOf(const std::string& location) {
                                    [](unsigned char c) { return std::isalnum(c) != 0; });
   if (!hasKind) return "it does not say of what kind it is";
   const std::string kind = location.substr(0, colon + 1);
-  return kind == kSqlitePrefix ? "it names no file" : "'" + kind + "' is no kind of store";
+  if (kind == kSqlitePrefix) return sqlitePathFault(location.substr(colon + 1));
+  const bool isServer = kind == "postgresql:" || kind == "postgres:";
+  return isServer ? "behind '" + kind + "' stand two slashes"
+                  : "'" + kind + "' is no kind of store";
 }
 
 }  // namespace
@@ -42,7 +46,7 @@ std::unique_ptr<Database> makeStore(const std::string& location, StoreStatus& st
   try {
     status = {};
     if (location.compare(0, kSqlitePrefix.size(), kSqlitePrefix) == 0 &&
-        location.size() > kSqlitePrefix.size()) {
+        sqlitePathFault(location.substr(kSqlitePrefix.size())).empty()) {
       SqliteOptions options;
       options.upkeep = upkeep;
       return std::make_unique<SqliteStore>(location.substr(kSqlitePrefix.size()), options);

@@ -5,6 +5,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "host/core/folder.h"
@@ -40,12 +43,11 @@ std::string asFileName(const std::string& path) {
 
 // The folder and the name in it.
 std::pair<std::string, std::string> split(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  std::string name = path.substr(slash + 1);
-  if (name.empty() || name == "." || name == ".." || path.find('\0') != std::string::npos) {
-    throw StoreFailure(StoreError::InvalidArgument, "its path names no file");
+  if (const std::string fault = sqlitePathFault(path); !fault.empty()) {
+    throw StoreFailure(StoreError::InvalidArgument, fault);
   }
-  return {path.substr(0, slash + 1), std::move(name)};
+  const std::size_t slash = path.rfind('/');
+  return {path.substr(0, slash + 1), path.substr(slash + 1)};
 }
 
 // Refuses what is no file, and a link that somebody else has put there: it leads where that person
@@ -72,7 +74,28 @@ void giveToOwner(const core::Folder& folder, int file) {
   if (::fchown(file, owner.st_uid, owner.st_gid) != 0) throw fileFailure(errno);
 }
 
+// The same for what a link leads to: the database library names its files by that.
+void requireOwnTarget(const std::string& path) {
+  std::error_code error;
+  const std::filesystem::path target = std::filesystem::canonical(path, error);
+  if (!error) split(target.string());
+}
+
 }  // namespace
+
+std::string sqlitePathFault(const std::string& path) {
+  const std::string name = path.substr(path.rfind('/') + 1);
+  if (name.empty() || name == "." || name == ".." || path.find('\0') != std::string::npos) {
+    return "its path names no file";
+  }
+  for (const std::string_view end : {"-wal", "-shm", "-journal", kLockEnd}) {
+    if (name.ends_with(end)) {
+      return "a name that ends in " + std::string(end) +
+             " is that of a file which belongs to the store beside it; choose another";
+    }
+  }
+  return {};
+}
 
 SqlitePool::SqlitePool(const std::string& path, int busyTimeoutMs, Upkeep upkeep,
                        core::FileOps& ops)
@@ -111,6 +134,7 @@ std::unique_ptr<Connection> SqlitePool::look() {
   if (opened == core::FileError::MissingFolder) return nullptr;
   require(opened);
   requireOwnFile(folder, name);
+  requireOwnTarget(path_);
   struct stat status {};
   const bool there = ::fstatat(folder.descriptor(), name.c_str(), &status, 0) == 0;
   if (!there && errno != ENOENT) throw fileFailure(errno);
@@ -150,6 +174,7 @@ std::unique_ptr<Connection> SqlitePool::open() {
   core::Folder folder(ops_);
   require(folder.open(folderPath, true));
   requireOwnFile(folder, name);
+  requireOwnTarget(path_);
   // Two that switch to the write-ahead log, or make the tables, at once would get in each other's
   // way instead of waiting.
   const MakingLock lock(folder, name, busyTimeoutMs_);

@@ -14,6 +14,10 @@
 
 namespace host::store {
 
+/// What is wrong with \p path as the place of a store, as far as it can be told without a look at
+/// the disk; empty when nothing is.
+std::string sqlitePathFault(const std::string& path);
+
 class SqlitePool final : public ConnectionPool {
  public:
   SqlitePool(const std::string& path, int busyTimeoutMs, Upkeep upkeep, core::FileOps& ops);

@@ -44,7 +44,7 @@ const char* remedyFor(StoreError error) {
     case StoreError::Permission:
       return "let this user read and write the store's file and its folder";
     case StoreError::Damaged:
-      return "restore the store from a backup, or move it away to begin with an empty one";
+      return "name a file of its own, or restore the store from a backup";
     case StoreError::TooNew:
       return "use the version that wrote the store, or a later one";
     case StoreError::InputOutput:

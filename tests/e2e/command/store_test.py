@@ -124,12 +124,24 @@ class OlderStoreTest(KaviTest):
         self.assertIn("rule 15: ", lines[2])
         self.assertTrue(lines[3].endswith("; 3 faults"), lines[3])
 
+    def test_a_missing_table_is_one_fault(self):
+        self.sql("DROP TABLE policy_audit; DROP TABLE rule_object")
+        done = kavi("store", "check", self.location)
+        self.assertEqual(done.returncode, 1)
+        lines = done.stdout.decode().splitlines()
+        self.assertEqual(len(lines), 2, lines)
+        self.assertIn("no such table", lines[0])
+        self.assertTrue(lines[1].endswith("; 1 fault"), lines[1])
+
     def test_a_damaged_file_is_a_fault_and_no_crash(self):
         intact = self.path.read_bytes()
+        spoilt = 0
         for at in range(0, len(intact), 977):
             self.path.write_bytes(intact[:at] + b"\xA5" * 64 + intact[at + 64:])
             done = kavi("store", "check", self.location)
             self.assertIn(done.returncode, (0, 1), (at, done.stderr))
+            spoilt += done.returncode
+        self.assertGreater(spoilt, 0)
         self.path.write_bytes(intact[:len(intact) // 2])
         self.assertEqual(kavi("store", "check", self.location).returncode, 1)
 
@@ -179,14 +191,17 @@ class LocationTest(KaviTest):
         (self.folder / "folder").mkdir()
         os.mkfifo(self.folder / "pipe")
         self.put("file", "x")
-        for name in ("folder", "folder/", "folder/.", "folder/..", "pipe", "file/store"):
+        for name in ("folder", "pipe", "file/store"):
             self.refused(f"sqlite:{self.folder}/{name}", str(self.folder), status=1)
+        for name in ("folder/", "folder/.", "folder/.."):
+            self.refused(f"sqlite:{self.folder}/{name}", "names no file", "write sqlite:PATH")
+        self.refused(f"sqlite:{self.folder}/store-wal", "a name that ends in -wal")
         self.refused("sqlite:/dev/null", "no file", status=1)
 
     def test_a_text_is_no_store_and_stays_as_it_is(self):
         path = self.put("notes.txt", "remember the milk\n" * 100)
         before = path.read_bytes()
-        self.refused(f"sqlite:{path}", "is damaged, or no store", status=1)
+        self.refused(f"sqlite:{path}", "is damaged, or no store", "name a file of its own", status=1)
         self.assertEqual(path.read_bytes(), before)
 
     def test_a_server_that_is_away_says_so_without_the_password(self):

@@ -155,6 +155,24 @@ TEST(SqliteStore, RefusesAPathThatNamesNoFile) {
   EXPECT_EQ(folder.prepare().error, StoreError::Unavailable);
 }
 
+TEST(SqliteStore, RefusesTheNamesOfFilesBesideAStore) {
+  const TempFolder temp;
+  for (const std::string end : {"-wal", "-shm", "-journal", "-kavi-lock"}) {
+    StoreStatus status;
+    EXPECT_EQ(makeStore("sqlite:" + (temp / "store") + end, status), nullptr) << end;
+    EXPECT_EQ(status.error, StoreError::InvalidArgument) << end;
+    EXPECT_THAT(status.text, HasSubstr("ends in " + end + " is that of a file which belongs"));
+    EXPECT_EQ(SqliteStore(temp / "store" + end).prepare().error, StoreError::InvalidArgument);
+    // The other end of a link, once there is something.
+    testing_host::writeFile(temp / "store" + end, "");
+    std::filesystem::create_symlink(temp / "store" + end, temp / "link");
+    EXPECT_EQ(SqliteStore(temp / "link").prepare().error, StoreError::InvalidArgument) << end;
+    EXPECT_EQ(std::filesystem::file_size(temp / "store" + end), 0u);
+    std::filesystem::remove(temp / "link");
+  }
+  EXPECT_TRUE(SqliteStore(temp / "wal").prepare().ok());
+}
+
 TEST(SqliteStore, GoesOnWithANewFileWhenTheOldOneIsGone) {
   const TempFolder temp;
   SqliteStore store(temp / "store");
@@ -373,11 +391,26 @@ TEST(MakeStore, TakesALocation) {
 }
 
 TEST(MakeStore, RefusesEverythingElse) {
-  for (const char* location : {"", "sqlite:", "/var/lib/store", "SQLITE:/x", "mysql://x"}) {
+  for (const char* location : {"", "sqlite:", "sqlite:/", "sqlite:.", "sqlite:/var/lib/",
+                               "/var/lib/store", "SQLITE:/x", "mysql://x", "postgresql:/x"}) {
     StoreStatus status;
     EXPECT_EQ(makeStore(location, status), nullptr) << location;
     EXPECT_EQ(status.error, StoreError::InvalidArgument) << location;
     EXPECT_THAT(status.text, HasSubstr("sqlite:PATH")) << location;
+  }
+}
+
+TEST(MakeStore, SaysWhatIsWrong) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"", "it is empty"},
+      {"/var/lib/store", "it does not say of what kind it is"},
+      {"sqlite:/var/lib/", "its path names no file"},
+      {"mysql://x", "'mysql:' is no kind of store"},
+      {"postgresql:/x", "behind 'postgresql:' stand two slashes"}};
+  for (const auto& [location, text] : cases) {
+    StoreStatus status;
+    EXPECT_EQ(makeStore(location, status), nullptr) << location;
+    EXPECT_THAT(status.text, HasSubstr(text));
   }
 }
 
