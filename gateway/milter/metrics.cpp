@@ -34,7 +34,9 @@ class SpoolFigures final : public prometheus::Collectable {
     family.name = "kavi_spool_messages";
     family.help = "Messages in the spool by state";
     family.type = prometheus::MetricType::Gauge;
-    for (const auto& [state, count] : {std::pair{"waiting", summary.waiting},
+    for (const auto& [state, count] : {std::pair{"due", summary.due},
+                                       {"waiting", summary.waiting},
+                                       {"sending", summary.sending},
                                        {"failed", summary.failed},
                                        {"damaged", summary.damaged},
                                        {"unreadable", summary.unreadable}}) {

@@ -180,10 +180,15 @@ AdapterError Spool::remove(const std::string& id) {
     if (!folder_.isOpen()) return AdapterError::MissingFolder;
     if (!isId(id)) return AdapterError::NotFound;
     const std::string log = logNameOf(id);
-    const core::FileError removed = folder_.remove(fileNameOf(id));
+    core::FileOps& ops = folder_.ops();
+    const int removed = ops.unlink(folder_.descriptor(), fileNameOf(id));
+    if (removed < 0 && removed != -ENOENT) return adapterErrorOf(core::fileErrorOf(-removed));
+    // One that is gone may be so for want of a power cut only.
+    const core::FileError flushed = folder_.sync();
+    if (flushed != core::FileError::None) return adapterErrorOf(flushed);
     // A log that stays behind is harmless; `open` takes it away.
-    if (removed == core::FileError::None) folder_.ops().unlink(folder_.descriptor(), log);
-    return missingIsNotFound(removed);
+    ops.unlink(folder_.descriptor(), log);
+    return removed < 0 ? AdapterError::NotFound : AdapterError::None;
   });
 }
 
@@ -235,11 +240,16 @@ core::FileError Spool::removeOrphans() const {
   const core::FileError error = folder_.list(names);
   if (error != core::FileError::None) return error;
   core::FileOps& ops = folder_.ops();
+  bool isFlushed = false;
   for (const std::string& name : names) {
     const std::string id(idIn(name, kLogSuffix));
     if (id.empty()) continue;
     // Looked for now and not in the list: the entry may have been filed while the list was read.
-    if (isMissing(fileNameOf(id))) ops.unlink(folder_.descriptor(), name);
+    if (!isMissing(fileNameOf(id))) continue;
+    // A log may say that its entry was sent: it must not go for good before that does.
+    if (!isFlushed && folder_.sync() != core::FileError::None) return core::FileError::None;
+    isFlushed = true;
+    ops.unlink(folder_.descriptor(), name);
   }
   return core::FileError::None;
 }

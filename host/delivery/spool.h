@@ -61,7 +61,8 @@ class KAVI_API Spool {
   /// The same without the message: takes time for the head only.
   AdapterError readHead(const std::string& id, SpoolEntry& entry) const;
 
-  /// Removes an entry for good, its log too. NotFound when there is none.
+  /// Removes an entry for good, its log too. NotFound when there is none, which is flushed then:
+  /// after another failure the entry may be gone, but for a power cut.
   AdapterError remove(const std::string& id);
 
   /// Makes the caller the only one to work at an entry as long as \p hold lives; other processes

@@ -85,9 +85,12 @@ AdapterError SpoolControl::summarise(SpoolSummary& summary) const {
   const AdapterError error = list(items);
   if (error != AdapterError::None) return error;
   SpoolSummary found;
+  const std::int64_t now = clock_();
   for (const SpoolItem& item : items) {
-    if (item.condition == SpoolItem::Condition::Waiting) ++found.waiting;
-    if (item.condition == SpoolItem::Condition::Sending) ++found.waiting;
+    if (item.condition == SpoolItem::Condition::Waiting) {
+      ++(item.due <= now ? found.due : found.waiting);
+    }
+    if (item.condition == SpoolItem::Condition::Sending) ++found.sending;
     if (item.condition == SpoolItem::Condition::Failed) ++found.failed;
     if (item.condition == SpoolItem::Condition::Damaged) ++found.damaged;
     if (item.condition == SpoolItem::Condition::Unreadable) ++found.unreadable;

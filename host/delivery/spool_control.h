@@ -35,7 +35,9 @@ struct SpoolItem {
 };
 
 struct SpoolSummary {
-  std::size_t waiting = 0;  ///< those that are being sent included
+  std::size_t due = 0;
+  std::size_t waiting = 0;  ///< for their time, or their next attempt
+  std::size_t sending = 0;
   std::size_t failed = 0;
   std::size_t damaged = 0;
   std::size_t unreadable = 0;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <ctime>
+#include <iterator>
 #include <set>
 
 #include "host/core/text_escape.h"
@@ -49,6 +50,16 @@ class SubmissionWorker::Run {
         adapterErrorText(static_cast<unsigned int>(error)));
   }
 
+  // A removal that could not be flushed has left no entry to visit, but may not outlast a power
+  // cut.
+  void finishRemovals(const std::vector<std::string>& ids) {
+    for (auto each = worker_.unremoved_.begin(); each != worker_.unremoved_.end();) {
+      const bool isThere = std::find(ids.begin(), ids.end(), *each) != ids.end();
+      const bool isGone = !isThere && worker_.spool_.remove(*each) == AdapterError::NotFound;
+      each = isGone ? worker_.unremoved_.erase(each) : std::next(each);
+    }
+  }
+
   const SubmissionCounts& counts() const { return counts_; }
 
  private:
@@ -77,7 +88,10 @@ class SubmissionWorker::Run {
   AdapterError readState(Entry& entry) const {
     std::string text;
     const AdapterError error = worker_.spool_.readLog(entry.id, text);
-    if (error == AdapterError::None) entry.state = SpoolState::of(parseSpoolLog(text));
+    if (error != AdapterError::None) return error;
+    entry.state = SpoolState::of(parseSpoolLog(text));
+    // Its log need not have taken that.
+    if (worker_.unremoved_.contains(entry.id)) entry.state.sent = true;
     return error;
   }
 
@@ -90,17 +104,18 @@ class SubmissionWorker::Run {
       return AdapterError::None;
     }
     error = worker_.spool_.readHead(id, entry.head);
-    if (error == AdapterError::Damaged) return failDamaged(entry);
-    if (error != AdapterError::None) return error;
-    if (!entry.state.sent && !isDue(entry)) return AdapterError::None;
+    const bool isDamaged = error == AdapterError::Damaged;
+    if (error != AdapterError::None && !isDamaged) return error;
+    if (!entry.state.sent && !isDamaged && !isDue(entry)) return AdapterError::None;
     core::Descriptor hold;
     error = worker_.spool_.hold(id, hold);
     // Whoever held it before may have changed its state.
     if (error == AdapterError::None) error = readState(entry);
     if (error != AdapterError::None) return error;
-    if (entry.state.sent) return remove(entry);
-    if (entry.state.failed || !isDue(entry)) return AdapterError::None;
-    return submit(entry);
+    if (entry.state.sent) return removeSent(entry);
+    if (entry.state.failed) return AdapterError::None;
+    if (isDamaged) return failDamaged(entry);
+    return isDue(entry) ? submit(entry) : AdapterError::None;
   }
 
   bool isDue(const Entry& entry) {
@@ -115,9 +130,6 @@ class SubmissionWorker::Run {
   void noteDue(std::int64_t due) { counts_.nextDue = std::min(due, counts_.nextDue.value_or(due)); }
 
   AdapterError failDamaged(const Entry& entry) {
-    core::Descriptor hold;
-    const AdapterError error = worker_.spool_.hold(entry.id, hold);
-    if (error != AdapterError::None) return error;
     SmtpOutcome outcome;
     outcome.error = AdapterError::Damaged;
     return fail(entry, outcome);
@@ -185,11 +197,21 @@ class SubmissionWorker::Run {
     const AdapterError removed = remove(entry);
     if (removed == AdapterError::None) return removed;
     // It went out, and must not go out again because its file cannot be removed just now.
+    worker_.unremoved_.insert(entry.id);
     const AdapterError recorded = record(entry, {SpoolEvent::Kind::Sent, now(), 0, {}, 0, false});
-    log(kFailures, "Message %s was sent but cannot be removed from the spool: %s%s.",
+    log(kFailures,
+        "Message %s was sent but cannot be removed from the spool, which is tried again: %s%s.",
         entry.id.c_str(), adapterErrorText(static_cast<unsigned int>(removed)),
-        recorded == AdapterError::None ? "" : "; it will be sent again");
+        recorded == AdapterError::None ? ""
+                                       : "; nor can that be written down, so that it is sent again "
+                                         "if this process ends first");
     return AdapterError::None;
+  }
+
+  AdapterError removeSent(const Entry& entry) const {
+    const AdapterError removed = remove(entry);
+    if (removed == AdapterError::None) worker_.unremoved_.erase(entry.id);
+    return removed;
   }
 
   // Takes a message that went out of the spool, and of the index. A row that stays is removed at
@@ -256,6 +278,7 @@ SubmissionCounts SubmissionWorker::runOnce(std::int64_t now, const std::stop_tok
     const AdapterError listed = spool_.list(ids);
     if (listed != AdapterError::None) return listed;
     Run run(*this, now);
+    run.finishRemovals(ids);
     for (const std::string& id : ids) {
       if (stop.stop_requested()) break;
       run.visit(id);

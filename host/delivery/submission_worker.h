@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <stop_token>
 #include <string>
 
@@ -77,6 +78,7 @@ class KAVI_API SubmissionWorker {
   Kavi::LogMsg* log_;
   SpoolIndex* index_;
   SmtpObserver* observer_ = nullptr;
+  std::set<std::string> unremoved_;  ///< went out, and are not known to be gone from the disk
   std::mutex mutex_;
   std::condition_variable_any changed_;
   bool awake_ = false;

@@ -226,7 +226,9 @@ class MetricsTest(unittest.TestCase):
                 'kavi_message_duration_seconds_count': "5",
                 'kavi_policy_loads_total{result="used"}': "1",
                 'kavi_policy_loads_total{result="refused"}': "1",
-                'kavi_spool_messages{state="waiting"}': "0"}.items():
+                'kavi_spool_messages{state="due"}': "0",
+                'kavi_spool_messages{state="waiting"}': "0",
+                'kavi_spool_messages{state="sending"}': "0"}.items():
             self.assertEqual(float(figures.get(name, "-1")), float(value), name)
 
 

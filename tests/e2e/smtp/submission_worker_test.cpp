@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <string_view>
 #include <thread>
 
 #include "host/delivery/reprocessing.h"
@@ -258,6 +260,79 @@ TEST(SubmissionWorker, DamagedEntryFailsAndIsLeftAsItIs) {
   EXPECT_EQ(bench.runOnce(kFiled + 100'000).stuck, 1u);
 }
 
+/// A disk that does not let entries be removed, or says so though they are.
+class ClingingDisk final : public host::core::FileOps {
+ public:
+  enum class Fault { None, KeepsEntriesAndLogs, FlushesNoRemoval };
+  int unlink(int folder, const std::string& name) override {
+    const bool isEntry = name.ends_with(".msg");
+    if (isEntry && fault == Fault::KeepsEntriesAndLogs) return -EIO;
+    removing_ = isEntry;
+    return FileOps::unlink(folder, name);
+  }
+  int sync(int descriptor) override {
+    const bool fails = removing_ && fault == Fault::FlushesNoRemoval;
+    removing_ = false;
+    return fails ? -EIO : FileOps::sync(descriptor);
+  }
+  ssize_t write(int file, const char* data, std::size_t size) override {
+    const bool isEnd = std::string_view(data, size).find("\"sent\"") != std::string_view::npos;
+    if (isEnd && fault == Fault::KeepsEntriesAndLogs) return -EIO;
+    return FileOps::write(file, data, size);
+  }
+  Fault fault = Fault::None;
+
+ private:
+  bool removing_ = false;
+};
+
+TEST(SubmissionWorker, SentMessageThatCannotBeRemovedIsNotSentAgain) {
+  SmtpSink sink;
+  ClingingDisk ops;
+  SpoolBench bench(&sink, ops);
+  bench.file();
+  SubmissionWorker worker(bench.spool, bench.settings, bench.keys, &bench.log);
+  ops.fault = ClingingDisk::Fault::KeepsEntriesAndLogs;
+  EXPECT_EQ(worker.runOnce(kFiled).sent, 1u);
+  EXPECT_THAT(bench.log.takeLines(1), ElementsAre(HasSubstr("nor can that be written down")));
+  EXPECT_EQ(worker.runOnce(kFiled + 9999).troubled, 1u);
+  EXPECT_THAT(bench.log.takeLines(1), ElementsAre(HasSubstr("Cannot work at message")));
+  ops.fault = ClingingDisk::Fault::None;
+  EXPECT_EQ(worker.runOnce(kFiled + 99'999).sent, 0u);
+  EXPECT_EQ(testing_host::entryCount(bench.folder / "spool"), 0u);
+  EXPECT_THAT(sink.messages(), SizeIs(1));
+}
+
+TEST(SubmissionWorker, RemovalThatWasNotFlushedIsFlushedLater) {
+  SmtpSink sink;
+  ClingingDisk ops;
+  SpoolBench bench(&sink, ops);
+  const std::string id = bench.file();
+  SubmissionWorker worker(bench.spool, bench.settings, bench.keys, &bench.log);
+  ops.fault = ClingingDisk::Fault::FlushesNoRemoval;
+  for (int run = 0; run < 2; ++run) {
+    worker.runOnce(kFiled);
+    const std::string log = testing_host::contentOf(bench.folder / ("spool/" + id + ".log"));
+    EXPECT_THAT(log, HasSubstr("\"sent\"")) << "after a power cut the entry is back, and this, too";
+  }
+  EXPECT_THAT(bench.log.takeLines(1), ElementsAre(HasSubstr("which is tried again")));
+  ops.fault = ClingingDisk::Fault::None;
+  worker.runOnce(kFiled);
+  EXPECT_EQ(testing_host::entryCount(bench.folder / "spool"), 0u);
+  EXPECT_THAT(sink.messages(), SizeIs(1));
+}
+
+TEST(SubmissionWorker, DamagedMessageThatWasSentIsRemoved) {
+  SpoolBench bench;
+  const std::string id = bench.file();
+  ASSERT_EQ(
+      bench.spool.appendLog(id, writeSpoolEvent({SpoolEvent::Kind::Sent, kFiled, 0, {}, 0, false})),
+      AdapterError::None);
+  testing_host::writeFile(bench.folder / ("spool/" + id + ".msg"), "nonsense");
+  EXPECT_EQ(bench.runOnce(kFiled).failed, 0u);
+  EXPECT_EQ(testing_host::entryCount(bench.folder / "spool"), 0u);
+}
+
 TEST(SubmissionWorker, AddressesInAnEntryAreCheckedAgain) {
   SmtpSink sink;
   SpoolBench bench(&sink);
@@ -332,7 +407,8 @@ TEST(SpoolControl, ListsShowsRetriesAndDeletes) {
   SpoolSummary summary;
   ASSERT_EQ(control.summarise(summary), AdapterError::None);
   EXPECT_EQ(summary.failed, 2u);
-  EXPECT_EQ(summary.waiting, 1u);
+  EXPECT_EQ(summary.due, 1u);
+  EXPECT_EQ(summary.waiting, 0u);
   EXPECT_EQ(summary.oldest, kFiled);
 
   ASSERT_EQ(control.remove(third), AdapterError::None);
@@ -380,7 +456,7 @@ TEST(SpoolControl, TellsWhatIsBeingSentFromWhatWasCutOff) {
   EXPECT_FALSE(item.isPossiblyDoubled());
   SpoolSummary summary;
   ASSERT_EQ(SpoolControl(bench.spool).summarise(summary), AdapterError::None);
-  EXPECT_EQ(summary.waiting, 1u);
+  EXPECT_EQ(summary.sending, 1u);
 
   hold.reset();  // as when its process is killed
   item = bench.show(id, kFiled + 2);
