@@ -57,15 +57,27 @@ std::string prepareSpool(host::delivery::DeliveryState& state, std::vector<std::
 
 std::string prepareFilingFolders(const policy::Snapshot& policy, Kavi::GlobalSetting& settings,
                                  host::delivery::DeliveryState& state,
-                                 std::vector<std::string>& notes) {
-  std::string fault = prepareSpool(state, notes);
-  if (fault.empty() && uses(policy, KaviAction::Quarantine)) {
-    fault = prepare("queue_quarantine", MessageKind::Quarantined, settings, state, notes);
-  }
-  if (fault.empty() && uses(policy, KaviAction::Archive)) {
-    fault = prepare("queue_archive", MessageKind::Archived, settings, state, notes);
-  }
+                                 std::vector<std::string>& notes, ReadyFolders& ready) {
+  std::string fault;
+  const auto once = [&](const char* name, auto prepareIt) {
+    if (!fault.empty() || ready.contains(name)) return;
+    fault = prepareIt();
+    if (fault.empty()) ready.insert(name);
+  };
+  const auto folder = [&](const char* key, MessageKind kind) {
+    once(key, [&] { return prepare(key, kind, settings, state, notes); });
+  };
+  once("spool", [&] { return prepareSpool(state, notes); });
+  if (uses(policy, KaviAction::Quarantine)) folder("queue_quarantine", MessageKind::Quarantined);
+  if (uses(policy, KaviAction::Archive)) folder("queue_archive", MessageKind::Archived);
   return fault;
+}
+
+std::string prepareFilingFolders(const policy::Snapshot& policy, Kavi::GlobalSetting& settings,
+                                 host::delivery::DeliveryState& state,
+                                 std::vector<std::string>& notes) {
+  ReadyFolders none;
+  return prepareFilingFolders(policy, settings, state, notes, none);
 }
 
 }  // namespace gateway::engine

@@ -233,7 +233,7 @@ class Daemon {
 
   std::string prepareFiling(const policy::Snapshot& policy) {
     std::vector<std::string> notes;
-    std::string fault = engine::prepareFilingFolders(policy, settings_, state_, notes);
+    std::string fault = engine::prepareFilingFolders(policy, settings_, state_, notes, ready_);
     for (const std::string& note : notes) log_->write(2, "%s", note.c_str());
     return fault;
   }
@@ -285,6 +285,7 @@ class Daemon {
   std::unique_ptr<Metrics> metrics_;
   AnswerMarks answers_;
   StrayMail strays_;
+  engine::ReadyFolders ready_;  ///< by the start, then by one reading of the policy at a time
   std::unique_ptr<PolicySource> policy_;
   host::store::Database* policyStore_ = nullptr;  ///< that of policy_; null when that is a file
   PolicyReading first_;                           ///< until it is in force

@@ -14,7 +14,23 @@ void PolicySource::use(std::shared_ptr<const policy::Snapshot> snapshot) {
   current_.swap(snapshot);
 }
 
+void PolicySource::tryWaiting() {
+  if (!isWaiting_) return;
+  // One message's thread does it; the others go by what is in force.
+  const std::unique_lock lock(reading_, std::try_to_lock);
+  if (!lock.owns_lock() || waiting_ == nullptr || Clock::now() < nextTry_) return;
+  const bool isReady = hooks_.prepare(*waiting_).empty();
+  nextTry_ = Clock::now() + hooks_.preparePause;
+  if (!isReady) return;
+  if (hooks_.count) hooks_.count(true);
+  if (hooks_.log != nullptr) tellInForce(*waiting_);
+  use(std::move(waiting_));
+  waiting_ = nullptr;
+  isWaiting_ = false;
+}
+
 std::shared_ptr<const policy::Snapshot> PolicySource::forMessage(std::string& fault) {
+  tryWaiting();
   std::shared_ptr<const policy::Snapshot> snapshot = current();
   if (snapshot == nullptr) fault = "no policy is in force";
   return snapshot;
@@ -42,12 +58,15 @@ void PolicySource::reload() {
 
 void PolicySource::putInForce(PolicyReading reading) {
   std::shared_ptr<const policy::Snapshot> snapshot = std::move(reading.snapshot);
+  waiting_ = nullptr;
   if (snapshot != nullptr && hooks_.prepare) {
     if (std::string fault = hooks_.prepare(*snapshot); !fault.empty()) {
-      reading.faults.push_back(std::move(fault));
-      snapshot = nullptr;
+      reading.faults.push_back(fault + " (tried again by itself)");
+      waiting_.swap(snapshot);
+      nextTry_ = Clock::now() + hooks_.preparePause;
     }
   }
+  isWaiting_ = waiting_ != nullptr;
   if (hooks_.count) hooks_.count(snapshot != nullptr);
   if (hooks_.log != nullptr) {
     for (const std::string& fault : reading.faults) {

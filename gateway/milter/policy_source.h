@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -32,11 +33,13 @@ struct PolicyHooks {
   std::function<void(bool used)> count{};
   /// Whenever a message, or somebody else, found nothing to read from; by many threads at once.
   std::function<void()> countAway{};
+  /// At least between two tries to make ready what a policy needs.
+  std::chrono::milliseconds preparePause{10'000};
 };
 
 /// Keeps what came of reading the policy. Every message takes the snapshot once, so that none meets
-/// two policies. A policy that cannot be used leaves the one before it in force. Safe from any
-/// thread.
+/// two policies. A policy that cannot be used leaves the one before it in force; one of which only
+/// what it needs cannot be made ready is tried again with later messages. Safe from any thread.
 class PolicySource {
  public:
   /// \param name  what to call it in messages
@@ -74,12 +77,19 @@ class PolicySource {
   std::shared_ptr<const policy::Snapshot> current() const;
 
  private:
+  using Clock = std::chrono::steady_clock;
+
   void tellInForce(const policy::Snapshot& snapshot);
+  /// Puts in force what waits for that, once it can be made ready.
+  void tryWaiting();
   void use(std::shared_ptr<const policy::Snapshot> snapshot);
 
   std::string name_;
   PolicyHooks hooks_;
   std::mutex reading_;
+  std::shared_ptr<const policy::Snapshot> waiting_;  ///< read, not made ready; under reading_
+  Clock::time_point nextTry_;                        ///< for it
+  std::atomic<bool> isWaiting_ = false;
   std::atomic<std::int64_t> revision_ = -1;
   std::atomic<bool> away_ = false;
   mutable std::mutex mutex_;

@@ -39,6 +39,11 @@ class StorePolicyTest : public testing::Test {
  protected:
   StorePolicyTest() {
     EXPECT_TRUE(writer_.prepare().ok());
+    begin(std::chrono::hours(1));
+  }
+
+  /// \param pause  between two tries to make ready what a policy needs
+  void begin(std::chrono::milliseconds pause) {
     auto store = std::make_unique<SqliteStore>(
         path_,
         host::store::SqliteOptions{.busyTimeoutMs = 50, .upkeep = host::store::Upkeep::Refuse});
@@ -50,7 +55,8 @@ class StorePolicyTest : public testing::Test {
                              return unprepared_;
                            },
                        .count = [this](bool used) { counts_.push_back(used ? "used" : "refused"); },
-                       .countAway = [this] { ++away_; }});
+                       .countAway = [this] { ++away_; },
+                       .preparePause = pause});
   }
 
   /// Makes the store hold as many rules; what \p spoil does to the record is in it, too.
@@ -148,11 +154,42 @@ TEST_F(StorePolicyTest, StaysWhenTheNewOneCannotBeMadeReady) {
   unprepared_ = "/quarantine: no room";
   hold(3);
   EXPECT_EQ(message(), "2");
-  EXPECT_THAT(logged(), testing::Contains("1 policy: /quarantine: no room"));
+  EXPECT_THAT(logged(),
+              testing::Contains("1 policy: /quarantine: no room (tried again by itself)"));
   unprepared_.clear();
-  EXPECT_EQ(message(), "2") << "once for each revision";
+  EXPECT_EQ(message(), "2") << "not with every message";
   source_->reload();
   EXPECT_EQ(message(), "3") << "somebody asked for it";
+}
+
+TEST_F(StorePolicyTest, ComesWithAMessageOnceItCanBeMadeReady) {
+  begin(std::chrono::milliseconds(0));
+  hold(2);
+  EXPECT_EQ(message(), "2");
+  unprepared_ = "/quarantine: no room";
+  hold(3);
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(message(), "2");
+  EXPECT_THAT(counts_, ElementsAre("used", "refused"));
+  const std::size_t before = logged().size();
+  unprepared_.clear();
+  EXPECT_EQ(message(), "3");
+  EXPECT_EQ(logged().size(), before + 1) << "that it is in force";
+  const int prepared = prepared_;
+  EXPECT_EQ(message(), "3");
+  EXPECT_EQ(prepared_, prepared);
+  EXPECT_THAT(counts_, ElementsAre("used", "refused", "used"));
+}
+
+TEST_F(StorePolicyTest, ThatWaitsGivesWayToALaterOne) {
+  begin(std::chrono::milliseconds(0));
+  hold(2);
+  EXPECT_EQ(message(), "2");
+  unprepared_ = "/quarantine: no room";
+  hold(3);
+  EXPECT_EQ(message(), "2");
+  hold(4, [](PolicyRecord& record) { record.rules[0].condition = "{\"when\":1}"; });
+  unprepared_.clear();
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(message(), "2") << "the later one cannot be used";
 }
 
 TEST_F(StorePolicyTest, IsNoneWhileTheStoreIsAwayAndComesBackWithIt) {
