@@ -236,6 +236,7 @@ class Run {
                          const auto error = static_cast<AdapterError>(handOver.error);
                          return error == AdapterError::UnderWay ||
                                 error == AdapterError::Uncertain ||
+                                error == AdapterError::BrokenOff ||
                                 error == AdapterError::OutOfMemory ||
                                 error == AdapterError::Internal;
                        });

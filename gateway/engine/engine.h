@@ -116,7 +116,8 @@ struct Surroundings {
 /// rules run. What the rule's actions had filed and sent by then is not taken back. What fails
 /// outside of a rule (the adapter cannot begin the message or an action, no memory to remember the
 /// message) is no failure of a rule. Nor is an effect of which it is not known whether it comes
-/// about (UnderWay, Uncertain, an exception in the adapter): the message must not go on besides.
+/// about (UnderWay, Uncertain, BrokenOff, an exception in the adapter): the message must not go on
+/// besides.
 ///
 /// The caller gives the adapter the final answer when the message's fate is settled: a failed run
 /// is a temporary failure, and a run of the same message then finds done what this one did. So it

@@ -4,7 +4,10 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
+#include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <memory>
 #include <stop_token>
@@ -78,6 +81,7 @@ class Daemon {
     for (const std::string& line : unknown) complain(warning + line);
     complainOfLines(faults);
     engine::setDefaults(settings_);
+    delivery_.timeouts.breakOff = breakOff_.get_token();
     return faults.empty() && !(strict && !unknown.empty());
   }
 
@@ -151,17 +155,36 @@ class Daemon {
     const ReloadSignal reloading([this] { reload(); });
     const std::jthread housekeeping(
         [this](const std::stop_token& stop) { keepHouse(state_, delivery_, *log_, stop); });
-    const std::jthread sending([&sender](const std::stop_token& stop) { sender.run(stop); });
+    std::atomic<bool> isSending = true;
+    std::jthread sending([&](const std::stop_token& stop) {
+      sender.run(stop);
+      isSending = false;
+    });
     log_->write(2, "serving on %s", milter_.socket.c_str());
     sd_notify(0, "READY=1");
     const std::string fault = server.serve();
-    sd_notify(0, "STOPPING=1");
+    sending.request_stop();
+    end(server, isSending);
     if (!fault.empty()) return refuse(fault);
     log_->write(2, "stopped");
     return ExitDone;
   }
 
  private:
+  /// Comes back only when nothing is at work any more.
+  void end(Server& server, const std::atomic<bool>& isSending) {
+    // systemd may have been told another time than these settings need.
+    const std::chrono::microseconds longest =
+        std::chrono::seconds(milter_.deadlineSeconds) + Server::kFinishMargin;
+    sd_notifyf(0, "STOPPING=1\nEXTEND_TIMEOUT_USEC=%lld", static_cast<long long>(longest.count()));
+    const bool isDone =
+        server.finish([&] { return isSending.load(); }, [this] { breakOff_.request_stop(); });
+    if (isDone) return;
+    // As a kill: nothing is lost by it, but what is at work uses all that would be destroyed.
+    log_->write(1, "stopped in the midst of work that does not end; its senders try again");
+    std::_Exit(ExitFailed);
+  }
+
   void warnOfUnknownListener() {
     if (!milter_.reinjectionListener.empty() || !delivery_.scan.isSet()) return;
     log_->write(1,
@@ -280,6 +303,7 @@ class Daemon {
   host::core::IniSettings settings_;
   MilterSettings milter_;
   host::delivery::DeliverySettings delivery_;
+  std::stop_source breakOff_;  ///< ends what is under way with mail servers
   std::unique_ptr<host::core::ProcessLog> log_;
   host::delivery::DeliveryState state_;
   std::unique_ptr<Metrics> metrics_;

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <chrono>
+#include <stop_token>
+#include <utility>
 
 #include "host/delivery/message_run.h"
 
@@ -15,8 +17,10 @@ class DeadlineRun final : public host::delivery::MessageRun {
   using Clock = std::chrono::steady_clock;
 
   /// \param run  borrowed
-  DeadlineRun(host::delivery::MessageRun& run, Clock::time_point deadline)
-      : run_(run), deadline_(deadline) {}
+  /// \param breakOff  as in SmtpTimeouts: no action begins behind it either
+  DeadlineRun(host::delivery::MessageRun& run, Clock::time_point deadline,
+              std::stop_token breakOff = {})
+      : run_(run), deadline_(deadline), breakOff_(std::move(breakOff)) {}
 
   void setPasses(unsigned int passes) override { run_.setPasses(passes); }
   host::delivery::AdapterError beginMessage(
@@ -26,6 +30,7 @@ class DeadlineRun final : public host::delivery::MessageRun {
   }
   host::delivery::AdapterError beginAction(unsigned int ruleId, unsigned int position,
                                            std::string_view setting) override {
+    if (breakOff_.stop_requested()) return host::delivery::AdapterError::BrokenOff;
     if (Clock::now() >= deadline_) return host::delivery::AdapterError::TimedOut;
     return run_.beginAction(ruleId, position, setting);
   }
@@ -38,6 +43,7 @@ class DeadlineRun final : public host::delivery::MessageRun {
  private:
   host::delivery::MessageRun& run_;
   Clock::time_point deadline_;
+  std::stop_token breakOff_;
 };
 
 }  // namespace gateway::milter

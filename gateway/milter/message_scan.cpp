@@ -61,7 +61,8 @@ MessageScan::MessageScan(const Gateway& gateway, CollectedMessage& collected, Or
       origin_(std::move(origin)),
       started_(std::chrono::steady_clock::now()),
       adapter_(gateway.state, &gateway.delivery, &gateway.log),
-      adapterRun_(adapter_, started_ + std::chrono::seconds(gateway.settings.deadlineSeconds)),
+      adapterRun_(adapter_, started_ + std::chrono::seconds(gateway.settings.deadlineSeconds),
+                  gateway.delivery.timeouts.breakOff),
       answer_(Answer::tempFail(origin_.queueId)) {}
 
 void MessageScan::run() {

@@ -21,6 +21,9 @@ namespace {
 constexpr std::chrono::seconds kProgressInterval{20};
 /// How long a stopping daemon waits for answers to be on their way.
 constexpr std::chrono::seconds kLastAnswers{1};
+/// How long it waits for what was broken off.
+constexpr std::chrono::seconds kBreakingOff{5};
+static_assert(kLastAnswers + kBreakingOff < Server::kFinishMargin);
 constexpr int kBacklog = 128;
 
 /// libmilter's callbacks carry nothing of ours before a connection has its own state.
@@ -152,12 +155,15 @@ smfiDesc description() {
   return callbacks;
 }
 
-/// Waits until \p count is 0, for \p longest at most. libmilter has no end to wait for.
-void waitForNone(const std::atomic<std::size_t>& count, std::chrono::milliseconds longest) {
+/// Waits until \p isDone, for \p longest at most. libmilter has no end to wait for.
+/// \return whether it is.
+template <class Condition>
+bool waitUntil(Condition isDone, std::chrono::milliseconds longest) {
   const auto end = std::chrono::steady_clock::now() + longest;
-  while (count != 0 && std::chrono::steady_clock::now() < end) {
+  while (!isDone() && std::chrono::steady_clock::now() < end) {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
+  return isDone();
 }
 
 }  // namespace
@@ -200,16 +206,26 @@ std::string Server::open() {
 
 std::string Server::serve() {
   const bool proper = smfi_main() == MI_SUCCESS;
-  finish();
   return proper ? std::string() : gateway_.settings.socket + ": serving ended with a failure";
 }
 
-void Server::finish() {
-  waitForNone(messagesAtWork_, std::chrono::seconds(gateway_.settings.deadlineSeconds));
+bool Server::finish(const std::function<bool()>& isOtherAtWork,
+                    const std::function<void()>& breakOff) {
+  const auto isDone = [&] { return messagesAtWork_ == 0 && !isOtherAtWork(); };
+  const int patience = gateway_.settings.deadlineSeconds;
+  if (!waitUntil(isDone, std::chrono::seconds(patience))) {
+    gateway_.log.write(1,
+                       "stopping, and at work for %d seconds: what is under way with mail servers "
+                       "is broken off; its senders, and the spool, try again",
+                       patience);
+    breakOff();
+    if (!waitUntil(isDone, kBreakingOff)) return false;
+  }
   // libmilter writes an answer behind the callback, and has nothing to wait for. One that does not
   // get out makes the sender try again.
-  waitForNone(connections_, kLastAnswers);
+  waitUntil([this] { return connections_ == 0; }, kLastAnswers);
   if (gateway_.answers != nullptr) gateway_.answers->endAll();
+  return true;
 }
 
 }  // namespace gateway::milter

@@ -27,10 +27,17 @@ class Server {
   /// Opens the socket: mail systems can connect then, and wait.
   /// \return an error text; empty for success.
   std::string open();
-  /// Serves until the process gets SIGTERM, then finishes the messages that have come whole.
-  /// SIGTERM, SIGHUP and SIGINT must be blocked in all threads.
-  /// \return an error text; empty for a proper end.
+  /// Serves until the process gets SIGTERM. SIGTERM, SIGHUP and SIGINT must be blocked in all
+  /// threads. \return an error text; empty for a proper end.
   std::string serve();
+  /// Lets the messages that have come whole come to their end, and somebody else's work, behind
+  /// `serve`. What takes longer than the deadline of a message is broken off.
+  /// \param isOtherAtWork  whether the other one is
+  /// \param breakOff       ends what is under way with mail servers
+  /// \return false when something is at work all the same: nothing that it uses may be destroyed.
+  bool finish(const std::function<bool()>& isOtherAtWork, const std::function<void()>& breakOff);
+  /// How long `finish` may take besides the deadline of a message.
+  static constexpr std::chrono::seconds kFinishMargin{10};
 
   // For the callbacks of libmilter.
   const Gateway& gateway() const { return gateway_; }
@@ -54,8 +61,6 @@ class Server {
   static Server* running();
 
  private:
-  void finish();
-
   const Gateway& gateway_;
   std::function<void()> wakeSender_;
   Progress progress_;

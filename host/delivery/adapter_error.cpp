@@ -68,6 +68,8 @@ const char* adapterErrorText(unsigned int code) {
       return "login failed";
     case AdapterError::BadReply:
       return "reply not understood";
+    case AdapterError::BrokenOff:
+      return "broken off, as the gateway was being stopped";
     case AdapterError::RefusedForNow:
       return "refused for now";
     case AdapterError::RefusedForGood:

@@ -45,6 +45,7 @@ enum class AdapterError : unsigned int {
   TlsFailed = 55,    ///< no TLS where it is asked for, or a certificate that does not hold
   LoginFailed = 56,  ///< the server did not take user and password
   BadReply = 57,     ///< the server does not speak SMTP
+  BrokenOff = 58,    ///< by ourselves, as the process is to end
 
   RefusedForNow = 60,           ///< a reply 4xx
   RefusedForGood = 61,          ///< a reply 5xx

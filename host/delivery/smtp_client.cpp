@@ -83,9 +83,10 @@ class SmtpClient::Connections {
   SmtpOutcome attempt(SmtpSession session, Submission* submission, const Deadline& deadline,
                       SmtpOffers& offers) {
     session.timeouts.totalMs = deadline.leftMs();
-    if (session.timeouts.totalMs <= 0) {
+    const bool stopped = session.timeouts.breakOff.stop_requested();
+    if (session.timeouts.totalMs <= 0 || stopped) {
       SmtpOutcome late;
-      late.error = AdapterError::TimedOut;
+      late.error = stopped ? AdapterError::BrokenOff : AdapterError::TimedOut;
       late.server = session.to.text();
       return late;
     }

@@ -1,6 +1,7 @@
 // Where mail is sent to, and how.
 #pragma once
 
+#include <stop_token>
 #include <string>
 
 namespace host::delivery {
@@ -30,6 +31,8 @@ struct SmtpTimeouts {
   int connectMs = 30'000;   ///< until the session is ready: name, connection, TLS, login
   int commandMs = 300'000;  ///< for each reply; counted in whole seconds, rounded up
   int totalMs = 1'800'000;  ///< for all of it
+  /// Ends, within a second, what is under way, and lets nothing begin (BrokenOff).
+  std::stop_token breakOff{};
 };
 
 }  // namespace host::delivery

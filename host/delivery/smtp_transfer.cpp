@@ -192,6 +192,9 @@ class SmtpEngine::Transfer {
     set(CURLOPT_HEADERDATA, this);
     set(CURLOPT_WRITEFUNCTION, &Transfer::onReply);
     set(CURLOPT_WRITEDATA, static_cast<void*>(nullptr));
+    set(CURLOPT_NOPROGRESS, 0L);
+    set(CURLOPT_XFERINFOFUNCTION, &Transfer::onProgress);
+    set(CURLOPT_XFERINFODATA, this);
     set(CURLOPT_VERBOSE, 1L);
     set(CURLOPT_DEBUGFUNCTION, &Transfer::onTrace);
     set(CURLOPT_DEBUGDATA, this);
@@ -214,6 +217,7 @@ class SmtpEngine::Transfer {
   template <class Condition>
   void pump(Condition reached) {
     while (!done_ && !reached()) {
+      heedBreakOff();
       int running = 0;
       if (curl_multi_perform(multi_, &running) != CURLM_OK) {
         result_ = CURLE_OUT_OF_MEMORY;
@@ -228,6 +232,20 @@ class SmtpEngine::Transfer {
       }
       if (!done_ && !reached()) curl_multi_poll(multi_, nullptr, 0, kPollMs, nullptr);
     }
+  }
+
+  // To take the transfer out of the library's hands would end the message where it is and wait for
+  // an answer; a time that is over closes the connection.
+  void heedBreakOff() {
+    if (brokenOff_ || !session_.timeouts.breakOff.stop_requested()) return;
+    brokenOff_ = true;
+    curl_easy_setopt(easy_, CURLOPT_TIMEOUT_MS, 1L);
+  }
+
+  // Called now and then, also while the library itself waits for the answer to the final dot.
+  static int onProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+    static_cast<Transfer*>(self)->heedBreakOff();
+    return 0;
   }
 
   void resume() {
@@ -299,6 +317,7 @@ class SmtpEngine::Transfer {
     if (outcome.error == AdapterError::TimedOut) {
       // A reply to an earlier command says nothing about why time ran out.
       outcome.replyCode = outcome.replyCode >= 400 ? outcome.replyCode : 0;
+      if (brokenOff_) outcome.error = AdapterError::BrokenOff;
     }
     outcome.reply = dialogue_.reply();
     const std::size_t named = dialogue_.recipient();
@@ -318,6 +337,7 @@ class SmtpEngine::Transfer {
   CURLcode result_ = CURLE_OK;
   bool added_ = false;
   bool done_ = false;
+  bool brokenOff_ = false;
   bool wanting_ = false;  ///< the library waits for more of the message
 };
 

@@ -35,6 +35,10 @@ class UnitTest(unittest.TestCase):
         done = self.analyze("verify", "--man=no", "--recursive-errors=no", str(self.unit))
         self.assertIn("Tpye", done.stderr)
 
+    def test_a_stop_may_take_as_long_as_the_daemon_takes(self):
+        [stop] = re.findall(r"^TimeoutStopSec=(\d+)$", self.unit.read_text(), re.MULTILINE)
+        self.assertGreaterEqual(int(stop), 5 + 240 + 10, "the signal, the deadline, breaking off")
+
     def test_the_sandbox_is_tight(self):
         done = self.analyze("security", "--offline=yes", "--threshold=20", str(self.unit))
         self.assertEqual(done.returncode, 0, done.stdout + done.stderr)

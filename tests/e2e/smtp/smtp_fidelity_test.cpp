@@ -20,7 +20,7 @@ using testing_host::sendBytes;
 using testing_host::SmtpSink;
 using testing_host::withCrLf;
 
-constexpr host::delivery::SmtpTimeouts kLong{5000, 30'000, 120'000};
+const host::delivery::SmtpTimeouts kLong{5000, 30'000, 120'000};
 
 struct Torture {
   const char* name;
