@@ -7,10 +7,31 @@
 
 namespace host::message {
 
+namespace {
+
+// The last "<" that stands in no quotes, as the local part itself may hold brackets in quotes
+// (RFC 5321 section 4.1.2). Where quotes are not closed, the last of all.
+std::size_t openingBracket(std::string_view text) {
+  bool quoted = false;
+  std::size_t open = std::string_view::npos;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (quoted && text[i] == '\\') {
+      ++i;
+    } else if (text[i] == '"') {
+      quoted = !quoted;
+    } else if (text[i] == '<' && !quoted) {
+      open = i;
+    }
+  }
+  return quoted ? text.rfind('<') : open;
+}
+
+}  // namespace
+
 mime::Address splitMailbox(std::string_view text) {
   text = trimmed(text);
   if (!text.ends_with('>')) return {{}, std::string(text)};
-  const std::size_t open = text.rfind('<');
+  const std::size_t open = openingBracket(text);
   const auto isControl = [](char c) { return static_cast<unsigned char>(c) < ' ' && c != '\t'; };
   if (open == std::string_view::npos || std::any_of(text.begin(), text.end(), isControl)) {
     return {{}, std::string(text)};
@@ -50,12 +71,12 @@ bool isMailAddress(std::string_view address) {
   bool quoted = false;
   for (std::size_t i = 0; i < address.size(); ++i) {
     const char c = address[i];
-    if (static_cast<unsigned char>(c) < ' ' || c == 127 || c == '<' || c == '>') return false;
+    if (static_cast<unsigned char>(c) < ' ' || c == 127) return false;
     if (quoted && c == '\\') {
       ++i;
     } else if (c == '"') {
       quoted = !quoted;
-    } else if (!quoted && (c == ' ' || c == ',' || c == ';')) {
+    } else if (!quoted && (c == ' ' || c == ',' || c == ';' || c == '<' || c == '>')) {
       return false;
     }
   }

@@ -20,7 +20,7 @@ mime::Address splitMailbox(std::string_view text);
 std::vector<std::string_view> dividedAddresses(std::string_view text);
 
 /// Whether \p address can stand between the brackets of an SMTP command: not empty, no control
-/// bytes, no brackets and, outside quotes, no white space, comma or semicolon. A missing domain is
+/// bytes and, outside quotes, no brackets, white space, comma or semicolon. A missing domain is
 /// no fault: mail fetched from a mailbox has recipients without one.
 KAVI_API bool isMailAddress(std::string_view address);
 

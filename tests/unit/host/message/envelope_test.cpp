@@ -62,6 +62,31 @@ TEST(Envelope, TakesSendersInEveryForm) {
   }
 }
 
+TEST(Envelope, TakesBracketsWithinQuotes) {
+  const struct {
+    const char* text;
+    const char* address;
+  } cases[] = {{"\"x>y\"@example.net", "\"x>y\"@example.net"},
+               {"<\"x<y\"@example.net>", "\"x<y\"@example.net"},
+               {"\"a < b\" <\"x\\\"<>y\"@example.net>", "\"x\\\"<>y\"@example.net"}};
+  for (const auto& [text, address] : cases) {
+    auto message = Message::create();
+    Session session(message->sessionInfo());
+    EXPECT_EQ(session->setSender(text), 0) << text;
+    EXPECT_EQ(session->insertRecipient(0, text), 0) << text;
+    EXPECT_EQ(message->envelope().sender, address);
+    // What comes in with other mail must not keep a new recipient out.
+    EXPECT_TRUE(
+        msgu::setRcpt(message.get(), (std::string(text) + ";b@example.net").c_str(), false));
+    EXPECT_EQ(message->envelope().recipients, (std::vector<std::string>{address, "b@example.net"}));
+  }
+  // Quotes that nobody closed are none.
+  auto message = Message::create();
+  Session session(message->sessionInfo());
+  EXPECT_EQ(session->setSender("open \"quote <a@example.net>"), 0);
+  EXPECT_EQ(message->envelope().sender, "a@example.net");
+}
+
 TEST(Envelope, RefusesWhatIsNoAddress) {
   auto message = Message::create();
   Session session(message->sessionInfo());
