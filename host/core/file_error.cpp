@@ -42,7 +42,7 @@ const char* fileErrorText(FileError error) {
     case FileError::ReadOnly:
       return "the file system is read-only";
     case FileError::MissingFolder:
-      return "the folder does not exist";
+      return "the folder does not exist, or is no folder";
     case FileError::Permission:
       return "permission denied";
     case FileError::Exists:
