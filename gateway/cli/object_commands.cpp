@@ -88,6 +88,29 @@ OperationResult listAll(const ObjectKind& kind, std::uint32_t owner,
   return result;
 }
 
+/// All that an owner has of `kind`, or of every kind (null): a listing for each, none of which may
+/// be of another state than the others.
+OperationResult listWhole(Database& store, const ObjectKind* kind, std::uint32_t owner,
+                          std::vector<ObjectRecord>& objects) {
+  if (kind != nullptr) return listAll(*kind, owner, objects);
+  const char* failed = "ListFailed";
+  for (Attempts attempts; attempts.next();) {
+    objects.clear();
+    std::int64_t before = 0;
+    std::int64_t after = 0;
+    StoreStatus read = store.readRevision(before);
+    for (const ObjectKind& each : policy::allObjectKinds()) {
+      const OperationResult result = listAll(each, owner, objects);
+      if (!result.ok()) return result;
+    }
+    if (read.ok()) read = store.readRevision(after);
+    if (!read.ok()) return {NameObjectAccess::ListFailed, failed, read.text};
+    if (before == after) return {0, "Success", ""};
+  }
+  return {NameObjectAccess::ListFailed, failed,
+          "others keep changing the store (try again, or list one type at a time)"};
+}
+
 /// A part. The operation that lists cannot give one, and all of a large store takes its time.
 OperationResult listPage(Database& store, const ObjectKind* kind, const ObjectOptions& options,
                          const ObjectListOptions& list, std::vector<ObjectRecord>& objects) {
@@ -134,11 +157,8 @@ int objectListCommand(const ObjectOptions& options, const ObjectListOptions& lis
   if (isPage) {
     result = listPage(*session.store, kind, options, list, objects);
   } else {
-    for (const ObjectKind& each : policy::allObjectKinds()) {
-      if (kind != nullptr && kind != &each) continue;
-      result = listAll(each, options.owner.value_or(policy::kPolicyOwner), objects);
-      if (!result.ok()) break;
-    }
+    const std::uint32_t owner = options.owner.value_or(policy::kPolicyOwner);
+    result = listWhole(*session.store, kind, owner, objects);
   }
   if (!result.ok()) return report(result, options.json, ordered_json::object(), "");
   if (options.json) {

@@ -346,6 +346,21 @@ class ObjectCommand:
         self.assertIn("there may be more: --after 3\n", self.text("object", "list", "--limit=3"))
         self.assertEqual(self.listed("--after=10"), [])
 
+    def test_a_list_of_every_type_is_of_one_policy(self):
+        size = 400
+        for letter in "ab":
+            self.put(f"{letter}.yaml", "rules: []\n" + "".join(
+                f"{key}:\n" + "".join(f"- {{name: {letter}{i}{text}}}\n" for i in range(size))
+                for key, text in (("stamps", ", text: x"), ("archive_areas", ""))))
+        self.text("policy", "apply", self.folder / "a.yaml")
+        with concurrent.futures.ThreadPoolExecutor(1) as pool:
+            changes = pool.submit(lambda: [
+                self.kavi("policy", "apply", self.folder / f"{'ba'[i % 2]}.yaml") for i in range(8)])
+            while not changes.done():
+                names = self.listed()
+                self.assertEqual((len(names), len({name[0] for name in names})), (2 * size, 1))
+            changes.result()
+
     def test_the_list_of_changes_says_who_and_what(self):
         self.add("stamp", "a", "text=x")
         self.json("object", "update", "1", "text=y")
