@@ -276,8 +276,10 @@ class Daemon {
     policy_->setHooks({.log = log_.get(),
                        .prepare =
                            [this](const policy::Snapshot& policy) {
-                             warnOfWays(policy);
-                             return prepareFiling(policy);
+                             // Once only: what cannot be prepared is tried again.
+                             std::string fault = prepareFiling(policy);
+                             if (fault.empty()) warnOfWays(policy);
+                             return fault;
                            },
                        .count =
                            [this](bool used) {

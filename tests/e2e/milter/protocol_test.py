@@ -199,6 +199,21 @@ class MetricsTest(unittest.TestCase):
             milter.stop()
             self.assertEqual(len(found), lines, milter.log())
 
+    def test_says_of_each_policy_when_it_has_nowhere_to_send_to(self):
+        sends = "rules: [{id: 7, when: always, actions: [readdress: a@b.example]}]\n"
+        milter = Milter(self.base, sends)
+        self.addCleanup(milter.stop)
+
+        def told():
+            found = len(milter.lines(" L1 scan_host in section delivery", ": 7 (readdress)"))
+            milter.forget_log()
+            return found
+
+        self.assertEqual(told(), 1)
+        for policy, lines in (("rules: []\n", 0), (sends, 1)):
+            milter.reload(policy)
+            self.assertEqual(told(), lines)
+
     def test_counts_what_happens(self):
         port = free_port()
         milter = Milter(self.base, POLICY, settings=f"metrics_port = {port}")
