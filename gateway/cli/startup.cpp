@@ -25,8 +25,8 @@ bool loadSettings(const std::string& path, host::core::IniSettings& settings) {
   std::string error;
   if (path.empty()) return true;
   if (settings.loadFile(path, error)) {
-    for (const std::string& unknown : engine::unknownSettings(settings)) {
-      remark("warning: " + host::core::printable(path) + ": " + unknown);
+    for (const std::string& doubt : engine::doubtfulSettings(settings)) {
+      remark("warning: " + host::core::printable(path) + ": " + doubt);
     }
     const std::string faults = engine::settingsFaults(settings);
     for (std::size_t at = 0; at < faults.size(); at = faults.find('\n', at) + 1) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "host/core/folder_access.h"
 #include "host/delivery/adapter_error.h"
 
 namespace gateway::engine {
@@ -15,6 +16,25 @@ bool uses(const policy::Snapshot& policy, KaviAction::ActionType type) {
     return std::any_of(rule.actions.begin(), rule.actions.end(),
                        [type](const auto& action) { return action.spec->type == type; });
   });
+}
+
+constexpr char kQuarantineKey[] = "queue_quarantine";
+constexpr char kArchiveKey[] = "queue_archive";
+
+void checkFolder(const std::string& folder, const std::string& setting,
+                 std::vector<std::string>& faults) {
+  using host::core::FileError;
+  const FileError error = host::core::mayKeepFiles(folder);
+  if (error == FileError::None) return;
+  faults.push_back(folder + ": " + host::core::fileErrorText(error) + " (" + setting +
+                   "; install -d -o USER -m 0700 makes a folder for a user)");
+}
+
+void checkSetFolder(const char* key, Kavi::GlobalSetting& settings,
+                    std::vector<std::string>& faults) {
+  std::string folder;
+  settings.getString(key, folder, "general", 0);
+  checkFolder(folder, std::string(key) + " in section general", faults);
 }
 
 std::string prepare(const char* key, MessageKind kind, Kavi::GlobalSetting& settings,
@@ -68,8 +88,8 @@ std::string prepareFilingFolders(const policy::Snapshot& policy, Kavi::GlobalSet
     once(key, [&] { return prepare(key, kind, settings, state, notes); });
   };
   once("spool", [&] { return prepareSpool(state, notes); });
-  if (uses(policy, KaviAction::Quarantine)) folder("queue_quarantine", MessageKind::Quarantined);
-  if (uses(policy, KaviAction::Archive)) folder("queue_archive", MessageKind::Archived);
+  if (uses(policy, KaviAction::Quarantine)) folder(kQuarantineKey, MessageKind::Quarantined);
+  if (uses(policy, KaviAction::Archive)) folder(kArchiveKey, MessageKind::Archived);
   return fault;
 }
 
@@ -78,6 +98,16 @@ std::string prepareFilingFolders(const policy::Snapshot& policy, Kavi::GlobalSet
                                  std::vector<std::string>& notes) {
   ReadyFolders none;
   return prepareFilingFolders(policy, settings, state, notes, none);
+}
+
+void checkStateFolder(const std::string& folder, std::vector<std::string>& faults) {
+  checkFolder(folder, "state_folder in section delivery", faults);
+}
+
+void checkFilingFolders(const policy::Snapshot& policy, Kavi::GlobalSetting& settings,
+                        std::vector<std::string>& faults) {
+  if (uses(policy, KaviAction::Quarantine)) checkSetFolder(kQuarantineKey, settings, faults);
+  if (uses(policy, KaviAction::Archive)) checkSetFolder(kArchiveKey, settings, faults);
 }
 
 }  // namespace gateway::engine

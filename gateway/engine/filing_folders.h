@@ -27,4 +27,11 @@ std::string prepareFilingFolders(const policy::Snapshot& policy, Kavi::GlobalSet
                                  host::delivery::DeliveryState& state,
                                  std::vector<std::string>& notes);
 
+/// Adds to \p faults what keeps this user from making files in the state folder. Makes nothing.
+void checkStateFolder(const std::string& folder, std::vector<std::string>& faults);
+
+/// The same for the folders that \p policy needs.
+void checkFilingFolders(const policy::Snapshot& policy, Kavi::GlobalSetting& settings,
+                        std::vector<std::string>& faults);
+
 }  // namespace gateway::engine

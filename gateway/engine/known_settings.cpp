@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <span>
+#include <utility>
 
 #include "gateway/policy/suggest.h"
 
@@ -162,6 +163,29 @@ std::vector<std::string> unknownSettings(const host::core::IniSettings& settings
                       remedy(name.section, sections));
   }
   return unknown;
+}
+
+std::vector<std::string> trailingComments(host::core::IniSettings& settings) {
+  std::vector<std::string> found;
+  for (const host::core::IniName& name : settings.names()) {
+    std::string value;
+    settings.getString(name.key.c_str(), value, name.section.c_str(), 0);
+    for (std::size_t i = 1; i < value.size(); ++i) {
+      const bool begins = value[i] == '#' || value[i] == ';';
+      if (!begins || (value[i - 1] != ' ' && value[i - 1] != '\t')) continue;
+      found.push_back(lineOf(name) + ": what stands behind the value of " +
+                      policy::inQuotes(name.key) + ", from '" + value[i] +
+                      "' on, is taken as a part of it (put comments on lines of their own)");
+      break;
+    }
+  }
+  return found;
+}
+
+std::vector<std::string> doubtfulSettings(host::core::IniSettings& settings) {
+  std::vector<std::string> doubts = unknownSettings(settings);
+  for (std::string& comment : trailingComments(settings)) doubts.push_back(std::move(comment));
+  return doubts;
 }
 
 }  // namespace gateway::engine

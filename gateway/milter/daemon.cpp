@@ -65,24 +65,24 @@ std::string hostName() {
 /// Everything that lives as long as the process.
 class Daemon {
  public:
-  /// \param strict  what nobody reads in the settings is a fault, too, not only warned of
+  /// \param strict  what is only doubtful in the settings is a fault, too, not only warned of
   /// \return false after saying why.
   bool configure(const std::string& config, bool strict) {
     std::string faults;
-    std::vector<std::string> unknown;
+    std::vector<std::string> doubts;
     if (settings_.loadFile(config, faults)) {
-      unknown = engine::unknownSettings(settings_);
+      doubts = engine::doubtfulSettings(settings_);
       faults = engine::settingsFaults(settings_);
       std::string further;
       if (!milter_.read(settings_, further)) faults += further;
       if (!delivery_.read(settings_, further)) faults += further;
     }
     const std::string warning = "warning: " + config + ": ";
-    for (const std::string& line : unknown) complain(warning + line);
+    for (const std::string& line : doubts) complain(warning + line);
     complainOfLines(faults);
     engine::setDefaults(settings_);
     delivery_.timeouts.breakOff = breakOff_.get_token();
-    return faults.empty() && !(strict && !unknown.empty());
+    return faults.empty() && !(strict && !doubts.empty());
   }
 
   /// \return false after saying why.
@@ -106,21 +106,17 @@ class Daemon {
     return true;
   }
 
-  /// Says what is wrong with the policy of a store, and with the settings for any policy.
+  /// Says what is wrong with the policy of a store, with the settings for any policy, and with the
+  /// folders that will be needed.
   ExitStatus check() {
-    if (!milter_.store.empty()) {
-      // What this user opens belongs to this user.
-      const std::string fault = milter_.user.empty() ? std::string() : dropPrivileges(milter_.user);
-      if (!fault.empty()) return refuse(fault);
-      if (!readFirst()) return ExitUsage;
-    }
-    if (first_.snapshot == nullptr) return ExitDone;
-    const WaysOut ways = waysOf(*first_.snapshot, settings_);
-    std::vector<std::string> faults = missingServers(ways, delivery_);
-    std::string listener = missingListener(ways, delivery_, milter_.reinjectionListener);
-    if (!listener.empty()) faults.push_back(std::move(listener));
-    for (const std::string& each : faults) complain(each);
-    return faults.empty() ? ExitDone : ExitUsage;
+    // What this user opens belongs to this user.
+    const std::string fault = milter_.user.empty() ? std::string() : dropPrivileges(milter_.user);
+    if (!fault.empty()) return refuse(fault);
+    if (!milter_.store.empty() && !readFirst()) return ExitUsage;
+    const bool isWired = checkWays();
+    const bool isPrepared = checkFolders();
+    if (!isWired) return ExitUsage;
+    return isPrepared ? ExitDone : ExitFailed;
   }
 
   ExitStatus serve() {
@@ -151,6 +147,10 @@ class Daemon {
     engine::startLibrary(settings_, *log_);
     warnOfUnknownListener();
     if (first_.snapshot != nullptr) warnOfWays(*first_.snapshot);
+    if (::geteuid() == 0) {
+      log_->write(2,
+                  "root takes mail from anywhere apart here: name another user in section milter");
+    }
     beginPolicy();
     const ReloadSignal reloading([this] { reload(); });
     const std::jthread housekeeping(
@@ -171,6 +171,30 @@ class Daemon {
   }
 
  private:
+  /// \return false after saying what the policy sends and has nowhere to send to.
+  bool checkWays() {
+    if (first_.snapshot == nullptr) return true;
+    const WaysOut ways = waysOf(*first_.snapshot, settings_);
+    std::vector<std::string> faults = missingServers(ways, delivery_);
+    std::string listener = missingListener(ways, delivery_, milter_.reinjectionListener);
+    if (!listener.empty()) faults.push_back(std::move(listener));
+    for (const std::string& each : faults) complain(each);
+    return faults.empty();
+  }
+
+  /// \return false after saying which folders this user could not use.
+  bool checkFolders() {
+    // What another user may, this one cannot find out.
+    if (!isUser(milter_.user)) return true;
+    std::vector<std::string> faults;
+    engine::checkStateFolder(delivery_.stateFolder, faults);
+    if (first_.snapshot != nullptr) {
+      engine::checkFilingFolders(*first_.snapshot, settings_, faults);
+    }
+    for (const std::string& each : faults) complain(each);
+    return faults.empty();
+  }
+
   /// Comes back only when nothing is at work any more.
   void end(Server& server, const std::atomic<bool>& isSending) {
     // systemd may have been told another time than these settings need.

@@ -1,5 +1,6 @@
 #include "gateway/milter/privileges.h"
 
+#include <pwd.h>
 #include <unistd.h>
 
 #include "host/core/identity.h"
@@ -11,6 +12,13 @@ std::string dropPrivileges(const std::string& user) {
     return "started by root without a user to become (set user in section milter)";
   }
   return host::core::becomeUser(user);
+}
+
+bool isUser(const std::string& user) {
+  if (user.empty()) return true;
+  // One thread is all there is at the start.
+  const passwd* entry = ::getpwnam(user.c_str());  // NOLINT(concurrency-mt-unsafe)
+  return entry == nullptr || entry->pw_uid == ::geteuid();
 }
 
 }  // namespace gateway::milter

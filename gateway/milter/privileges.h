@@ -10,4 +10,7 @@ namespace gateway::milter {
 /// \return an error text; empty for success.
 std::string dropPrivileges(const std::string& user);
 
+/// Whether the process runs as \p user; true when none is named, or nobody of that name is there.
+bool isUser(const std::string& user);
+
 }  // namespace gateway::milter

@@ -8,17 +8,11 @@
 #include <cerrno>
 #include <cstring>
 
+#include "host/core/folder_access.h"
+
 namespace host::core {
 
 namespace {
-
-// The folder above, as far as the text of the path tells; "/" and "." have themselves.
-std::string folderAbove(const std::string& path) {
-  const std::size_t end = path.find_last_not_of('/');
-  const std::size_t slash = path.substr(0, end == std::string::npos ? 0 : end + 1).rfind('/');
-  if (slash == std::string::npos) return path.starts_with('/') ? "/" : ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
-}
 
 // Whoever owns `path` or, while it is missing, the nearest folder above it.
 bool findOwner(std::string path, bool& isThere, struct stat& status) {

@@ -88,7 +88,39 @@ class StartTest(unittest.TestCase):
                 self.assertIn(rules, lines[0])
 
     def test_good_settings_are_nothing_to_speak_of(self):
-        self.assertEqual(self.start("[log]\nLevel = 3\n", "", "--check"), (0, []))
+        state = f"[delivery]\nstate_folder = {self.folder}/state\n"
+        self.assertEqual(self.start(state + "[log]\nLevel = 3\n", "", "--check"), (0, []))
+        self.assertFalse((self.folder / "state").exists())
+
+    def test_check_looks_at_the_folders_that_will_be_needed(self):
+        self.policy.write_text("quarantine_areas: [{name: q}]\narchive_areas: [{name: a}]\n"
+                               "rules: [{id: 1, when: always, actions: [{quarantine: q}]}]\n")
+        settings = (f"[general]\nqueue_quarantine = {self.folder}/file/quarantine\n"
+                    f"queue_archive = {self.folder}/file/archive\n"
+                    f"[delivery]\nstate_folder = {self.folder}/file\n")
+        status, lines = self.start(settings, "", "--check")
+        self.assertEqual((status, len(lines)), (1, 2), lines)
+        self.assertIn("state_folder in section delivery", lines[0])
+        self.assertIn("is no folder (queue_quarantine in section general", lines[1])
+
+    @unittest.skipUnless(os.geteuid() == 0, "only root can become another user")
+    def test_check_looks_as_the_user_that_it_will_be(self):
+        self.folder.chmod(0o755)
+        config = self.folder / "kavi.ini"
+        for user, status, said in (("nobody", 1, "permission denied"), ("root", 0, ""),
+                                   ("no-such-user", 1, "there is no user 'no-such-user'")):
+            config.write_text(f"[delivery]\nstate_folder = {self.folder}/state\n"
+                              f"[milter]\npolicy = {self.policy}\nuser = {user}\n")
+            done = subprocess.run([os.environ["KAVI_MILTER"], "--config", config, "--check"],
+                                  capture_output=True, text=True, timeout=60, check=False)
+            self.assertEqual(done.returncode, status, done.stderr)
+            self.assertIn(said, done.stderr)
+
+    def test_check_fails_for_a_comment_behind_a_value(self):
+        state = f"[delivery]\nstate_folder = {self.folder}/state # here\n"
+        status, lines = self.start(state, "", "--check")
+        self.assertEqual((status, len(lines)), (2, 1), lines)
+        self.assertIn("put comments on lines of their own", lines[0])
 
 
 if __name__ == "__main__":

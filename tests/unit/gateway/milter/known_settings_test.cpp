@@ -87,4 +87,18 @@ TEST(UnknownSettings, AreNamedWithWhatWasMeant) {
   EXPECT_THAT(unknownSettings(IniSettings()), IsEmpty());
 }
 
+TEST(TrailingComments, AreNamedWithTheirLine) {
+  IniSettings settings = settingsOf(
+      "[milter]\n# a comment\nsocket = unix:/s  # here\nuser = kavi\t; or root\n"
+      "policy = /etc/a#b;c\n[kind]\ncolour = #fff\n");
+  EXPECT_THAT(
+      gateway::engine::trailingComments(settings),
+      ElementsAre("line 3: what stands behind the value of 'socket', from '#' on, is taken as a "
+                  "part of it (put comments on lines of their own)",
+                  "line 4: what stands behind the value of 'user', from ';' on, is taken as a part "
+                  "of it (put comments on lines of their own)"));
+  // With what nobody reads.
+  EXPECT_EQ(gateway::engine::doubtfulSettings(settings).size(), 3u);
+}
+
 }  // namespace
