@@ -87,6 +87,8 @@ bench-peers:
 
 install: build
 	@cmake --install build/release --prefix $(PREFIX)
+	@# Without it the programs do not find their libraries. In a package it is the package's to do.
+	@if [ -z "$(DESTDIR)" ] && [ "$$(id -u)" = 0 ]; then /sbin/ldconfig; fi
 
 clean:
 	@rm -rf build
