@@ -247,6 +247,7 @@ int policyApplyCommand(const PolicyApplyOptions& options) {
   if (startup == nullptr) return ExitUsage;
   policy::Diagnostics diagnostics(options.file);
   const auto loaded = loadUsable(options.file, diagnostics);
+  if (loaded) policy::lintPolicy(loaded->rows, loaded->lines, diagnostics);
   complain(diagnostics);
   if (!loaded) return ExitUsage;
   std::shared_ptr<host::store::Database> store;
