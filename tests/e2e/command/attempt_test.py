@@ -227,7 +227,7 @@ class AttemptTest(DeliveryCase):
         self.assertEqual(done.returncode, 1)
         self.assertIn(str(self.folder / "quarantine").encode(), done.stderr)
         self.assertIn(b"queue_quarantine in section general", done.stderr)
-        self.assertEqual(done.stdout, b"")
+        self.assertEqual(list(json.loads(done.stdout)), ["error"])
 
     def test_a_folder_that_fails_while_a_message_runs_leaves_the_message(self):
         self.areas("{quarantine: virus}")
