@@ -55,6 +55,16 @@ sfsistat onSession(SMFICTX* context, Body&& body) noexcept {
   });
 }
 
+/// The same for a step whose answer the mail system does not wait for. A message that one fails for
+/// is dropped, so that its end is refused.
+template <class Body>
+sfsistat onUnanswered(SMFICTX* context, Body&& body) noexcept {
+  if (onSession(context, body) != SMFIS_CONTINUE) {
+    if (auto* session = static_cast<Session*>(smfi_getpriv(context))) session->abort();
+  }
+  return SMFIS_NOREPLY;
+}
+
 sfsistat onNegotiate(SMFICTX*, unsigned long actions, unsigned long steps, unsigned long,
                      unsigned long, unsigned long* wantedActions, unsigned long* wantedSteps,
                      unsigned long* more1, unsigned long* more2) {
@@ -62,15 +72,19 @@ sfsistat onNegotiate(SMFICTX*, unsigned long actions, unsigned long steps, unsig
     constexpr unsigned long kActions = SMFIF_ADDHDRS | SMFIF_CHGHDRS | SMFIF_CHGBODY |
                                        SMFIF_ADDRCPT | SMFIF_DELRCPT | SMFIF_CHGFROM;
     constexpr unsigned long kNotNeeded = SMFIP_NOUNKNOWN | SMFIP_NODATA;
+    // Nothing is decided before the end: to wait for each field costs more than all that is done.
+    // libmilter answers in our place where a mail system insists.
+    constexpr unsigned long kUnanswered = SMFIP_NR_HDR | SMFIP_NR_EOH | SMFIP_NR_BODY;
+    constexpr unsigned long kNeeded = SMFIP_HDR_LEADSPC | kUnanswered;
     Server* server = theServer;
     if (server == nullptr) return SMFIS_REJECT;
-    if ((actions & kActions) != kActions || (steps & SMFIP_HDR_LEADSPC) == 0) {
+    if ((actions & kActions) != kActions || (steps & kNeeded) != kNeeded) {
       server->gateway().log.write(
           1, "a mail system connected that does not let everything be changed (Postfix does)");
       return SMFIS_REJECT;
     }
     *wantedActions = kActions;
-    *wantedSteps = SMFIP_HDR_LEADSPC | (steps & kNotNeeded);
+    *wantedSteps = kNeeded | (steps & kNotNeeded);
     *more1 = 0;
     *more2 = 0;
     return SMFIS_CONTINUE;
@@ -102,15 +116,15 @@ sfsistat onRecipient(SMFICTX* context, char** arguments) {
 }
 
 sfsistat onHeader(SMFICTX* context, char* name, char* value) {
-  return onSession(context, [&](Session& session) { session.header(name, value); });
+  return onUnanswered(context, [&](Session& session) { session.header(name, value); });
 }
 
 sfsistat onEndHeader(SMFICTX* context) {
-  return onSession(context, [](Session& session) { session.endHeader(); });
+  return onUnanswered(context, [](Session& session) { session.endHeader(); });
 }
 
 sfsistat onBody(SMFICTX* context, unsigned char* bytes, std::size_t size) {
-  return onSession(context, [&](Session& session) {
+  return onUnanswered(context, [&](Session& session) {
     session.body({reinterpret_cast<const char*>(bytes), size});
   });
 }

@@ -30,6 +30,9 @@ def packet(command, data=b""):
 
 
 OPTIONS = packet(b"O", struct.pack(">III", 6, ALL_ACTIONS, ALL_STEPS))
+# Of a mail system that waits for the answer to each field, and to each piece of the body.
+WAITING_OPTIONS = packet(b"O", struct.pack(">III", 6, ALL_ACTIONS, ALL_STEPS & ~0xff080))
+UNANSWERED = (b"D", b"L", b"N", b"B")  # to others: macros, fields, the header's end, the body
 CONVERSATION = [
     OPTIONS, packet(b"D", b"C" + b"j\0host\0{daemon_name}\0in\0"), packet(b"C", b"host\0" + b"4\0\x19192.0.2.1\0"),
     packet(b"H", b"client\0"), packet(b"M", b"<a@example.org>\0SIZE=10\0"),
@@ -89,6 +92,13 @@ class GarbageTest(MilterTest):
         for end in range(len(whole)):
             self.assertNotIn(b"d", self.answers(whole[:end]))
         self.assertEqual(self.archived(), before, "no message without its end")
+
+    def test_answers_each_step_where_a_mail_system_waits_for_it(self):
+        waiting = self.answers(b"".join([WAITING_OPTIONS, *CONVERSATION[1:]]))
+        steps = [part for part in CONVERSATION[1:] if part[4:5] != b"D"]
+        self.assertEqual(waiting.count(b"c"), len(steps))
+        told = [part for part in steps if part[4:5] not in UNANSWERED]
+        self.assertEqual(self.answers(b"".join(CONVERSATION)).count(b"c"), len(told))
 
     def test_lengths_that_are_not_true(self):
         for command in CONVERSATION:

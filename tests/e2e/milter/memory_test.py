@@ -4,7 +4,7 @@ import contextlib
 import os
 import unittest
 
-from garbage_test import CONVERSATION, packet
+from garbage_test import CONVERSATION, WAITING_OPTIONS, packet
 from mail_stack import MilterTest, wait_until
 
 CONNECTIONS = 60
@@ -28,11 +28,11 @@ class MemoryTest(MilterTest):
         """As many connections as there are to be, each with a message that lacks its end."""
         connections = [stack.enter_context(self.connect()) for _ in range(CONNECTIONS)]
         for connection in connections:
-            connection.sendall(b"".join(CONVERSATION[:9]))
+            connection.sendall(b"".join([WAITING_OPTIONS, *CONVERSATION[1:9]]))
         for connection in connections:
             for _ in range(PIECES):
                 connection.sendall(PIECE)
-                self.assertNotEqual(connection.recv(65536), b"")  # or nobody reads what it answers
+                self.assertNotEqual(connection.recv(65536), b"")  # so it was taken
         return connections
 
     def kb_for_each(self):
